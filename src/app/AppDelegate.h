@@ -1,0 +1,83 @@
+#pragma once
+
+#include "templates/Template.h"
+
+#include <QObject>
+
+#include <memory>
+
+class QAction;
+class QLabel;
+class QSystemTrayIcon;
+class QTableView;
+
+namespace brindlemark {
+
+class MainWindow;
+class Platform;
+
+// The one controller: it owns the application's state and every operation is one of its
+// methods. The rules themselves live in small UI-free units that it calls.
+class AppDelegate final : public QObject {
+    Q_OBJECT
+public:
+    explicit AppDelegate(Platform& platform, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // Lifecycle, in the order the platform calls them.
+    void applicationWillFinishLaunching();
+    void applicationDidFinishLaunching();
+    bool applicationShouldTerminateAfterLastWindowClosed() const { return false; }
+
+    // State.
+    QWidget* window() const;
+    QLabel* statusLabel() const { return m_statusLabel; }
+    QLabel* extensionStateLabel() const { return m_extensionStateLabel; }
+    QSystemTrayIcon* statusItem() const { return m_statusItem; }
+    QAction* extensionMenuItem() const { return m_extensionMenuItem; }
+    QAction* templateMenuItem() const { return m_templateMenuItem; }
+    QTableView* templatesTableView() const { return m_templatesTableView; }
+    const TemplateList& templates() const { return m_templates; }
+    void setTemplates(const TemplateList& templates) { m_templates = templates; }
+    bool handledURLLaunch() const { return m_handledURLLaunch; }
+    void setHandledURLLaunch(bool handled) { m_handledURLLaunch = handled; }
+
+    // Template records and the template store.
+    static QString cleanedString(const QJsonValue& value);
+    static bool boolFromValue(const QJsonValue& value, bool defaultValue);
+    static Template normalizedTemplate(const Template& record);
+    static const TemplateList& defaultTemplates();
+    void loadTemplates();
+    void saveTemplates();
+    void writeTemplatesJSONToExtensionContainer(const QString& text);
+    QStringList templateConfigFileURLs() const;
+    TemplateList enabledTemplates() const;
+    Template templateWithIdentifier(const QString& identifier) const;
+
+    // Menus, extension and window steps of the start-up sequence.
+    void buildApplicationMenu();
+    void buildStatusItem();
+    void rebuildNewFileStatusMenu();
+    void registerExtension(QObject* sender = nullptr);
+
+public slots:
+    void showWindow(QObject* sender = nullptr);
+    void hideWindow(QObject* sender = nullptr);
+
+private:
+    void buildWindow();
+    void setStatusText(const QString& text);
+
+    Platform& m_platform;
+    std::unique_ptr<MainWindow> m_window;
+    QLabel* m_statusLabel = nullptr;
+    QLabel* m_extensionStateLabel = nullptr;
+    QSystemTrayIcon* m_statusItem = nullptr;
+    QAction* m_extensionMenuItem = nullptr;
+    QAction* m_templateMenuItem = nullptr;
+    QTableView* m_templatesTableView = nullptr;
+    TemplateList m_templates;
+    bool m_handledURLLaunch = false;
+};
+
+} // namespace brindlemark

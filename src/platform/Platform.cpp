@@ -1,0 +1,7 @@
+#include "platform/Platform.h"
+
+namespace brindlemark {
+
+Platform::~Platform() = default;
+
+} // namespace brindlemark

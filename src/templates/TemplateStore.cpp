@@ -1,0 +1,123 @@
+#include "templates/TemplateStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QSaveFile>
+
+namespace brindlemark {
+
+namespace {
+
+bool writeFileAtomically(const QString& path, const QByteArray& bytes)
+{
+    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
+        return false;
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    if (file.write(bytes) != bytes.size()) {
+        file.cancelWriting();
+        return false;
+    }
+    return file.commit();
+}
+
+} // namespace
+
+std::optional<QJsonArray> templatesFromJSONString(const QString& text)
+{
+    if (text.isEmpty())
+        return std::nullopt;
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return std::nullopt;
+    return document.array();
+}
+
+LoadedTemplates loadedTemplates(const QString& storedText)
+{
+    LoadedTemplates result;
+    const std::optional<QJsonArray> parsed = templatesFromJSONString(storedText);
+    result.storedTextUnreadable = !storedText.isEmpty() && !parsed;
+
+    if (parsed && !parsed->isEmpty()) {
+        for (const QJsonValue& element : *parsed) {
+            if (element.isObject())
+                result.templates.append(normalizedTemplate(element.toObject()));
+            else
+                result.storedTextUnreadable = true;
+        }
+        // An array of nothing but non-objects is as good as an empty one.
+        if (!result.templates.isEmpty())
+            return result;
+    }
+    result.templates = defaultTemplates();
+    return result;
+}
+
+QString templatesJSONText(const TemplateList& templates)
+{
+    QJsonArray array;
+    for (const Template& record : templates)
+        array.append(normalizedTemplate(record));
+    const QByteArray json = QJsonDocument(array).toJson(QJsonDocument::Compact);
+    return json.isEmpty() ? QStringLiteral("[]") : QString::fromUtf8(json);
+}
+
+TemplateList enabledTemplates(const TemplateList& templates)
+{
+    TemplateList enabled;
+    for (const Template& record : templates)
+        if (boolFromValue(record.value(TemplateKey::enabled), false))
+            enabled.append(normalizedTemplate(record));
+    return enabled;
+}
+
+Template templateWithIdentifier(const TemplateList& templates, const QString& identifier)
+{
+    if (!identifier.isNull()) {
+        for (const Template& record : templates) {
+            const QJsonValue id = record.value(TemplateKey::id);
+            if (id.isString() && id.toString() == identifier)
+                return normalizedTemplate(record);
+        }
+        for (const Template& builtIn : defaultTemplates())
+            if (builtIn.value(TemplateKey::id).toString() == identifier)
+                return builtIn;
+    }
+    return defaultTemplates().constFirst();
+}
+
+QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& paths)
+{
+    const QByteArray bytes = text.toUtf8();
+    QStringList failed;
+    for (const QString& path : paths)
+        if (!writeFileAtomically(path, bytes))
+            failed.append(path);
+    return failed;
+}
+
+QString keepUnreadableTemplatesText(const QString& text, const QString& folder)
+{
+    const QByteArray bytes = text.toUtf8();
+    const QString base = QDir(folder).filePath(QStringLiteral("Templates.json.unreadable"));
+    // Never overwrite an earlier backup that holds something else.
+    for (int n = 0; n < 1000; ++n) {
+        const QString path = n == 0 ? base : base + QLatin1Char('.') + QString::number(n);
+        QFile existing(path);
+        if (existing.exists()) {
+            if (existing.open(QIODevice::ReadOnly) && existing.readAll() == bytes)
+                return path;
+            continue;
+        }
+        return writeFileAtomically(path, bytes) ? path : QString();
+    }
+    return QString();
+}
+
+} // namespace brindlemark

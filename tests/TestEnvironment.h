@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QApplication>
+#include <QtTest>
+
+// A fresh, empty home for one test: HOME and the XDG folders point into a temporary folder
+// that disappears with this object. Nothing a test does reaches the real home.
+class TestHome {
+public:
+    TestHome()
+    {
+        QVERIFY2(m_dir.isValid(), "no temporary folder");
+        m_path = QDir(m_dir.path()).canonicalPath();
+        qputenv("HOME", m_path.toUtf8());
+        qputenv("XDG_CONFIG_HOME", (m_path + "/config").toUtf8());
+        qputenv("XDG_DATA_HOME", (m_path + "/data").toUtf8());
+        qputenv("XDG_CACHE_HOME", (m_path + "/cache").toUtf8());
+        qputenv("XDG_STATE_HOME", (m_path + "/state").toUtf8());
+        QDir().mkpath(m_path + "/run");
+        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                   QFileDevice::ExeOwner);
+        qputenv("XDG_RUNTIME_DIR", (m_path + "/run").toUtf8());
+    }
+
+    QString path() const { return m_path; }
+    QString file(const QString& relative) const { return m_path + '/' + relative; }
+
+private:
+    QTemporaryDir m_dir;
+    QString m_path;
+};
+
+inline QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+// The compact JSON text of the six built-in templates, as every place holds it after a first
+// start.
+inline constexpr char builtInTemplatesJSON[] =
+    R"([{"enabled":true,"executable":false,"id":"text","prefix":"New Text File","suffix":"txt","title":"Text File"},)"
+    R"({"enabled":true,"executable":false,"id":"markdown","prefix":"MarkdownDocument","suffix":"md","title":"Markdown Document"},)"
+    R"({"enabled":false,"executable":false,"id":"json","prefix":"JSONFile","suffix":"json","title":"JSON File"},)"
+    R"({"enabled":false,"executable":true,"id":"shell","prefix":"script","suffix":"sh","title":"Shell Script"},)"
+    R"({"enabled":false,"executable":true,"id":"python","prefix":"script","suffix":"py","title":"Python Script"},)"
+    R"({"enabled":false,"executable":true,"id":"ruby","prefix":"script","suffix":"rb","title":"Ruby Script"}])";
+
+// Widget tests always run on the offscreen platform: they never open a window on a real
+// desktop, whatever display the developer has.
+#define BRINDLEMARK_WIDGET_TEST_MAIN(TestObject)                                                    \
+    int main(int argc, char** argv)                                                                \
+    {                                                                                              \
+        qputenv("QT_QPA_PLATFORM", "offscreen");                                                   \
+        QApplication application(argc, argv);                                                      \
+        TestObject test;                                                                           \
+        return QTest::qExec(&test, argc, argv);                                                    \
+    }
