@@ -1,10 +1,14 @@
 #include "app/AppDelegate.h"
 
+#include "actions/FileCreation.h"
 #include "app/MainWindow.h"
+#include "bridge/ToolRunner.h"
+#include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"
 
 #include <QApplication>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QScreen>
@@ -35,6 +39,140 @@ void AppDelegate::applicationDidFinishLaunching()
     registerExtension();
     if (!m_handledURLLaunch)
         showWindow();
+}
+
+bool AppDelegate::applicationShouldHandleReopen(bool)
+{
+    showWindow();
+    return true;
+}
+
+// ---- URL commands ----------------------------------------------------------------------
+
+void AppDelegate::handleGetURLEvent(const QString& urlText)
+{
+    m_handledURLLaunch = true;
+    handleURL(urlText);
+}
+
+void AppDelegate::openURLs(const QStringList& urls)
+{
+    for (const QString& url : urls)
+        handleURL(url);
+}
+
+void AppDelegate::handleURL(const QString& urlText)
+{
+    const UrlRequest request = interpretCommandUrl(urlText, m_templates);
+    // The folder as a file-system path: trailing separators go, as in a file URL's path.
+    QString folder = request.folder;
+    while (folder.size() > 1 && folder.endsWith(u'/'))
+        folder.chop(1);
+
+    switch (request.kind) {
+    case UrlRequest::Ignore:
+        return;
+    case UrlRequest::MissingFolder:
+        showError(QStringLiteral("Finder did not provide a target folder."));
+        return;
+    case UrlRequest::Create:
+        createTemplateWithIdentifier(QStringLiteral("text"), folder);
+        return;
+    case UrlRequest::CreateFromTemplate:
+        createTemplate(request.record, folder);
+        return;
+    case UrlRequest::OpenTerminal:
+        openTerminalInFolder(folder);
+        return;
+    case UrlRequest::OpenITerm:
+        openITermInFolder(folder);
+        return;
+    }
+}
+
+// ---- file actions ------------------------------------------------------------------------
+
+void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
+{
+    const Template chosen = record ? *record : templateWithIdentifier(QStringLiteral("text"));
+    const FileCreation creation = createFileFromTemplate(chosen, inFolder);
+    switch (creation.status) {
+    case FileCreation::NotAFolder:
+        showError(QStringLiteral("Not a folder: %1").arg(inFolder));
+        return;
+    case FileCreation::CouldNotCreate:
+        showError(QStringLiteral("Could not create file in %1").arg(inFolder));
+        return;
+    case FileCreation::Created:
+        setStatusText(QStringLiteral("Created %1").arg(QFileInfo(creation.filePath).fileName()));
+        m_platform.showFileInFileManager(creation.filePath);
+        return;
+    }
+}
+
+void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder)
+{
+    createTemplate(templateWithIdentifier(identifier), inFolder);
+}
+
+bool AppDelegate::validateFolderURL(const QString& folder)
+{
+    if (isExistingFolder(folder))
+        return true;
+    showError(QStringLiteral("Not a folder: %1").arg(folder));
+    return false;
+}
+
+void AppDelegate::openTerminalInFolder(const QString& folder)
+{
+    if (!validateFolderURL(folder))
+        return;
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open),
+                                   {QStringLiteral("-a"), QStringLiteral("Terminal"), folder});
+    if (!output.isEmpty()) {
+        showError(output);
+        return;
+    }
+    setStatusText(QStringLiteral("Opened Terminal at %1").arg(folder));
+}
+
+void AppDelegate::openITermInFolder(const QString& folder)
+{
+    if (!validateFolderURL(folder))
+        return;
+    const QString application = QFileInfo::exists(QStringLiteral("/Applications/iTerm.app"))
+                                    ? QStringLiteral("iTerm")
+                                    : QStringLiteral("iTerm2");
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open),
+                                   {QStringLiteral("-a"), application, folder});
+    if (!output.isEmpty()) {
+        showError(output);
+        return;
+    }
+    setStatusText(QStringLiteral("Opened %1 at %2").arg(application, folder));
+}
+
+void AppDelegate::showError(const std::optional<QString>& message)
+{
+    m_pendingErrors.enqueue(message.value_or(QStringLiteral("Unknown error.")));
+    QMetaObject::invokeMethod(this, &AppDelegate::showQueuedErrors, Qt::QueuedConnection);
+}
+
+void AppDelegate::showQueuedErrors()
+{
+    // An alert runs its own event loop, where the next queued call arrives: that call returns
+    // at once and this loop shows its message after the current alert is closed.
+    if (m_showingErrors)
+        return;
+    m_showingErrors = true;
+    while (!m_pendingErrors.isEmpty())
+        m_platform.runAlert(QStringLiteral("New Text File failed"), m_pendingErrors.dequeue());
+    m_showingErrors = false;
+}
+
+QString AppDelegate::runTool(const QString& path, const QStringList& arguments)
+{
+    return brindlemark::runTool(path, arguments);
 }
 
 // ---- templates -------------------------------------------------------------------------

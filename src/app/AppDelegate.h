@@ -3,6 +3,9 @@
 #include "templates/Template.h"
 
 #include <QObject>
+#include <QQueue>
+
+#include <optional>
 
 #include <memory>
 
@@ -54,6 +57,24 @@ public:
     TemplateList enabledTemplates() const;
     Template templateWithIdentifier(const QString& identifier) const;
 
+    // Reopening the running application (starting it again without a URL).
+    bool applicationShouldHandleReopen(bool hasVisibleWindows);
+
+    // URL commands. A get-URL event marks the launch as one for a URL; openURLs() does not.
+    void handleGetURLEvent(const QString& urlText);
+    void openURLs(const QStringList& urls);
+    void handleURL(const QString& urlText);
+
+    // File actions. A folder is a file-system path; the actions check it themselves.
+    void createTemplate(const std::optional<Template>& record, const QString& inFolder);
+    void createTemplateWithIdentifier(const QString& identifier, const QString& inFolder);
+    bool validateFolderURL(const QString& folder);
+    void openTerminalInFolder(const QString& folder);
+    void openITermInFolder(const QString& folder);
+    // Queues the error alert; it shows after the current action, one alert after another.
+    void showError(const std::optional<QString>& message);
+    QString runTool(const QString& path, const QStringList& arguments);
+
     // Menus, extension and window steps of the start-up sequence.
     void buildApplicationMenu();
     void buildStatusItem();
@@ -67,6 +88,10 @@ public slots:
 private:
     void buildWindow();
     void setStatusText(const QString& text);
+    void showQueuedErrors();
+
+    QQueue<QString> m_pendingErrors;
+    bool m_showingErrors = false;
 
     Platform& m_platform;
     std::unique_ptr<MainWindow> m_window;

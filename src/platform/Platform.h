@@ -27,6 +27,21 @@ public:
 
     // Where a copy of unreadable stored templates is kept: beside the plain Templates.json.
     virtual QString templateBackupFolder() = 0;
+
+    // The path of a system tool the controller runs through its tool runner.
+    enum class Tool {
+        Open, // "-a APPLICATION FOLDER": starts a terminal application in a folder
+    };
+    virtual QString toolPath(Tool tool) = 0;
+
+    // Shows the file selected in the file manager, bringing it to the front. Returns at once.
+    virtual void showFileInFileManager(const QString& filePath) = 0;
+
+    // A modal alert with one "OK" button; returns when the user has closed it.
+    virtual void runAlert(const QString& messageText, const QString& informativeText) = 0;
+
+    // Where a running instance listens for URLs from later launches.
+    virtual QString instanceSocketPath() = 0;
 };
 
 std::unique_ptr<Platform> createPlatform();

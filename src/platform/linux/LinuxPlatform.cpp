@@ -2,9 +2,18 @@
 
 #include "Identifiers.h"
 
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDir>
 #include <QFileInfo>
+#include <QMessageBox>
+#include <QProcess>
 #include <QSettings>
+#include <QUrl>
+
+#include <unistd.h>
 
 namespace brindlemark {
 
@@ -71,6 +80,78 @@ QStringList LinuxPlatform::templateConfigFilePaths()
 QString LinuxPlatform::templateBackupFolder()
 {
     return QFileInfo(templateConfigFilePaths().constLast()).absolutePath();
+}
+
+QString LinuxPlatform::toolPath(Tool tool)
+{
+    switch (tool) {
+    case Tool::Open: {
+        // Beside the executable in the build tree, in libexec once installed.
+        const QString bin = QCoreApplication::applicationDirPath();
+        const QString name = QStringLiteral("brindlemark-open");
+        const QString beside = bin + u'/' + name;
+        if (QFileInfo(beside).isExecutable())
+            return beside;
+        return QDir::cleanPath(bin + QStringLiteral("/" BRINDLEMARK_LIBEXEC_FROM_BIN "/") + name);
+    }
+    }
+    return QString();
+}
+
+namespace {
+
+// The desktop's opener shows the folder in whatever file manager the user chose.
+void openFolder(const QString& folder)
+{
+    QProcess::startDetached(QStringLiteral("xdg-open"), {folder});
+}
+
+} // namespace
+
+void LinuxPlatform::showFileInFileManager(const QString& filePath)
+{
+    const QString folder = QFileInfo(filePath).absolutePath();
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        openFolder(folder);
+        return;
+    }
+    // The freedesktop file-manager interface selects the file; without a file manager that
+    // offers it, the folder is opened instead. The call is asynchronous: nothing waits for it.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << QStringList{QUrl::fromLocalFile(filePath).toString(QUrl::FullyEncoded)} << QString();
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000), qApp);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [folder](QDBusPendingCallWatcher* finished) {
+                         if (finished->isError())
+                             openFolder(folder);
+                         finished->deleteLater();
+                     });
+}
+
+void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText)
+{
+    QMessageBox box;
+    box.setWindowTitle(QStringLiteral("Brindlemark"));
+    box.setText(messageText);
+    box.setInformativeText(informativeText);
+    box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+    box.exec();
+}
+
+QString LinuxPlatform::instanceSocketPath()
+{
+    // Per user: the runtime folder is private to its user; without one, a name with the uid.
+    QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    QString name = QLatin1String(ApplicationBundleIdentifier) + QStringLiteral(".socket");
+    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
+        folder = QDir::tempPath();
+        name = QLatin1String(ApplicationBundleIdentifier) + u'-' + QString::number(::getuid()) +
+               QStringLiteral(".socket");
+    }
+    return folder + u'/' + name;
 }
 
 std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }

@@ -14,6 +14,10 @@ public:
     void setExtensionPreferenceValue(const QString& key, const QString& value) override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
+    QString toolPath(Tool tool) override;
+    void showFileInFileManager(const QString& filePath) override;
+    void runAlert(const QString& messageText, const QString& informativeText) override;
+    QString instanceSocketPath() override;
 
     static QString configHome(); // $XDG_CONFIG_HOME, else ~/.config
     static QString dataHome();   // $XDG_DATA_HOME, else ~/.local/share
