@@ -34,12 +34,10 @@ ensure_packages() {
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# Configures (once) and builds the given targets, or everything.
+# Configures and builds the given targets, or everything.
 build_project() {
     ensure_packages "${BUILD_PACKAGES[@]}"
-    if [ ! -f "$BRINDLEMARK_BUILD/CMakeCache.txt" ]; then
-        cmake -S "$BRINDLEMARK_ROOT" -B "$BRINDLEMARK_BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-    fi
+    cmake -S "$BRINDLEMARK_ROOT" -B "$BRINDLEMARK_BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
     local targets=()
     for target in "$@"; do targets+=(--target "$target"); done
     cmake --build "$BRINDLEMARK_BUILD" -j "$(nproc)" "${targets[@]}"

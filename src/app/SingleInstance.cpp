@@ -1,5 +1,7 @@
 #include "app/SingleInstance.h"
 
+#include "app/InstanceChannel.h"
+
 #include <QDataStream>
 #include <QDeadlineTimer>
 #include <QLocalServer>
@@ -10,20 +12,13 @@ namespace brindlemark {
 
 namespace {
 
-constexpr char Acknowledgement = 'k';
-constexpr quint32 LargestMessage = 64 * 1024 * 1024;
-
 QByteArray encodeMessage(const QStringList& urls)
 {
-    QByteArray body;
-    QDataStream out(&body, QIODevice::WriteOnly);
-    out.setVersion(QDataStream::Qt_6_0);
-    out << urls;
-    QByteArray message;
-    QDataStream framed(&message, QIODevice::WriteOnly);
-    framed << quint32(body.size());
-    message.append(body);
-    return message;
+    std::vector<std::string> encoded;
+    for (const QString& url : urls)
+        encoded.push_back(url.toStdString());
+    const std::string message = channel::encodeMessage(encoded);
+    return QByteArray(message.data(), qsizetype(message.size()));
 }
 
 } // namespace
@@ -47,7 +42,7 @@ Forwarding forwardToRunningInstance(const QString& socketPath, const QStringList
             return Forwarding::Failed;
     char answer = 0;
     socket.getChar(&answer);
-    return answer == Acknowledgement ? Forwarding::Delivered : Forwarding::Failed;
+    return answer == channel::Acknowledgement ? Forwarding::Delivered : Forwarding::Failed;
 }
 
 InstanceServer::InstanceServer(QObject* parent) : QObject(parent), m_server(new QLocalServer(this))
@@ -80,24 +75,25 @@ void InstanceServer::readMessage(QLocalSocket* socket)
         QDataStream header(socket->peek(sizeof(quint32)));
         header >> size;
     }
-    if (size > LargestMessage) {
+    if (size > channel::LargestMessage) {
         socket->abort();
         return;
     }
     if (socket->bytesAvailable() < qint64(sizeof(quint32)) + size)
         return;
     socket->skip(sizeof(quint32));
-    QDataStream in(socket->read(size));
-    in.setVersion(QDataStream::Qt_6_0);
-    QStringList urls;
-    in >> urls;
-    if (in.status() != QDataStream::Ok) {
+    const QByteArray body = socket->read(size);
+    std::vector<std::string> decoded;
+    if (!channel::decodeBody(body.toStdString(), decoded)) {
         socket->abort();
         return;
     }
+    QStringList urls;
+    for (const std::string& url : decoded)
+        urls << QString::fromStdString(url);
     socket->setProperty("handled", true);
     emit urlsReceived(urls);
-    socket->putChar(Acknowledgement);
+    socket->putChar(channel::Acknowledgement);
     socket->flush();
     socket->disconnectFromServer();
 }

@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "Identifiers.h"
+#include "app/InstanceChannel.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -13,7 +14,6 @@
 #include <QSettings>
 #include <QUrl>
 
-#include <unistd.h>
 
 namespace brindlemark {
 
@@ -143,15 +143,7 @@ void LinuxPlatform::runAlert(const QString& messageText, const QString& informat
 
 QString LinuxPlatform::instanceSocketPath()
 {
-    // Per user: the runtime folder is private to its user; without one, a name with the uid.
-    QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    QString name = QLatin1String(ApplicationBundleIdentifier) + QStringLiteral(".socket");
-    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
-        folder = QDir::tempPath();
-        name = QLatin1String(ApplicationBundleIdentifier) + u'-' + QString::number(::getuid()) +
-               QStringLiteral(".socket");
-    }
-    return folder + u'/' + name;
+    return QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier));
 }
 
 std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }
