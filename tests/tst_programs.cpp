@@ -39,6 +39,22 @@ QString url(const QString& command, const QString& folder, const QString& more =
     return "brindlemark://" + command + "?path=" + QString::fromUtf8(QUrl::toPercentEncoding(folder, "/")) + more;
 }
 
+// The process id of the running instance, from its lock file.
+pid_t instancePid()
+{
+    const QString lock = qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock";
+    return pid_t(readFile(lock).split('\n').value(0).toLongLong());
+}
+
+// Stops the instance a test started in the background, also when the test fails early.
+struct StopInstanceAtEnd {
+    ~StopInstanceAtEnd()
+    {
+        if (const pid_t pid = instancePid(); pid > 0)
+            ::kill(pid, SIGKILL);
+    }
+};
+
 } // namespace
 
 class ProgramsTest : public QObject {
@@ -75,16 +91,17 @@ private slots:
     void laterLaunchesForwardToTheRunningOne()
     {
         TestHome home;
+        StopInstanceAtEnd stop;
         writeScript(home.file("bin/xdg-open"), "echo \"$1\" >> \"$HOME/xdg-open.log\"");
         const QString folder = home.file("Pro jects");
         QDir().mkpath(folder);
 
-        QProcess instance;
-        instance.setProcessEnvironment(environment(home));
-        instance.start(BRINDLEMARK_EXECUTABLE, {url("template", folder, "&id=markdown")});
-        QVERIFY(instance.waitForStarted());
+        // A launch for a URL returns at once; Brindlemark goes on in the background.
+        QCOMPARE(launch(home, {url("template", folder, "&id=markdown")}), 0);
         QVERIFY(waitFor([&] { return entries(folder).contains("MarkdownDocument.md"); }));
         QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
+        const pid_t first = instancePid();
+        QVERIFY(first > 0 && ::kill(first, 0) == 0);
 
         // A forwarding launch answers only after the running instance handled its URLs, and it
         // starts no GUI at all: with a platform plugin that does not exist it still succeeds.
@@ -113,19 +130,32 @@ private slots:
         QCOMPARE(launch(home, {"brindlemark://Create?path=/tmp", "not a url"}), 0);
         QVERIFY(waitFor([&] { return readFile(home.file("xdg-open.log")).count('\n') == 43; }));
         QVERIFY(readFile(home.file("xdg-open.log")).startsWith((folder + "\n").toUtf8()));
-        QCOMPARE(instance.state(), QProcess::Running);
+        QCOMPARE(instancePid(), first);
 
         // An instance that died leaves its socket and lock behind; the next launch takes over.
-        ::kill(pid_t(instance.processId()), SIGKILL);
-        QVERIFY(instance.waitForFinished(10'000));
-        QProcess next;
-        next.setProcessEnvironment(environment(home));
-        next.start(BRINDLEMARK_EXECUTABLE, {url("create", folder)});
+        QCOMPARE(::kill(first, SIGKILL), 0);
+        QVERIFY(waitFor([&] { return ::kill(first, 0) != 0; }));
+        QCOMPARE(launch(home, {url("create", folder)}), 0);
         QVERIFY(waitFor([&] { return entries(folder).size() == 44; }));
         QCOMPARE(launch(home, {url("create", folder)}), 0);
         QCOMPARE(entries(folder).size(), 45);
-        next.kill();
-        next.waitForFinished();
+        const pid_t second = instancePid();
+        QVERIFY(second != first);
+    }
+
+    void userLaunchStaysInTheForeground()
+    {
+        TestHome home;
+        QProcess instance;
+        instance.setProcessEnvironment(environment(home));
+        instance.start(BRINDLEMARK_EXECUTABLE, {});
+        QVERIFY(instance.waitForStarted());
+        QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
+        QCOMPARE(launch(home, {}), 0); // reopen: the window is shown again, nothing else starts
+        QCOMPARE(instance.state(), QProcess::Running);
+        QCOMPARE(instancePid(), pid_t(instance.processId()));
+        instance.kill();
+        instance.waitForFinished();
     }
 
     void terminalTool_data()

@@ -2,8 +2,7 @@
 //
 // When Brindlemark is already running, this hands the URLs (none: "show the window") to it and
 // exits, without loading any GUI library: a URL costs a process start and one socket round trip.
-// Otherwise it becomes the application itself by executing brindlemark-app with the same
-// arguments.
+// Otherwise it starts the application itself, brindlemark-app, with the same arguments.
 #include "Identifiers.h"
 #include "app/InstanceChannel.h"
 
@@ -101,6 +100,16 @@ int main(int argc, char** argv)
     }
     const std::string application = applicationPath();
     argv[0] = const_cast<char*>(application.c_str());
+    // Started for URLs (by the desktop's URL opener), Brindlemark goes on in the background and
+    // this launch returns at once, as opening a URL does; started by the user, it stays in the
+    // foreground.
+    if (!urls.empty()) {
+        const pid_t child = ::fork();
+        if (child > 0)
+            return 0;
+        if (child == 0)
+            ::setsid();
+    }
     ::execv(application.c_str(), argv);
     std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", application.c_str(), std::strerror(errno));
     return 1;
