@@ -138,6 +138,8 @@ void LinuxPlatform::runAlert(const QString& messageText, const QString& informat
     box.setText(messageText);
     box.setInformativeText(informativeText);
     box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+    // Wide enough that a folder path reads on one line rather than broken at every slash.
+    box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));
     box.exec();
 }
 
