@@ -45,6 +45,18 @@ inline bool writeFile(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
+// A small shell script standing in for a tool, a terminal or a file manager.
+inline void writeScript(const QString& path, const QByteArray& body)
+{
+    QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n"));
+    QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
+}
+
+inline QStringList entries(const QString& folder, QDir::Filters filters = QDir::AllEntries | QDir::System)
+{
+    return QDir(folder).entryList(filters | QDir::NoDotAndDotDot, QDir::Name);
+}
+
 // The compact JSON text of the six built-in templates, as every place holds it after a first
 // start.
 inline constexpr char builtInTemplatesJSON[] =

@@ -17,16 +17,7 @@ using namespace brindlemark;
 
 namespace {
 
-void writeScript(const QString& path, const QByteArray& body)
-{
-    QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n"));
-    QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
-}
 
-QStringList entries(const QString& folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System, QDir::Name);
-}
 
 mode_t modeOf(const QString& path)
 {

@@ -11,11 +11,6 @@
 
 namespace {
 
-void writeScript(const QString& path, const QByteArray& body)
-{
-    QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n"));
-    QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
-}
 
 bool waitFor(const std::function<bool()>& condition, int milliseconds = 10'000)
 {
@@ -29,10 +24,6 @@ bool waitFor(const std::function<bool()>& condition, int milliseconds = 10'000)
     return true;
 }
 
-QStringList entries(const QString& folder)
-{
-    return QDir(folder).entryList(QDir::Files, QDir::Name);
-}
 
 QString url(const QString& command, const QString& folder, const QString& more = QString())
 {
@@ -98,7 +89,7 @@ private slots:
 
         // A launch for a URL returns at once; Brindlemark goes on in the background.
         QCOMPARE(launch(home, {url("template", folder, "&id=markdown")}), 0);
-        QVERIFY(waitFor([&] { return entries(folder).contains("MarkdownDocument.md"); }));
+        QVERIFY(waitFor([&] { return entries(folder, QDir::Files).contains("MarkdownDocument.md"); }));
         QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
         const pid_t first = instancePid();
         QVERIFY(first > 0 && ::kill(first, 0) == 0);
@@ -107,7 +98,7 @@ private slots:
         // starts no GUI at all: with a platform plugin that does not exist it still succeeds.
         QCOMPARE(launch(home, {url("template", folder, "&prefix=p&executable=yes"),
                                url("template", folder, "&prefix=p")}, "no-such-platform"), 0);
-        QCOMPARE(entries(folder), (QStringList{"MarkdownDocument.md", "p 1.txt", "p.txt"}));
+        QCOMPARE(entries(folder, QDir::Files), (QStringList{"MarkdownDocument.md", "p 1.txt", "p.txt"}));
         QVERIFY(QFileInfo(folder + "/p.txt").isExecutable()); // handled in order
         QVERIFY(!QFileInfo(folder + "/p 1.txt").isExecutable());
 
@@ -124,7 +115,7 @@ private slots:
             QCOMPARE(process->exitCode(), 0);
             delete process;
         }
-        QCOMPARE(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 40);
+        QCOMPARE(entries(folder, QDir::Files).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 40);
 
         QCOMPARE(launch(home, {}), 0); // a reopen
         QCOMPARE(launch(home, {"brindlemark://Create?path=/tmp", "not a url"}), 0);
@@ -136,9 +127,9 @@ private slots:
         QCOMPARE(::kill(first, SIGKILL), 0);
         QVERIFY(waitFor([&] { return ::kill(first, 0) != 0; }));
         QCOMPARE(launch(home, {url("create", folder)}), 0);
-        QVERIFY(waitFor([&] { return entries(folder).size() == 44; }));
+        QVERIFY(waitFor([&] { return entries(folder, QDir::Files).size() == 44; }));
         QCOMPARE(launch(home, {url("create", folder)}), 0);
-        QCOMPARE(entries(folder).size(), 45);
+        QCOMPARE(entries(folder, QDir::Files).size(), 45);
         const pid_t second = instancePid();
         QVERIFY(second != first);
     }
