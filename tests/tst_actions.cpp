@@ -17,8 +17,6 @@ using namespace brindlemark;
 
 namespace {
 
-
-
 mode_t modeOf(const QString& path)
 {
     struct stat info {};
