@@ -23,7 +23,14 @@ public:
         return {m_home + "/ext/Templates.json", m_home + "/app/Templates.json", m_home + "/plain/Templates.json"};
     }
     QString templateBackupFolder() override { return m_home + "/plain"; }
-    QString toolPath(Tool) override { return openTool; }
+    QString toolPath(Tool tool) override
+    {
+        return tool == Tool::Open ? openTool : tool == Tool::PluginKit ? pluginKitTool : killAllTool;
+    }
+    QString builtInPlugInsPath() override { return plugInsFolder.isEmpty() ? m_home + "/PlugIns" : plugInsFolder; }
+    void openSettings() override { ++settingsOpened; }
+    std::optional<QString> frontFileManagerFolder() override { return frontFolder; }
+    QString desktopFolder() override { return m_home + "/Desktop"; }
     void showFileInFileManager(const QString& filePath) override { shownFiles << filePath; }
     void runAlert(const QString& messageText, const QString& informativeText) override
     {
@@ -39,6 +46,11 @@ public:
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;
     QString openTool = "/nonexistent/brindlemark-open";
+    QString pluginKitTool = "/nonexistent/brindlemark-pluginkit";
+    QString killAllTool = "/nonexistent/brindlemark-killall";
+    std::optional<QString> frontFolder;
+    QString plugInsFolder;
+    int settingsOpened = 0;
     QStringList shownFiles;
     QStringList alerts;
     int deepestAlerts = 0;

@@ -2,11 +2,14 @@
 
 #include "actions/FileCreation.h"
 #include "app/MainWindow.h"
+#include "Identifiers.h"
+#include "bridge/ExtensionManagement.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -226,7 +229,91 @@ Template AppDelegate::templateWithIdentifier(const QString& identifier) const
     return brindlemark::templateWithIdentifier(m_templates, identifier);
 }
 
-// ---- menus and extension -------------------------------------------------------------------
+// ---- extension management ----------------------------------------------------------------
+
+QString AppDelegate::extensionBundlePath() const
+{
+    return m_platform.builtInPlugInsPath() + u'/' + ExtensionBundleName;
+}
+
+void AppDelegate::registerExtension(QObject*)
+{
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+                                   {QStringLiteral("-a"), extensionBundlePath()});
+    setStatusText(output.isEmpty() ? QStringLiteral("Extension registered.") : output);
+    refreshExtensionStatus();
+}
+
+void AppDelegate::enableExtension(QObject*)
+{
+    registerExtension();
+    runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+            {QStringLiteral("-e"), QStringLiteral("use"), QStringLiteral("-i"),
+             QLatin1String(ExtensionBundleIdentifier)});
+    restartFinder();
+    refreshExtensionStatus();
+    setStatusText(QStringLiteral("Finder extension enabled."));
+}
+
+void AppDelegate::restartFinder(QObject*)
+{
+    runTool(m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")});
+    setStatusText(QStringLiteral("Finder restarted."));
+}
+
+void AppDelegate::openSettings(QObject*) { m_platform.openSettings(); }
+
+void AppDelegate::refreshExtensionStatus()
+{
+    const QString listing = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+                                    {QStringLiteral("-mAD"), QStringLiteral("-p"), FileManagerExtensionProtocol});
+    const ExtensionState state = extensionStateFromListing(listing, QLatin1String(ExtensionBundleIdentifier));
+    if (m_extensionMenuItem)
+        m_extensionMenuItem->setText(extensionMenuTitle(state));
+    if (m_extensionStateLabel) {
+        m_extensionStateLabel->setText(extensionStateText(state));
+        QPalette palette = m_extensionStateLabel->palette();
+        palette.setColor(m_extensionStateLabel->foregroundRole(), extensionStateColor(state));
+        m_extensionStateLabel->setPalette(palette);
+    }
+}
+
+// ---- commands for the file manager's folder ---------------------------------------------
+
+std::optional<QString> AppDelegate::frontFinderFolderURL() { return m_platform.frontFileManagerFolder(); }
+
+QString AppDelegate::folderForCommand()
+{
+    const std::optional<QString> front = frontFinderFolderURL();
+    return front && !front->isEmpty() ? *front : m_platform.desktopFolder();
+}
+
+void AppDelegate::createInFinderFolder(QObject*)
+{
+    createTemplateWithIdentifier(QStringLiteral("text"), folderForCommand());
+}
+
+void AppDelegate::createTemplateInFinderFolder(QObject* sender)
+{
+    QVariant carried;
+    if (auto* action = qobject_cast<QAction*>(sender))
+        carried = action->data();
+    else if (sender)
+        carried = sender->property("representedObject");
+
+    std::optional<Template> record;
+    if (carried.typeId() == QMetaType::QJsonObject)
+        record = carried.toJsonObject();
+    else if (carried.typeId() == QMetaType::QVariantMap)
+        record = QJsonObject::fromVariantMap(carried.toMap());
+    createTemplate(record ? *record : templateWithIdentifier(QStringLiteral("text")), folderForCommand());
+}
+
+void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(folderForCommand()); }
+
+void AppDelegate::openITermInFinderFolder(QObject*) { openITermInFolder(folderForCommand()); }
+
+// ---- menus -------------------------------------------------------------------------------
 
 void AppDelegate::buildApplicationMenu()
 {
@@ -245,17 +332,13 @@ void AppDelegate::rebuildNewFileStatusMenu()
         return;
 }
 
-void AppDelegate::registerExtension(QObject*)
-{
-    // Registration with the file-manager integration arrives with extension management.
-}
-
 // ---- window ------------------------------------------------------------------------------
 
 void AppDelegate::showWindow(QObject*)
 {
     if (!m_window)
         buildWindow();
+    refreshExtensionStatus();
     if (QScreen* screen = QGuiApplication::primaryScreen()) {
         QRect frame = m_window->frameGeometry();
         frame.moveCenter(screen->availableGeometry().center());
@@ -276,6 +359,7 @@ void AppDelegate::buildWindow()
 {
     m_window = std::make_unique<MainWindow>();
     m_statusLabel = m_window->statusLabel();
+    m_extensionStateLabel = m_window->extensionStateLabel();
 }
 
 void AppDelegate::setStatusText(const QString& text)

@@ -75,11 +75,26 @@ public:
     void showError(const std::optional<QString>& message);
     QString runTool(const QString& path, const QStringList& arguments);
 
-    // Menus, extension and window steps of the start-up sequence.
+    // The file-manager extension and the file manager.
+    QString extensionBundlePath() const;
+    void registerExtension(QObject* sender = nullptr);
+    void enableExtension(QObject* sender = nullptr);
+    void restartFinder(QObject* sender = nullptr);
+    void openSettings(QObject* sender = nullptr);
+    void refreshExtensionStatus();
+
+    // Commands for the folder the file manager shows (else the Desktop). A sender carrying a
+    // template (a menu item's data, or a "representedObject" property) creates from it.
+    std::optional<QString> frontFinderFolderURL();
+    void createInFinderFolder(QObject* sender = nullptr);
+    void createTemplateInFinderFolder(QObject* sender = nullptr);
+    void openTerminalInFinderFolder(QObject* sender = nullptr);
+    void openITermInFinderFolder(QObject* sender = nullptr);
+
+    // Menus, built with the start-up sequence.
     void buildApplicationMenu();
     void buildStatusItem();
     void rebuildNewFileStatusMenu();
-    void registerExtension(QObject* sender = nullptr);
 
 public slots:
     void showWindow(QObject* sender = nullptr);
@@ -89,6 +104,7 @@ private:
     void buildWindow();
     void setStatusText(const QString& text);
     void showQueuedErrors();
+    QString folderForCommand();
 
     QQueue<QString> m_pendingErrors;
     bool m_showingErrors = false;

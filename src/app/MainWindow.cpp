@@ -2,6 +2,7 @@
 
 #include "app/Geometry.h"
 
+#include <QFrame>
 #include <QLabel>
 #include <QPalette>
 
@@ -20,6 +21,19 @@ MainWindow::MainWindow()
                                       14, QFont::Normal);
     subtitle->setForegroundRole(QPalette::PlaceholderText);
 
+    QFrame* extensionCard = cardWithFrame(this, 30, 434, 330, 70);
+    labelWithFrame(extensionCard, 18, 40, 210, 18, QStringLiteral("Finder Extension"), 13, QFont::Medium);
+    m_extensionStateLabel = labelWithFrame(extensionCard, 18, 17, 210, 18, QStringLiteral("Checking..."),
+                                           13, QFont::Normal);
+    m_extensionStateLabel->setForegroundRole(QPalette::PlaceholderText);
+
+    QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
+    labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
+    QLabel* active = labelWithFrame(menuBarCard, 18, 17, 210, 18, QStringLiteral("Active"), 13, QFont::Normal);
+    QPalette green = active->palette();
+    green.setColor(QPalette::WindowText, QColor(52, 199, 89));
+    active->setPalette(green);
+
     m_statusLabel = labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
     m_statusLabel->setForegroundRole(QPalette::PlaceholderText);
     m_statusLabel->setWordWrap(true);
@@ -37,6 +51,21 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
     font.setWeight(weight);
     label->setFont(font);
     return label;
+}
+
+} // namespace brindlemark
+
+namespace brindlemark {
+
+QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height)
+{
+    auto* card = new QFrame(parent);
+    card->setObjectName(QStringLiteral("card"));
+    card->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    // White at low opacity over the window: a lighter panel on dark themes, a soft one on light.
+    card->setStyleSheet(QStringLiteral("QFrame#card { border: 1px solid rgba(128, 128, 128, 0.35);"
+                                       " border-radius: 8px; background: rgba(255, 255, 255, 0.12); }"));
+    return card;
 }
 
 } // namespace brindlemark

@@ -3,6 +3,7 @@
 #include <QFont>
 #include <QWidget>
 
+class QFrame;
 class QLabel;
 
 namespace brindlemark {
@@ -18,14 +19,19 @@ public:
     MainWindow();
 
     QLabel* statusLabel() const { return m_statusLabel; }
+    QLabel* extensionStateLabel() const { return m_extensionStateLabel; }
 
     // A non-interactive text at a bottom-left-origin frame inside `parent`, in the system font
     // at `fontSize` pixels (the layout's points) and the given weight.
     static QLabel* labelWithFrame(QWidget* parent, int x, int y, int width, int height,
                                   const QString& text, qreal fontSize, QFont::Weight weight);
 
+    // A rounded, lightly filled panel at a bottom-left-origin frame inside `parent`.
+    static QFrame* cardWithFrame(QWidget* parent, int x, int y, int width, int height);
+
 private:
     QLabel* m_statusLabel = nullptr;
+    QLabel* m_extensionStateLabel = nullptr;
 };
 
 } // namespace brindlemark

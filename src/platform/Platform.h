@@ -5,6 +5,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <optional>
 
 namespace brindlemark {
 
@@ -30,9 +31,24 @@ public:
 
     // The path of a system tool the controller runs through its tool runner.
     enum class Tool {
-        Open, // "-a APPLICATION FOLDER": starts a terminal application in a folder
+        Open,      // "-a APPLICATION FOLDER": starts a terminal application in a folder
+        PluginKit, // the plug-in registry: "-a PATH", "-e use -i ID", "-mAD -p PROTOCOL"
+        KillAll,   // "Finder": restarts the file manager
     };
     virtual QString toolPath(Tool tool) = 0;
+
+    // The folder holding the application's built-in plug-ins (the file-manager extension).
+    virtual QString builtInPlugInsPath() = 0;
+
+    // Opens the desktop's settings for file-manager extensions, or else its settings at all.
+    virtual void openSettings() = 0;
+
+    // The folder the file manager's front window shows, when the file manager can say; else
+    // nothing.
+    virtual std::optional<QString> frontFileManagerFolder() = 0;
+
+    // The user's desktop folder: where commands act when the file manager gives no folder.
+    virtual QString desktopFolder() = 0;
 
     // Shows the file selected in the file manager, bringing it to the front. Returns at once.
     virtual void showFileInFileManager(const QString& filePath) = 0;

@@ -12,6 +12,7 @@
 #include <QMessageBox>
 #include <QProcess>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QUrl>
 
 
@@ -84,18 +85,42 @@ QString LinuxPlatform::templateBackupFolder()
 
 QString LinuxPlatform::toolPath(Tool tool)
 {
+    // The tools live beside brindlemark-app: in the build tree and in libexec/brindlemark.
+    const QString folder = QCoreApplication::applicationDirPath() + u'/';
     switch (tool) {
-    case Tool::Open: {
-        // Beside the executable in the build tree, in libexec once installed.
-        const QString bin = QCoreApplication::applicationDirPath();
-        const QString name = QStringLiteral("brindlemark-open");
-        const QString beside = bin + u'/' + name;
-        if (QFileInfo(beside).isExecutable())
-            return beside;
-        return QDir::cleanPath(bin + QStringLiteral("/" BRINDLEMARK_LIBEXEC_FROM_BIN "/") + name);
-    }
+    case Tool::Open:
+        return folder + QStringLiteral("brindlemark-open");
+    case Tool::PluginKit:
+        return folder + QStringLiteral("brindlemark-pluginkit");
+    case Tool::KillAll:
+        return folder + QStringLiteral("brindlemark-killall");
     }
     return QString();
+}
+
+QString LinuxPlatform::builtInPlugInsPath() { return QCoreApplication::applicationDirPath() + QStringLiteral("/PlugIns"); }
+
+void LinuxPlatform::openSettings()
+{
+    // No desktop has a settings page for file-manager extensions: open its settings instead.
+    for (const char* settings : {"gnome-control-center", "systemsettings", "xfce4-settings-manager",
+                                 "mate-control-center", "cinnamon-settings", "lxqt-config"}) {
+        const QString program = QStandardPaths::findExecutable(QLatin1String(settings));
+        if (!program.isEmpty() && QProcess::startDetached(program, {}))
+            return;
+    }
+}
+
+std::optional<QString> LinuxPlatform::frontFileManagerFolder()
+{
+    // The freedesktop file-manager interface can show folders but cannot say which window is in
+    // front, and the file managers' own interfaces do not either: there is no reliable answer.
+    return std::nullopt;
+}
+
+QString LinuxPlatform::desktopFolder()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
 }
 
 namespace {

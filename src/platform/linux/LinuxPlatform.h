@@ -15,6 +15,10 @@ public:
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
     QString toolPath(Tool tool) override;
+    QString builtInPlugInsPath() override;
+    void openSettings() override;
+    std::optional<QString> frontFileManagerFolder() override;
+    QString desktopFolder() override;
     void showFileInFileManager(const QString& filePath) override;
     void runAlert(const QString& messageText, const QString& informativeText) override;
     QString instanceSocketPath() override;
