@@ -3,6 +3,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 build_project brindlemark
+ensure_packages adwaita-icon-theme
 app="$BRINDLEMARK_BUILD/src/brindlemark"
 
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then

@@ -2,24 +2,32 @@
 
 #include "actions/FileCreation.h"
 #include "app/MainWindow.h"
+#include "app/Symbols.h"
 #include "Identifiers.h"
 #include "bridge/ExtensionManagement.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"
+#include "templates/TemplateTableModel.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QItemSelectionModel>
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
 #include <QScreen>
+#include <QSystemTrayIcon>
+#include <QTableView>
 
 namespace brindlemark {
 
 AppDelegate::AppDelegate(Platform& platform, QObject* parent)
-    : QObject(parent), m_platform(platform)
+    : QObject(parent), m_platform(platform),
+      m_templateTableModel(new TemplateTableModel(m_templates, [this] { saveTemplates(); }, this))
 {
 }
 
@@ -313,23 +321,138 @@ void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(fo
 
 void AppDelegate::openITermInFinderFolder(QObject*) { openITermInFolder(folderForCommand()); }
 
+// ---- template table ----------------------------------------------------------------------
+
+void AppDelegate::addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox)
+{
+    const int minimumWidth = checkbox ? 70 : 80;
+    m_templateTableModel->appendColumn({identifier, title, width, minimumWidth, checkbox});
+    if (m_templatesTableView)
+        m_templatesTableView->setColumnWidth(m_templateTableModel->columnCount() - 1, width);
+}
+
+void AppDelegate::addTemplate(QObject*)
+{
+    m_templates.append(Template{
+        {TemplateKey::id, newTemplateIdentifier()},
+        {TemplateKey::title, QStringLiteral("New Template")},
+        {TemplateKey::prefix, QStringLiteral("NewFile")},
+        {TemplateKey::suffix, QStringLiteral("txt")},
+        {TemplateKey::enabled, true},
+        {TemplateKey::executable, false},
+    });
+    m_templateTableModel->reload();
+    if (m_templatesTableView)
+        m_templatesTableView->selectRow(int(m_templates.size()) - 1);
+    saveTemplates();
+}
+
+void AppDelegate::removeTemplate(QObject*)
+{
+    if (!m_templatesTableView || !m_templatesTableView->selectionModel())
+        return;
+    const QModelIndexList selected = m_templatesTableView->selectionModel()->selectedRows();
+    if (selected.isEmpty())
+        return;
+    const int row = selected.first().row();
+    if (row < 0 || row >= m_templates.size())
+        return;
+    m_templates.removeAt(row);
+    m_templateTableModel->reload();
+    saveTemplates();
+}
+
 // ---- menus -------------------------------------------------------------------------------
+
+QAction* AppDelegate::menuItemWithTitle(const QString& title, const QString& symbol,
+                                        void (AppDelegate::*action)(QObject*))
+{
+    auto* item = new QAction(symbolImage(symbol, 14), title, this);
+    if (action)
+        connect(item, &QAction::triggered, this, [this, action, item] { (this->*action)(item); });
+    return item;
+}
 
 void AppDelegate::buildApplicationMenu()
 {
-    // The application menu ("Show Brindlemark", "Quit Brindlemark") is built with the menus.
+    m_applicationMenu = std::make_unique<QMenu>(QStringLiteral("Brindlemark"));
+    QAction* show = m_applicationMenu->addAction(QStringLiteral("Show Brindlemark"));
+    show->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
+    connect(show, &QAction::triggered, this, [this] { showWindow(); });
+    m_applicationMenu->addSeparator();
+    QAction* quit = m_applicationMenu->addAction(QStringLiteral("Quit Brindlemark"));
+    quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
 }
 
 void AppDelegate::buildStatusItem()
 {
-    // The tray icon and its menu are built with the menus; until then there is no status item
-    // and rebuildNewFileStatusMenu() has nothing to fill.
+    m_statusMenu = std::make_unique<QMenu>(QStringLiteral("Brindlemark"));
+    connect(m_statusMenu.get(), &QMenu::aboutToShow, this, &AppDelegate::menuWillOpen);
+
+    m_templateMenuItem = menuItemWithTitle(QStringLiteral("New File in Finder"), QStringLiteral("doc.badge.plus"), nullptr);
+    m_templateMenuItem->setMenu(new QMenu(QStringLiteral("New File in Finder"), m_statusMenu.get()));
+    m_statusMenu->addAction(m_templateMenuItem);
+    rebuildNewFileStatusMenu();
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Open Terminal Here"), QStringLiteral("terminal"),
+                                              &AppDelegate::openTerminalInFinderFolder));
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Open iTerm Here"), QStringLiteral("apple.terminal"),
+                                              &AppDelegate::openITermInFinderFolder));
+    m_statusMenu->addSeparator();
+    m_extensionMenuItem = menuItemWithTitle(QStringLiteral("Finder Extension"), QStringLiteral("checkmark.shield"), nullptr);
+    m_extensionMenuItem->setEnabled(false);
+    m_statusMenu->addAction(m_extensionMenuItem);
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Enable Extension"), QStringLiteral("bolt.badge.checkmark"),
+                                              &AppDelegate::enableExtension));
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Restart Finder"), QStringLiteral("arrow.clockwise"),
+                                              &AppDelegate::restartFinder));
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Open System Settings"), QStringLiteral("gearshape"),
+                                              &AppDelegate::openSettings));
+    m_statusMenu->addSeparator();
+    m_statusMenu->addAction(menuItemWithTitle(QStringLiteral("Show Window"), QStringLiteral("macwindow"),
+                                              &AppDelegate::showWindow));
+    QAction* quit = menuItemWithTitle(QStringLiteral("Quit"), QStringLiteral("power"), nullptr);
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
+    m_statusMenu->addAction(quit);
+
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_statusItem = new QSystemTrayIcon(symbolImage(QStringLiteral("doc.badge.plus"), 17, QFont::Medium), this);
+        m_statusItem->setToolTip(QStringLiteral("Brindlemark"));
+        m_statusItem->setContextMenu(m_statusMenu.get());
+        // A plain click opens the menu too, as a click on a menu-bar item does.
+        connect(m_statusItem, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger)
+                m_statusMenu->popup(QCursor::pos());
+        });
+        m_statusItem->show();
+    }
+    refreshExtensionStatus();
 }
 
 void AppDelegate::rebuildNewFileStatusMenu()
 {
-    if (!m_templateMenuItem)
+    QMenu* submenu = m_templateMenuItem ? m_templateMenuItem->menu() : nullptr;
+    if (!submenu)
         return;
+    submenu->clear();
+    const TemplateList enabled = enabledTemplates();
+    if (enabled.isEmpty()) {
+        submenu->addAction(QStringLiteral("No Templates Enabled"))->setEnabled(false);
+        return;
+    }
+    for (const Template& record : enabled) {
+        const bool executable = boolFromValue(record.value(TemplateKey::executable), false);
+        QAction* item = submenu->addAction(symbolImage(executable ? QStringLiteral("terminal") : QStringLiteral("doc"), 14),
+                                           record.value(TemplateKey::title).toString());
+        item->setData(record);
+        connect(item, &QAction::triggered, this, [this, item] { createTemplateInFinderFolder(item); });
+    }
+}
+
+void AppDelegate::menuWillOpen()
+{
+    refreshExtensionStatus();
+    rebuildNewFileStatusMenu();
 }
 
 // ---- window ------------------------------------------------------------------------------
@@ -357,9 +480,22 @@ void AppDelegate::hideWindow(QObject*)
 
 void AppDelegate::buildWindow()
 {
-    m_window = std::make_unique<MainWindow>();
+    m_window = std::make_unique<MainWindow>(*this, m_templateTableModel);
     m_statusLabel = m_window->statusLabel();
     m_extensionStateLabel = m_window->extensionStateLabel();
+    m_templatesTableView = m_window->templatesTableView();
+    addTemplateColumn(TemplateKey::enabled, QStringLiteral("Enabled"), 74, true);
+    addTemplateColumn(TemplateKey::title, QStringLiteral("Title"), 220, false);
+    addTemplateColumn(TemplateKey::prefix, QStringLiteral("Prefix"), 170, false);
+    addTemplateColumn(TemplateKey::suffix, QStringLiteral("Suffix"), 90, false);
+    addTemplateColumn(TemplateKey::executable, QStringLiteral("Executable"), 96, true);
+    // The window carries the application menu; without a tray, the tray's menu as well.
+    if (m_applicationMenu)
+        m_window->menuBar()->addMenu(m_applicationMenu.get());
+    if (m_statusMenu && !m_statusItem) {
+        m_statusMenu->setTitle(QStringLiteral("Commands"));
+        m_window->menuBar()->addMenu(m_statusMenu.get());
+    }
 }
 
 void AppDelegate::setStatusText(const QString& text)

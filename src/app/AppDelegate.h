@@ -11,6 +11,7 @@
 
 class QAction;
 class QLabel;
+class QMenu;
 class QSystemTrayIcon;
 class QTableView;
 
@@ -18,6 +19,7 @@ namespace brindlemark {
 
 class MainWindow;
 class Platform;
+class TemplateTableModel;
 
 // The one controller: it owns the application's state and every operation is one of its
 // methods. The rules themselves live in small UI-free units that it calls.
@@ -91,10 +93,20 @@ public:
     void openTerminalInFinderFolder(QObject* sender = nullptr);
     void openITermInFinderFolder(QObject* sender = nullptr);
 
+    // The template table.
+    void addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox);
+    void addTemplate(QObject* sender = nullptr);
+    void removeTemplate(QObject* sender = nullptr);
+    TemplateTableModel* templateTableModel() const { return m_templateTableModel; }
+
     // Menus, built with the start-up sequence.
     void buildApplicationMenu();
     void buildStatusItem();
     void rebuildNewFileStatusMenu();
+    void menuWillOpen();
+    QAction* menuItemWithTitle(const QString& title, const QString& symbol, void (AppDelegate::*action)(QObject*));
+    QMenu* applicationMenu() const { return m_applicationMenu.get(); }
+    QMenu* statusMenu() const { return m_statusMenu.get(); }
 
 public slots:
     void showWindow(QObject* sender = nullptr);
@@ -106,6 +118,9 @@ private:
     void showQueuedErrors();
     QString folderForCommand();
 
+    // Menus outlive the window that shows them in its menu bar.
+    std::unique_ptr<QMenu> m_applicationMenu;
+    std::unique_ptr<QMenu> m_statusMenu;
     QQueue<QString> m_pendingErrors;
     bool m_showingErrors = false;
 
@@ -119,6 +134,7 @@ private:
     QTableView* m_templatesTableView = nullptr;
     TemplateList m_templates;
     bool m_handledURLLaunch = false;
+    TemplateTableModel* m_templateTableModel; // over m_templates, made in the constructor
 };
 
 } // namespace brindlemark

@@ -3,6 +3,7 @@
 #include "Identifiers.h"
 #include "app/AppDelegate.h"
 #include "app/SingleInstance.h"
+#include "app/Symbols.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
@@ -63,6 +64,9 @@ int runBrindlemark(int argc, char** argv)
     QApplication application(argc, argv);
     application.setApplicationName(QStringLiteral("Brindlemark"));
     application.setDesktopFileName(QLatin1String(ApplicationBundleIdentifier));
+    application.setWindowIcon(symbolImage(QStringLiteral("doc.badge.plus")));
+    // The desktop's icon theme first; Adwaita where the desktop names none.
+    QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
     AppDelegate delegate(*platform);
     // An accessory application: closing the window leaves it running in the tray.
     application.setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());

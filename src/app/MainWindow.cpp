@@ -1,41 +1,109 @@
 #include "app/MainWindow.h"
 
+#include "app/AppDelegate.h"
 #include "app/Geometry.h"
+#include "app/Symbols.h"
+#include "templates/TemplateTableModel.h"
 
 #include <QFrame>
+#include <QHeaderView>
 #include <QLabel>
+#include <QMenuBar>
 #include <QPalette>
+#include <QPushButton>
+#include <QTableView>
 
 namespace brindlemark {
 
-MainWindow::MainWindow()
+namespace {
+
+void setSecondary(QLabel* label) { label->setForegroundRole(QPalette::PlaceholderText); }
+
+void setColour(QLabel* label, const QColor& colour)
+{
+    QPalette palette = label->palette();
+    palette.setColor(label->foregroundRole(), colour);
+    label->setPalette(palette);
+}
+
+} // namespace
+
+MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
 {
     setWindowTitle(QStringLiteral("Brindlemark"));
     setFixedSize(Width, Height);
     // The window is kept and shown again after its close button hides it.
     setAttribute(Qt::WA_DeleteOnClose, false);
 
+    m_menuBar = new QMenuBar(this);
+    m_menuBar->setGeometry(0, 0, Width, 28);
+
+    auto* header = new QLabel(this);
+    header->setObjectName(QStringLiteral("headerImage"));
+    header->setGeometry(frameInParent(34, 524, 56, 56, Height));
+    header->setAlignment(Qt::AlignCenter);
+    header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
+
     labelWithFrame(this, 108, 550, 560, 30, QStringLiteral("Brindlemark"), 25, QFont::DemiBold);
-    QLabel* subtitle = labelWithFrame(this, 110, 525, 560, 22,
-                                      QStringLiteral("Finder context menu and menu bar shortcut"),
-                                      14, QFont::Normal);
-    subtitle->setForegroundRole(QPalette::PlaceholderText);
+    setSecondary(labelWithFrame(this, 110, 525, 560, 22, QStringLiteral("Finder context menu and menu bar shortcut"),
+                                14, QFont::Normal));
 
     QFrame* extensionCard = cardWithFrame(this, 30, 434, 330, 70);
+    extensionCard->setObjectName(QStringLiteral("extensionCard"));
     labelWithFrame(extensionCard, 18, 40, 210, 18, QStringLiteral("Finder Extension"), 13, QFont::Medium);
-    m_extensionStateLabel = labelWithFrame(extensionCard, 18, 17, 210, 18, QStringLiteral("Checking..."),
-                                           13, QFont::Normal);
-    m_extensionStateLabel->setForegroundRole(QPalette::PlaceholderText);
+    m_extensionStateLabel =
+        labelWithFrame(extensionCard, 18, 17, 210, 18, QStringLiteral("Checking..."), 13, QFont::Normal);
+    setSecondary(m_extensionStateLabel);
 
     QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
+    menuBarCard->setObjectName(QStringLiteral("menuBarCard"));
     labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
-    QLabel* active = labelWithFrame(menuBarCard, 18, 17, 210, 18, QStringLiteral("Active"), 13, QFont::Normal);
-    QPalette green = active->palette();
-    green.setColor(QPalette::WindowText, QColor(52, 199, 89));
-    active->setPalette(green);
+    setColour(labelWithFrame(menuBarCard, 18, 17, 210, 18, QStringLiteral("Active"), 13, QFont::Normal),
+              QColor(52, 199, 89));
+
+    AppDelegate* target = &delegate;
+    auto button = [&](int x, int y, int width, const char* title, const char* symbol, auto action) {
+        QPushButton* made = buttonWithFrame(this, x, y, width, 38, QString::fromUtf8(title), QString::fromUtf8(symbol));
+        connect(made, &QPushButton::clicked, target, [target, action, made] { (target->*action)(made); });
+    };
+    button(30, 372, 170, "Enable Extension", "bolt.badge.checkmark", &AppDelegate::enableExtension);
+    button(215, 372, 150, "Open Settings", "gearshape", &AppDelegate::openSettings);
+    button(380, 372, 150, "Restart Finder", "arrow.clockwise", &AppDelegate::restartFinder);
+    button(545, 372, 166, "Create File", "doc.badge.plus", &AppDelegate::createInFinderFolder);
+    button(30, 314, 140, "Open Terminal", "terminal", &AppDelegate::openTerminalInFinderFolder);
+    button(185, 314, 110, "Open iTerm", "apple.terminal", &AppDelegate::openITermInFinderFolder);
+    button(310, 314, 100, "Hide Window", "xmark", &AppDelegate::hideWindow);
+
+    labelWithFrame(this, 32, 272, 260, 22, QStringLiteral("Templates"), 15, QFont::DemiBold);
+
+    m_templatesTableView = new QTableView(this);
+    m_templatesTableView->setObjectName(QStringLiteral("templatesTableView"));
+    m_templatesTableView->setGeometry(frameInParent(30, 82, 680, 184, Height));
+    m_templatesTableView->setModel(templates);
+    m_templatesTableView->setAlternatingRowColors(true);
+    m_templatesTableView->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_templatesTableView->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_templatesTableView->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
+                                          QAbstractItemView::SelectedClicked);
+    m_templatesTableView->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    m_templatesTableView->setWordWrap(false);
+    m_templatesTableView->setTextElideMode(Qt::ElideRight);
+    m_templatesTableView->verticalHeader()->hide();
+    m_templatesTableView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_templatesTableView->verticalHeader()->setDefaultSectionSize(26);
+    QHeaderView* columns = m_templatesTableView->horizontalHeader();
+    columns->setSectionsMovable(false);
+    columns->setSectionResizeMode(QHeaderView::Interactive);
+    columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    columns->setStretchLastSection(false);
+
+    QPushButton* add = smallButtonWithFrame(this, 30, 44, 36, 28, QStringLiteral("+"));
+    connect(add, &QPushButton::clicked, target, [target, add] { target->addTemplate(add); });
+    QPushButton* remove = smallButtonWithFrame(this, 70, 44, 36, 28, QStringLiteral("-"));
+    connect(remove, &QPushButton::clicked, target, [target, remove] { target->removeTemplate(remove); });
 
     m_statusLabel = labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
-    m_statusLabel->setForegroundRole(QPalette::PlaceholderText);
+    setSecondary(m_statusLabel);
     m_statusLabel->setWordWrap(true);
     m_statusLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
 }
@@ -53,19 +121,32 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
     return label;
 }
 
-} // namespace brindlemark
-
-namespace brindlemark {
-
 QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height)
 {
     auto* card = new QFrame(parent);
-    card->setObjectName(QStringLiteral("card"));
     card->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    // White at low opacity over the window: a lighter panel on dark themes, a soft one on light.
-    card->setStyleSheet(QStringLiteral("QFrame#card { border: 1px solid rgba(128, 128, 128, 0.35);"
+    // A border and fill of low opacity over the window: a soft panel on light and dark themes.
+    card->setProperty("card", true);
+    card->setStyleSheet(QStringLiteral("QFrame[card=\"true\"] { border: 1px solid rgba(128, 128, 128, 0.35);"
                                        " border-radius: 8px; background: rgba(255, 255, 255, 0.12); }"));
     return card;
+}
+
+QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                         const QString& title, const QString& symbol)
+{
+    auto* button = new QPushButton(symbolImage(symbol, 15), title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    button->setIconSize(QSize(16, 16));
+    return button;
+}
+
+QPushButton* MainWindow::smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                              const QString& title)
+{
+    auto* button = new QPushButton(title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    return button;
 }
 
 } // namespace brindlemark

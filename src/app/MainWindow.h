@@ -3,35 +3,50 @@
 #include <QFont>
 #include <QWidget>
 
+class QAbstractItemModel;
 class QFrame;
 class QLabel;
+class QMenuBar;
+class QPushButton;
+class QTableView;
 
 namespace brindlemark {
 
-// The one main window: fixed 760 x 620, built once and kept for the life of the process.
-// Closing it only hides it.
+class AppDelegate;
+
+// The one main window: fixed 760 x 620, laid out from absolute frames, built once and kept for
+// the life of the process. Closing it only hides it. Every button acts on the controller.
 class MainWindow final : public QWidget {
     Q_OBJECT
 public:
     static constexpr int Width = 760;
     static constexpr int Height = 620;
 
-    MainWindow();
+    MainWindow(AppDelegate& delegate, QAbstractItemModel* templates);
 
     QLabel* statusLabel() const { return m_statusLabel; }
     QLabel* extensionStateLabel() const { return m_extensionStateLabel; }
+    QTableView* templatesTableView() const { return m_templatesTableView; }
+    // The top strip of the window (left free by the layout) holds the application's menus.
+    QMenuBar* menuBar() const { return m_menuBar; }
 
     // A non-interactive text at a bottom-left-origin frame inside `parent`, in the system font
     // at `fontSize` pixels (the layout's points) and the given weight.
     static QLabel* labelWithFrame(QWidget* parent, int x, int y, int width, int height,
                                   const QString& text, qreal fontSize, QFont::Weight weight);
-
     // A rounded, lightly filled panel at a bottom-left-origin frame inside `parent`.
     static QFrame* cardWithFrame(QWidget* parent, int x, int y, int width, int height);
+    // A command button with the symbol leading its title.
+    static QPushButton* buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                        const QString& title, const QString& symbol);
+    static QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                             const QString& title);
 
 private:
     QLabel* m_statusLabel = nullptr;
     QLabel* m_extensionStateLabel = nullptr;
+    QTableView* m_templatesTableView = nullptr;
+    QMenuBar* m_menuBar = nullptr;
 };
 
 } // namespace brindlemark

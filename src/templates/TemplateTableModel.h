@@ -1,0 +1,49 @@
+#pragma once
+
+#include "templates/Template.h"
+
+#include <QAbstractTableModel>
+
+#include <functional>
+
+namespace brindlemark {
+
+// The template table: one row per record of the controller's list, one column per member the
+// columns name. Cells show the records as stored; every edit stores the trimmed text (not
+// normalised) or the flag and saves at once through the callback.
+class TemplateTableModel final : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    struct Column {
+        QString identifier; // the record member it shows
+        QString title;
+        int width = 0;
+        int minimumWidth = 0;
+        bool checkbox = false;
+    };
+
+    TemplateTableModel(TemplateList& templates, std::function<void()> save, QObject* parent = nullptr);
+
+    void appendColumn(const Column& column);
+    const QList<Column>& columns() const { return m_columns; }
+    // Tells the views that rows were added or removed (the "reload" after + and -).
+    void reload();
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role) override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+    // An edit of one cell: ignored for a row that is no longer in the list (a stale view);
+    // otherwise a flag or the trimmed text is stored, and the list is saved.
+    void setObjectValue(const QVariant& value, const QString& columnIdentifier, int row);
+
+private:
+    TemplateList& m_templates;
+    std::function<void()> m_save;
+    QList<Column> m_columns;
+};
+
+} // namespace brindlemark
