@@ -13,7 +13,11 @@ public:
     explicit FakePlatform(QString home) : m_home(std::move(home)) {}
 
     QVariant userDefaultsValue(const QString& key) override { return userDefaults.value(key); }
-    void setUserDefaultsValue(const QString& key, const QString& value) override { userDefaults[key] = value; }
+    void setUserDefaultsValue(const QString& key, const QString& value) override
+    {
+        userDefaults[key] = value;
+        ++saves;
+    }
     void setExtensionPreferenceValue(const QString& key, const QString& value) override
     {
         extensionPreferences[key] = value;
@@ -51,6 +55,7 @@ public:
     std::optional<QString> frontFolder;
     QString plugInsFolder;
     int settingsOpened = 0;
+    int saves = 0;
     QStringList shownFiles;
     QStringList alerts;
     int deepestAlerts = 0;

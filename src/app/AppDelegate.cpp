@@ -15,6 +15,7 @@
 #include <QApplication>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QMenu>
@@ -31,7 +32,11 @@ AppDelegate::AppDelegate(Platform& platform, QObject* parent)
 {
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate()
+{
+    // The window's table reads the template list until it is gone: close it down first.
+    m_window.reset();
+}
 
 QWidget* AppDelegate::window() const { return m_window.get(); }
 
@@ -331,6 +336,13 @@ void AppDelegate::addTemplateColumn(const QString& identifier, const QString& ti
         m_templatesTableView->setColumnWidth(m_templateTableModel->columnCount() - 1, width);
 }
 
+void AppDelegate::keepColumnAtItsMinimumWidth(int column, int newWidth)
+{
+    const auto& columns = m_templateTableModel->columns();
+    if (m_templatesTableView && column >= 0 && column < columns.size() && newWidth < columns[column].minimumWidth)
+        m_templatesTableView->horizontalHeader()->resizeSection(column, columns[column].minimumWidth);
+}
+
 void AppDelegate::addTemplate(QObject*)
 {
     m_templates.append(Template{
@@ -484,6 +496,8 @@ void AppDelegate::buildWindow()
     m_statusLabel = m_window->statusLabel();
     m_extensionStateLabel = m_window->extensionStateLabel();
     m_templatesTableView = m_window->templatesTableView();
+    connect(m_templatesTableView->horizontalHeader(), &QHeaderView::sectionResized, this,
+            [this](int column, int, int newWidth) { keepColumnAtItsMinimumWidth(column, newWidth); });
     addTemplateColumn(TemplateKey::enabled, QStringLiteral("Enabled"), 74, true);
     addTemplateColumn(TemplateKey::title, QStringLiteral("Title"), 220, false);
     addTemplateColumn(TemplateKey::prefix, QStringLiteral("Prefix"), 170, false);

@@ -117,6 +117,7 @@ private:
     void setStatusText(const QString& text);
     void showQueuedErrors();
     QString folderForCommand();
+    void keepColumnAtItsMinimumWidth(int column, int newWidth);
 
     // Menus outlive the window that shows them in its menu bar.
     std::unique_ptr<QMenu> m_applicationMenu;

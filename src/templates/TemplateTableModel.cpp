@@ -35,7 +35,7 @@ QVariant TemplateTableModel::data(const QModelIndex& index, int role) const
     if (!index.isValid() || index.row() >= m_templates.size() || index.column() >= m_columns.size())
         return {};
     const Column& column = m_columns[index.column()];
-    const QJsonValue stored = m_templates[index.row()].value(column.identifier);
+    const QJsonValue stored = m_templates.at(index.row()).value(column.identifier);
     if (column.checkbox)
         return role == Qt::CheckStateRole ? QVariant(boolFromValue(stored, false) ? Qt::Checked : Qt::Unchecked)
                                           : QVariant();
