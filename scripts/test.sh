@@ -4,5 +4,6 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 build_project
+ensure_packages python3 desktop-file-utils   # the file-manager menu tests
 cd "$BRINDLEMARK_BUILD"
 exec ctest --output-on-failure "$@"

@@ -35,6 +35,7 @@ public:
     void openSettings() override { ++settingsOpened; }
     std::optional<QString> frontFileManagerFolder() override { return frontFolder; }
     QString desktopFolder() override { return m_home + "/Desktop"; }
+    void templatesChanged(const QString&) override { ++changeNotices; }
     void showFileInFileManager(const QString& filePath) override { shownFiles << filePath; }
     void runAlert(const QString& messageText, const QString& informativeText) override
     {
@@ -56,6 +57,7 @@ public:
     QString plugInsFolder;
     int settingsOpened = 0;
     int saves = 0;
+    int changeNotices = 0;
     QStringList shownFiles;
     QStringList alerts;
     int deepestAlerts = 0;

@@ -224,6 +224,7 @@ void AppDelegate::saveTemplates()
     m_platform.setUserDefaultsValue(TemplatesJSONKey, text);
     m_platform.setExtensionPreferenceValue(TemplatesJSONKey, text);
     writeTemplatesJSONToExtensionContainer(text);
+    m_platform.templatesChanged(extensionBundlePath());
     rebuildNewFileStatusMenu();
     setStatusText(QStringLiteral("Templates saved. Finder menu updates on the next right-click."));
 }

@@ -50,6 +50,11 @@ public:
     // The user's desktop folder: where commands act when the file manager gives no folder.
     virtual QString desktopFolder() = 0;
 
+    // Tells the installed file-manager integration that the templates changed, for the file
+    // managers whose menus are written ahead rather than read at every right-click. Returns
+    // at once.
+    virtual void templatesChanged(const QString& extensionBundlePath) = 0;
+
     // Shows the file selected in the file manager, bringing it to the front. Returns at once.
     virtual void showFileInFileManager(const QString& filePath) = 0;
 

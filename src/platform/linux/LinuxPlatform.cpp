@@ -123,6 +123,15 @@ QString LinuxPlatform::desktopFolder()
     return QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
 }
 
+void LinuxPlatform::templatesChanged(const QString& extensionBundlePath)
+{
+    // Dolphin's service menus name every template: the bundle's "refresh" writes them again
+    // when they are installed, and does nothing otherwise.
+    const QString refresh = extensionBundlePath + QStringLiteral("/refresh");
+    if (QFileInfo(refresh).isExecutable())
+        QProcess::startDetached(refresh, {});
+}
+
 namespace {
 
 // The desktop's opener shows the folder in whatever file manager the user chose.

@@ -19,6 +19,7 @@ public:
     void openSettings() override;
     std::optional<QString> frontFileManagerFolder() override;
     QString desktopFolder() override;
+    void templatesChanged(const QString& extensionBundlePath) override;
     void showFileInFileManager(const QString& filePath) override;
     void runAlert(const QString& messageText, const QString& informativeText) override;
     QString instanceSocketPath() override;
