@@ -130,10 +130,10 @@ class PythonExtensionTest(Home):
         gi.require_version = lambda name, version: None
         repository = types.ModuleType("gi.repository")
         repository.Nautilus = FakeModule
-        repository.GObject = types.SimpleNamespace(GObject=object)
+        repository.GObject = types.SimpleNamespace(GObject=type("GObject", (), {}))
         gi.repository = repository
-        saved = {name: sys.modules.get(name) for name in ("gi", "gi.repository")}
-        sys.modules.update({"gi": gi, "gi.repository": repository})
+        saved = {name: sys.modules.get(name) for name in ("gi", "gi.repository", "gi.repository.GObject")}
+        sys.modules.update({"gi": gi, "gi.repository": repository, "gi.repository.GObject": repository.GObject})
         self.addCleanup(lambda: [sys.modules.pop(n, None) if m is None else sys.modules.__setitem__(n, m)
                                  for n, m in saved.items()])
         spec = importlib.util.spec_from_file_location("brindlemark_menu_under_test",

@@ -111,7 +111,9 @@ def _file_manager_module():
 
 
 def _make_provider(module):
-    class BrindlemarkMenuProvider(module.MenuProvider, getattr(__import__("gi.repository", fromlist=["GObject"]), "GObject").GObject):
+    from gi.repository import GObject
+
+    class BrindlemarkMenuProvider(GObject.GObject, module.MenuProvider):
         # Nautilus 43 and later pass (files) and (folder); older versions and Nemo and Caja
         # pass the window first.
         def get_file_items(self, *args):
