@@ -100,6 +100,9 @@ private slots:
         QTest::newRow("unwritable place") << "/proc" << "x" << int(FileCreation::CouldNotCreate);
         QTest::newRow("slash in the prefix") << "folder" << "../escaped" << int(FileCreation::CouldNotCreate);
         QTest::newRow("prefix of two dots, no suffix") << "folder" << ".." << int(FileCreation::CouldNotCreate);
+        QTest::newRow("absolute prefix") << "folder" << "/tmp/escaped" << int(FileCreation::CouldNotCreate);
+        QTest::newRow("relative folder") << "relative/folder" << "x" << int(FileCreation::NotAFolder);
+        QTest::newRow("NUL in the folder") << QString("/tmp") + QChar(0) + "/x" << "x" << int(FileCreation::NotAFolder);
     }
     void failures()
     {
@@ -109,7 +112,7 @@ private slots:
         TestHome home;
         QDir().mkpath(home.file("folder"));
         QVERIFY(writeFile(home.file("file"), "x"));
-        const QString path = folder.startsWith('/') || folder.isEmpty() ? folder : home.file(folder);
+        const QString path = folder.startsWith('/') || folder.isEmpty() || folder.startsWith("relative") ? folder : home.file(folder);
         const FileCreation made = createFileFromTemplate(Template{{"prefix", prefix}}, path);
         QCOMPARE(int(made.status), status);
         QVERIFY(entries(home.file("folder")).isEmpty());

@@ -134,6 +134,32 @@ private slots:
         QVERIFY(second != first);
     }
 
+    void burstOf500Launches()
+    {
+        TestHome home;
+        StopInstanceAtEnd stop;
+        writeScript(home.file("bin/xdg-open"), "exit 0");
+        const QString folder = home.file("burst");
+        QDir().mkpath(folder);
+        QVERIFY(writeFile(folder + "/New Text File 7.txt", "kept"));
+        QCOMPARE(launch(home, {url("create", folder)}), 0);
+        QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
+
+        // 500 separate processes, started as fast as the shell can, all against one instance.
+        writeScript(home.file("burst.sh"), "for i in $(seq 500); do \"$1\" \"$2\" || echo failed & done; wait");
+        QProcess shell;
+        shell.setProcessEnvironment(environment(home));
+        shell.setProcessChannelMode(QProcess::MergedChannels);
+        shell.start(home.file("burst.sh"), {BRINDLEMARK_EXECUTABLE, url("create", folder)});
+        QVERIFY(shell.waitForFinished(120'000));
+        QCOMPARE(shell.readAll(), QByteArray());
+        const QStringList made = entries(folder, QDir::Files).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$"));
+        QCOMPARE(made.size(), 502); // the first launch, the 500, and the file that was there
+        QCOMPARE(readFile(folder + "/New Text File 7.txt"), QByteArray("kept"));
+        QCOMPARE(launch(home, {url("create", folder)}), 0); // still answering
+        QCOMPARE(entries(folder, QDir::Files).size(), 503);
+    }
+
     void userLaunchStaysInTheForeground()
     {
         TestHome home;

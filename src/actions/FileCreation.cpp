@@ -1,5 +1,6 @@
 #include "actions/FileCreation.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 #include <cerrno>
@@ -39,7 +40,9 @@ bool staysInFolder(const QString& name)
 
 bool isExistingFolder(const QString& folder)
 {
-    return !folder.isEmpty() && QFileInfo(folder).isDir();
+    // Only an absolute path names a folder: a relative one would depend on where Brindlemark
+    // happened to be started. A NUL would cut the path short in the system calls.
+    return QDir::isAbsolutePath(folder) && !folder.contains(QChar(0)) && QFileInfo(folder).isDir();
 }
 
 FileCreation createFileFromTemplate(const Template& record, const QString& folder)

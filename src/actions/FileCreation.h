@@ -18,7 +18,7 @@ struct FileCreation {
 // is refused.
 FileCreation createFileFromTemplate(const Template& record, const QString& folder);
 
-// True when the path names an existing directory (a link to one counts).
+// True when the absolute path names an existing directory (a link to one counts).
 bool isExistingFolder(const QString& folder);
 
 } // namespace brindlemark

@@ -1,5 +1,7 @@
 #include "bridge/PluginRegistry.h"
 
+#include "platform/AtomicFile.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -7,7 +9,6 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSettings>
 
 namespace brindlemark {
@@ -47,11 +48,7 @@ bool writeRegistry(const QList<Registration>& registrations)
     for (const Registration& r : registrations)
         array.append(QJsonObject{{"identifier", r.identifier}, {"path", r.path}, {"protocol", r.protocol},
                                  {"version", r.version}, {"elected", r.elected}});
-    const QString path = pluginRegistryFilePath();
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
-        return false;
-    QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(QJsonDocument(array).toJson()) >= 0 && file.commit();
+    return writeFileAtomically(pluginRegistryFilePath(), QJsonDocument(array).toJson());
 }
 
 PluginKitResult failure(const QString& message, int code = 1) { return {code, message + u'\n'}; }

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace brindlemark {
+
+// Replaces the file's contents all at once: the bytes go to a new file beside it, which is
+// flushed to the disk and then renamed over the target, so a reader sees the old contents or the
+// new, never a part. A link is followed: its target is replaced and the link stays. Missing
+// folders are created. On any failure (a full disk, a read-only folder) the old file is left as
+// it was and false comes back.
+//
+// Qt's QSaveFile is not used: on a full disk the one in Qt 6.4 reports success and leaves an
+// empty file in place of the old one.
+bool writeFileAtomically(const QString& path, const QByteArray& bytes);
+
+} // namespace brindlemark
