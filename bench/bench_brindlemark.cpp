@@ -1,16 +1,29 @@
-// Speed of the URL path, each figure the median of several runs with its baseline measured in
-// the same run:
+// Brindlemark's speed and memory, each figure the median of several runs, with its baseline
+// measured in the same run where it has one:
+//  - start-up until the window is shown and the instance answers;
 //  - a URL handed to the running instance by a second launch, until the file exists, against
 //    running `touch` on a file in the same folder;
 //  - creating a file when the base name and the numbers 1 to 10,000 are taken, against creating
-//    one in an empty folder.
+//    one in an empty folder;
+//  - saving the templates to every place, against writing the same text to one file;
+//  - opening the tray menu (the extension's state read from the registry tool, the New File
+//    submenu rebuilt), against running /bin/true;
+//  - the running application's resident memory when idle.
 // Everything runs in a temporary home; nothing of the user's is touched.
 #include "actions/FileCreation.h"
+#include "app/AppDelegate.h"
+#include "app/SingleInstance.h"
+#include "bridge/ToolRunner.h"
+#include "platform/AtomicFile.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "templates/TemplateStore.h"
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <QMenu>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -51,17 +64,42 @@ bool runToEnd(QProcess& process, const QString& program, const QStringList& argu
     return process.waitForFinished(30'000) && process.exitCode() == 0;
 }
 
-void row(const char* what, double value, const char* baselineName, double baseline)
+void row(const char* what, double value, const char* baselineName, double baseline, const char* unit = "ms")
 {
-    std::printf("%-46s %10.3f ms   %-28s %10.3f ms   ratio %6.2f\n", what, value, baselineName, baseline,
-                value / baseline);
+    if (baseline > 0)
+        std::printf("%-46s %10.3f %s   %-28s %10.3f ms   ratio %7.2f\n", what, value, unit, baselineName,
+                    baseline, value / baseline);
+    else
+        std::printf("%-46s %10.3f %s   %-28s\n", what, value, unit, baselineName);
+}
+
+// The platform of this machine, with the tools taken from the build.
+class BuiltToolsPlatform final : public LinuxPlatform {
+public:
+    QString toolPath(Tool tool) override
+    {
+        return QStringLiteral(BRINDLEMARK_TOOLS_DIR "/") + QFileInfo(LinuxPlatform::toolPath(tool)).fileName();
+    }
+    QString builtInPlugInsPath() override { return QStringLiteral(BRINDLEMARK_TOOLS_DIR "/PlugIns"); }
+};
+
+double residentMegabytes(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    return -1;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
     QTemporaryDir home;
     const QString root = home.path();
     qputenv("HOME", root.toUtf8());
@@ -130,9 +168,41 @@ int main(int argc, char** argv)
     const QList<double> crowdedTimes = timeRuns(runs, [&](int) { createAndRemove(crowded); });
     const QList<double> emptyTimes = timeRuns(runs, [&](int) { createAndRemove(empty); });
 
+    // Start-up: from starting the application until it answers a reopen, which it handles only
+    // after the start-up sequence (window shown) has run.
+    const QString socket = LinuxPlatform().instanceSocketPath();
+    double rss = -1;
+    const QList<double> startUps = timeRuns(qMin(runs, 15), [&](int i) {
+        QProcess app;
+        app.start(BRINDLEMARK_APP, {});
+        while (forwardToRunningInstance(socket, {}, 10'000) != Forwarding::Delivered)
+            QThread::usleep(200);
+        if (i == 0) {
+            QThread::msleep(1000); // idle
+            rss = residentMegabytes(app.processId());
+        }
+        app.kill();
+        app.waitForFinished();
+    });
+
+    // Saving to every place, and opening the tray menu, in this process.
+    BuiltToolsPlatform platform;
+    AppDelegate delegate(platform);
+    delegate.setHandledURLLaunch(true);
+    delegate.applicationDidFinishLaunching();
+    const QByteArray savedText = templatesJSONText(delegate.templates()).toUtf8();
+    const QList<double> saves = timeRuns(runs, [&](int) { delegate.saveTemplates(); });
+    const QList<double> oneFile = timeRuns(runs, [&](int) { writeFileAtomically(root + "/one.json", savedText); });
+    const QList<double> menus = timeRuns(runs, [&](int) { emit delegate.statusMenu()->aboutToShow(); });
+    const QList<double> trues = timeRuns(runs, [&](int) { runTool(QStandardPaths::findExecutable("true"), {}); });
+
     std::printf("Brindlemark benchmarks, median of %d runs each\n", runs);
+    row("start-up until the window is shown", median(startUps), "(no baseline)", 0);
     row("URL to file via the running instance", median(viaUrl), "touch in the same folder", median(viaTouch));
     row("create with the base name and 1..10000 taken", median(crowdedTimes), "create in an empty folder",
         median(emptyTimes));
+    row("save the templates to all five places", median(saves), "write the text to one file", median(oneFile));
+    row("open the tray menu (registry + submenu)", median(menus), "run /bin/true", median(trues));
+    row("idle memory of the running application", rss, "(no baseline)", 0, "MB");
     return 0;
 }

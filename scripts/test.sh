@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# Builds Brindlemark with its tests and runs them through CTest. Arguments go to ctest,
-# for example: bash scripts/test.sh -R tst_templates
+# Builds Brindlemark with its tests, runs each fuzz target briefly, and runs the tests through
+# CTest. Arguments go to ctest (and skip the fuzz runs), for example:
+#   bash scripts/test.sh -R tst_templates
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 build_project
 ensure_packages python3 desktop-file-utils   # the file-manager menu tests
+# A short run of every fuzz target first (a clang build of its own), then the test suite.
+if [ $# -eq 0 ]; then
+    bash "$BRINDLEMARK_ROOT/scripts/fuzz.sh" 10
+fi
 cd "$BRINDLEMARK_BUILD"
 exec ctest --output-on-failure "$@"

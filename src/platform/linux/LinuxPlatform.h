@@ -7,7 +7,7 @@ namespace brindlemark {
 // Linux: settings are INI files named after the bundle identifiers in $XDG_CONFIG_HOME, the
 // Templates.json files live in $XDG_DATA_HOME and $XDG_CONFIG_HOME. Every path is computed at
 // call time from the environment, so a changed HOME or XDG variable takes effect at once.
-class LinuxPlatform final : public Platform {
+class LinuxPlatform : public Platform {
 public:
     QVariant userDefaultsValue(const QString& key) override;
     void setUserDefaultsValue(const QString& key, const QString& value) override;
