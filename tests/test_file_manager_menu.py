@@ -136,10 +136,10 @@ class PythonExtensionTest(Home):
         sys.modules.update({"gi": gi, "gi.repository": repository, "gi.repository.GObject": repository.GObject})
         self.addCleanup(lambda: [sys.modules.pop(n, None) if m is None else sys.modules.__setitem__(n, m)
                                  for n, m in saved.items()])
-        spec = importlib.util.spec_from_file_location("brindlemark_menu_under_test",
+        found = importlib.util.spec_from_file_location("brindlemark_menu_under_test",
                                                       os.path.join(folder, "brindlemark_menu.py"))
-        module = importlib.util.module_from_spec(spec)
-        spec.loader.exec_module(module)
+        module = importlib.util.module_from_spec(found)
+        found.loader.exec_module(module)
         return module.BrindlemarkMenuProvider()
 
     def test_background_menu_opens_urls_the_application_reads_back(self):
