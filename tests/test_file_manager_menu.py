@@ -151,7 +151,10 @@ class PythonExtensionTest(Home):
             self.assertEqual([i.label for i in new_file.submenu.items], ["Text File", AWKWARD_TITLE])
         new_file.submenu.items[1].activate()
         terminal.activate()
-        template_url, terminal_url = self.opened_urls(2)
+        # Each entry starts its own opener: the two may write in either order.
+        urls = self.opened_urls(2)
+        template_url = next(u for u in urls if u.startswith("brindlemark://template?"))
+        terminal_url = next(u for u in urls if u.startswith("brindlemark://terminal?"))
         read = probe(template_url)
         self.assertEqual((read["kind"], read["folder"]), ("template", self.folder))
         self.assertEqual(read["record"]["title"], AWKWARD_TITLE)
