@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QTemporaryDir>
+#include "app/AppDelegate.h"
+
 #include <QApplication>
 #include <QtTest>
 
@@ -66,6 +68,18 @@ inline constexpr char builtInTemplatesJSON[] =
     R"({"enabled":false,"executable":true,"id":"shell","prefix":"script","suffix":"sh","title":"Shell Script"},)"
     R"({"enabled":false,"executable":true,"id":"python","prefix":"script","suffix":"py","title":"Python Script"},)"
     R"({"enabled":false,"executable":true,"id":"ruby","prefix":"script","suffix":"rb","title":"Ruby Script"}])";
+
+// One start of the application, by the user or for a URL (then no window); returns the
+// controller.
+inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& platform, bool forURL = false)
+{
+    auto delegate = std::make_unique<brindlemark::AppDelegate>(platform);
+    delegate->applicationWillFinishLaunching();
+    if (forURL)
+        delegate->setHandledURLLaunch(true);
+    delegate->applicationDidFinishLaunching();
+    return delegate;
+}
 
 // Widget tests always run on the offscreen platform: they never open a window on a real
 // desktop, whatever display the developer has.

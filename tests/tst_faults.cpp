@@ -6,6 +6,7 @@
 
 #include "app/AppDelegate.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "templates/TemplateStore.h"
 
 #include <QProcess>
 #include <QSettings>
@@ -71,17 +72,15 @@ private slots:
         if (!config.mounted())
             QSKIP("cannot mount a tmpfs here (needs root)");
         LinuxPlatform platform;
-        AppDelegate delegate(platform);
-        delegate.setHandledURLLaunch(true);
-        delegate.applicationDidFinishLaunching();
+        const auto delegate = start(platform, true);
         const QString before = settingsText();
         QCOMPARE(before, QString(builtInTemplatesJSON));
         const QByteArray settingsBefore = readFile(LinuxPlatform::userDefaultsFilePath());
 
         QVERIFY(config.fill());
-        delegate.setTemplates(grown(delegate.templates()));
-        delegate.saveTemplates();
-        const QString after = templatesJSONTextOf(delegate);
+        delegate->setTemplates(grown(delegate->templates()));
+        delegate->saveTemplates();
+        const QString after = templatesJSONText(delegate->templates());
         // On the full disk: the old files, whole (read from the disk: this process's settings
         // object keeps the new value in memory). Elsewhere: the new text.
         QCOMPARE(readFile(LinuxPlatform::userDefaultsFilePath()), settingsBefore);
@@ -89,7 +88,7 @@ private slots:
         QCOMPARE(readFile(home.file("data/org.brindlemark.Brindlemark/Templates.json")), after.toUtf8());
 
         config.makeRoom();
-        delegate.saveTemplates();
+        delegate->saveTemplates();
         QCOMPARE(settingsText(), after);
         QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), after.toUtf8());
     }
@@ -101,13 +100,11 @@ private slots:
         if (!data.mounted())
             QSKIP("cannot mount a tmpfs here (needs root)");
         LinuxPlatform platform;
-        AppDelegate delegate(platform);
-        delegate.setHandledURLLaunch(true);
-        delegate.applicationDidFinishLaunching();
+        const auto delegate = start(platform, true);
         QVERIFY(data.readOnly());
-        delegate.setTemplates(grown(delegate.templates()));
-        delegate.saveTemplates();
-        const QString after = templatesJSONTextOf(delegate);
+        delegate->setTemplates(grown(delegate->templates()));
+        delegate->saveTemplates();
+        const QString after = templatesJSONText(delegate->templates());
         for (const char* id : {"org.brindlemark.Brindlemark", "org.brindlemark.Brindlemark.BrindlemarkFinderSync"})
             QCOMPARE(readFile(home.file(QString("data/") + id + "/Templates.json")), QByteArray(builtInTemplatesJSON));
         QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), after.toUtf8());
@@ -121,21 +118,13 @@ private slots:
         QDir().mkpath(home.file("config/Brindlemark"));
         QVERIFY(QFile::link(home.file("dotfiles/brindlemark.json"), home.file("config/Brindlemark/Templates.json")));
         LinuxPlatform platform;
-        AppDelegate delegate(platform);
-        delegate.setHandledURLLaunch(true);
-        delegate.applicationDidFinishLaunching();
+        const auto delegate = start(platform, true);
         // The link stays a link, and the file it names holds the templates.
         QCOMPARE(QFileInfo(home.file("config/Brindlemark/Templates.json")).symLinkTarget(), home.file("dotfiles/brindlemark.json"));
         QCOMPARE(readFile(home.file("dotfiles/brindlemark.json")), QByteArray(builtInTemplatesJSON));
     }
 
-private:
-    static QString templatesJSONTextOf(const AppDelegate& delegate);
 };
-
-#include "templates/TemplateStore.h"
-
-QString FaultsTest::templatesJSONTextOf(const AppDelegate& delegate) { return templatesJSONText(delegate.templates()); }
 
 BRINDLEMARK_WIDGET_TEST_MAIN(FaultsTest)
 #include "tst_faults.moc"

@@ -51,17 +51,6 @@ QStringList ids(const TemplateList& templates)
     return list;
 }
 
-// One start of the application with the given kind of launch; returns the controller.
-std::unique_ptr<AppDelegate> start(Platform& platform, bool forURL = false)
-{
-    auto delegate = std::make_unique<AppDelegate>(platform);
-    delegate->applicationWillFinishLaunching();
-    if (forURL)
-        delegate->setHandledURLLaunch(true);
-    delegate->applicationDidFinishLaunching();
-    return delegate;
-}
-
 } // namespace
 
 class StartupTest : public QObject {

@@ -133,26 +133,22 @@ bool AppDelegate::validateFolderURL(const QString& folder)
 
 void AppDelegate::openTerminalInFolder(const QString& folder)
 {
-    if (!validateFolderURL(folder))
-        return;
-    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open),
-                                   {QStringLiteral("-a"), QStringLiteral("Terminal"), folder});
-    if (!output.isEmpty()) {
-        showError(output);
-        return;
-    }
-    setStatusText(QStringLiteral("Opened Terminal at %1").arg(folder));
+    openApplicationInFolder(QStringLiteral("Terminal"), folder);
 }
 
 void AppDelegate::openITermInFolder(const QString& folder)
 {
+    openApplicationInFolder(QFileInfo::exists(QStringLiteral("/Applications/iTerm.app")) ? QStringLiteral("iTerm")
+                                                                                         : QStringLiteral("iTerm2"),
+                            folder);
+}
+
+void AppDelegate::openApplicationInFolder(const QString& application, const QString& folder)
+{
     if (!validateFolderURL(folder))
         return;
-    const QString application = QFileInfo::exists(QStringLiteral("/Applications/iTerm.app"))
-                                    ? QStringLiteral("iTerm")
-                                    : QStringLiteral("iTerm2");
-    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open),
-                                   {QStringLiteral("-a"), application, folder});
+    // The tool prints nothing when the terminal started, and the reason when it did not.
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open), {QStringLiteral("-a"), application, folder});
     if (!output.isEmpty()) {
         showError(output);
         return;
@@ -312,7 +308,7 @@ void AppDelegate::createTemplateInFinderFolder(QObject* sender)
         record = carried.toJsonObject();
     else if (carried.typeId() == QMetaType::QVariantMap)
         record = QJsonObject::fromVariantMap(carried.toMap());
-    createTemplate(record ? *record : templateWithIdentifier(QStringLiteral("text")), folderForCommand());
+    createTemplate(record, folderForCommand()); // without a record: the "text" template
 }
 
 void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(folderForCommand()); }

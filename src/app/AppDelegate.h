@@ -116,6 +116,7 @@ private:
     void buildWindow();
     void setStatusText(const QString& text);
     void showQueuedErrors();
+    void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
     void keepColumnAtItsMinimumWidth(int column, int newWidth);
 

@@ -1,7 +1,7 @@
 // Fuzzes the registry tool's command line: the input's lines are its arguments. It never
 // crashes, answers with one of its three exit codes, ends what it prints with a line break, and
 // writes nothing but its registry, in a temporary data folder.
-#include "bridge/PluginRegistry.h"
+#include "platform/linux/PluginRegistry.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 // brindlemark-pluginkit: the plug-in registry command line Brindlemark runs on Linux in place of
 // macOS's pluginkit, with the same arguments and listing format.
-#include "bridge/PluginRegistry.h"
+#include "platform/linux/PluginRegistry.h"
 
 #include <QCoreApplication>
 

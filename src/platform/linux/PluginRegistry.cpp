@@ -1,8 +1,8 @@
-#include "bridge/PluginRegistry.h"
+#include "platform/linux/PluginRegistry.h"
 
 #include "platform/AtomicFile.h"
+#include "platform/linux/LinuxPlatform.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -137,13 +137,7 @@ PluginKitResult list(const QString& protocol, const QString& identifier)
 
 } // namespace
 
-QString pluginRegistryFilePath()
-{
-    QString data = qEnvironmentVariable("XDG_DATA_HOME");
-    if (data.isEmpty() || !QDir::isAbsolutePath(data))
-        data = QDir::homePath() + QStringLiteral("/.local/share");
-    return QDir::cleanPath(data + QStringLiteral("/brindlemark/plugin-registry.json"));
-}
+QString pluginRegistryFilePath() { return LinuxPlatform::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"); }
 
 PluginKitResult runPluginKit(const QStringList& arguments)
 {
