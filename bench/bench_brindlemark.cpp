@@ -12,9 +12,10 @@
 // Everything runs in a temporary home; nothing of the user's is touched.
 #include "actions/FileCreation.h"
 #include "app/AppDelegate.h"
-#include "app/SingleInstance.h"
 #include "bridge/ToolRunner.h"
-#include "platform/AtomicFile.h"
+#include "templates/AtomicFile.h"
+#include "Identifiers.h"
+#include "platform/linux/InstanceChannel.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "templates/TemplateStore.h"
 
@@ -170,12 +171,12 @@ int main(int argc, char** argv)
 
     // Start-up: from starting the application until it answers a reopen, which it handles only
     // after the start-up sequence (window shown) has run.
-    const QString socket = LinuxPlatform().instanceSocketPath();
+    const std::string socket = channel::socketPath(ApplicationBundleIdentifier);
     double rss = -1;
     const QList<double> startUps = timeRuns(qMin(runs, 15), [&](int i) {
         QProcess app;
         app.start(BRINDLEMARK_APP, {});
-        while (forwardToRunningInstance(socket, {}, 10'000) != Forwarding::Delivered)
+        while (channel::forward(socket, {}, 10'000) != channel::Forwarding::Delivered)
             QThread::usleep(200);
         if (i == 0) {
             QThread::msleep(1000); // idle

@@ -3,7 +3,6 @@
 #include "platform/Platform.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QMap>
 
 // A recording stand-in for the operating system: settings in memory, files under the test's
@@ -13,54 +12,34 @@ public:
     explicit FakePlatform(QString home) : m_home(std::move(home)) {}
 
     QVariant userDefaultsValue(const QString& key) override { return userDefaults.value(key); }
-    void setUserDefaultsValue(const QString& key, const QString& value) override
-    {
-        userDefaults[key] = value;
-        ++saves;
-    }
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override
-    {
-        extensionPreferences[key] = value;
-    }
-    QStringList templateConfigFilePaths() override
-    {
-        return {m_home + "/ext/Templates.json", m_home + "/app/Templates.json", m_home + "/plain/Templates.json"};
-    }
+    void setUserDefaultsValue(const QString& key, const QString& value) override { userDefaults[key] = value; }
+    void setExtensionPreferenceValue(const QString& key, const QString& value) override { extensionPreferences[key] = value; }
+    QStringList templateConfigFilePaths() override { return {m_home + "/ext/T.json", m_home + "/app/T.json", m_home + "/plain/T.json"}; }
     QString templateBackupFolder() override { return m_home + "/plain"; }
-    QString toolPath(Tool tool) override
-    {
-        return tool == Tool::Open ? openTool : tool == Tool::PluginKit ? pluginKitTool : killAllTool;
-    }
-    QString builtInPlugInsPath() override { return plugInsFolder.isEmpty() ? m_home + "/PlugIns" : plugInsFolder; }
+    QString toolPath(Tool tool) override { return tools.value(int(tool), "/nonexistent/tool"); }
+    QString builtInPlugInsPath() override { return m_home + "/PlugIns"; }
     void openSettings() override { ++settingsOpened; }
     std::optional<QString> frontFileManagerFolder() override { return frontFolder; }
     QString desktopFolder() override { return m_home + "/Desktop"; }
-    void templatesChanged(const QString&) override { ++changeNotices; }
+    void templatesChanged(const QString& bundle) override { changeNotices << bundle; }
     void showFileInFileManager(const QString& filePath) override { shownFiles << filePath; }
     void runAlert(const QString& messageText, const QString& informativeText) override
     {
-        // A real alert runs a nested event loop: run one too, so that queued work arrives here.
-        ++m_openAlerts;
-        deepestAlerts = std::max(deepestAlerts, m_openAlerts);
+        // A real alert runs a nested event loop, where queued work arrives: so does this one.
+        deepestAlerts = std::max(deepestAlerts, ++m_openAlerts);
         alerts << messageText + ": " + informativeText;
         QCoreApplication::processEvents();
         --m_openAlerts;
     }
-    QString instanceSocketPath() override { return m_home + "/run/instance.socket"; }
+    std::optional<int> handOffToRunningInstance(const QStringList&) override { return std::nullopt; }
+    void receiveLaterLaunches(std::function<void(const QStringList&)>) override {}
 
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;
-    QString openTool = "/nonexistent/brindlemark-open";
-    QString pluginKitTool = "/nonexistent/brindlemark-pluginkit";
-    QString killAllTool = "/nonexistent/brindlemark-killall";
+    QMap<int, QString> tools;
     std::optional<QString> frontFolder;
-    QString plugInsFolder;
-    int settingsOpened = 0;
-    int saves = 0;
-    int changeNotices = 0;
-    QStringList shownFiles;
-    QStringList alerts;
-    int deepestAlerts = 0;
+    int settingsOpened = 0, deepestAlerts = 0;
+    QStringList changeNotices, shownFiles, alerts;
 
 private:
     QString m_home;

@@ -55,9 +55,8 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
 
     const Template normalized = normalizedTemplate(record);
     const QString base = cleanedString(normalized.value(TemplateKey::prefix));
-    QString suffix = cleanedString(normalized.value(TemplateKey::suffix));
-    if (suffix.startsWith(u'.'))
-        suffix.remove(0, 1);
+    // Normalising took one leading dot off already; a name takes off one more.
+    const QString suffix = withoutLeadingDot(cleanedString(normalized.value(TemplateKey::suffix)));
     const bool executable = boolFromValue(normalized.value(TemplateKey::executable), false);
 
     const QString directory = folder.endsWith(u'/') ? folder : folder + u'/';

@@ -5,9 +5,8 @@
 #include <QObject>
 #include <QQueue>
 
-#include <optional>
-
 #include <memory>
+#include <optional>
 
 class QAction;
 class QLabel;
@@ -17,22 +16,28 @@ class QTableView;
 
 namespace brindlemark {
 
+struct Command;
 class MainWindow;
 class Platform;
 class TemplateTableModel;
 
-// The one controller: it owns the application's state and every operation is one of its
-// methods. The rules themselves live in small UI-free units that it calls.
+// The one controller: it owns the application's state, and every operation the user or the
+// desktop can ask for is one of its methods. The rules themselves live in the UI-free core
+// (templates/, actions/, bridge/) and the outside world behind the Platform; this class reads
+// as the start-up sequence and the dispatch to them.
 class AppDelegate final : public QObject {
     Q_OBJECT
 public:
     explicit AppDelegate(Platform& platform, QObject* parent = nullptr);
     ~AppDelegate() override;
 
-    // Lifecycle, in the order the platform calls them.
+    // Lifecycle, in the order the platform calls them. A URL that arrives before launching has
+    // finished (handleGetURLEvent) keeps the window hidden.
     void applicationWillFinishLaunching();
     void applicationDidFinishLaunching();
     bool applicationShouldTerminateAfterLastWindowClosed() const { return false; }
+    bool applicationShouldHandleReopen(bool hasVisibleWindows);
+    void terminate(QObject* sender = nullptr);
 
     // State.
     QWidget* window() const;
@@ -42,25 +47,19 @@ public:
     QAction* extensionMenuItem() const { return m_extensionMenuItem; }
     QAction* templateMenuItem() const { return m_templateMenuItem; }
     QTableView* templatesTableView() const { return m_templatesTableView; }
+    TemplateTableModel* templateTableModel() const { return m_templateTableModel; }
+    QMenu* applicationMenu() const { return m_applicationMenu.get(); }
+    QMenu* statusMenu() const { return m_statusMenu.get(); }
     const TemplateList& templates() const { return m_templates; }
     void setTemplates(const TemplateList& templates) { m_templates = templates; }
     bool handledURLLaunch() const { return m_handledURLLaunch; }
     void setHandledURLLaunch(bool handled) { m_handledURLLaunch = handled; }
 
-    // Template records and the template store.
-    static QString cleanedString(const QJsonValue& value);
-    static bool boolFromValue(const QJsonValue& value, bool defaultValue);
-    static Template normalizedTemplate(const Template& record);
-    static const TemplateList& defaultTemplates();
+    // The template list: loaded once, saved to every place after each change.
     void loadTemplates();
     void saveTemplates();
-    void writeTemplatesJSONToExtensionContainer(const QString& text);
-    QStringList templateConfigFileURLs() const;
     TemplateList enabledTemplates() const;
     Template templateWithIdentifier(const QString& identifier) const;
-
-    // Reopening the running application (starting it again without a URL).
-    bool applicationShouldHandleReopen(bool hasVisibleWindows);
 
     // URL commands. A get-URL event marks the launch as one for a URL; openURLs() does not.
     void handleGetURLEvent(const QString& urlText);
@@ -75,15 +74,6 @@ public:
     void openITermInFolder(const QString& folder);
     // Queues the error alert; it shows after the current action, one alert after another.
     void showError(const std::optional<QString>& message);
-    QString runTool(const QString& path, const QStringList& arguments);
-
-    // The file-manager extension and the file manager.
-    QString extensionBundlePath() const;
-    void registerExtension(QObject* sender = nullptr);
-    void enableExtension(QObject* sender = nullptr);
-    void restartFinder(QObject* sender = nullptr);
-    void openSettings(QObject* sender = nullptr);
-    void refreshExtensionStatus();
 
     // Commands for the folder the file manager shows (else the Desktop). A sender carrying a
     // template (a menu item's data, or a "representedObject" property) creates from it.
@@ -93,40 +83,44 @@ public:
     void openTerminalInFinderFolder(QObject* sender = nullptr);
     void openITermInFinderFolder(QObject* sender = nullptr);
 
-    // The template table.
-    void addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox);
-    void addTemplate(QObject* sender = nullptr);
-    void removeTemplate(QObject* sender = nullptr);
-    TemplateTableModel* templateTableModel() const { return m_templateTableModel; }
+    // The file-manager extension and the file manager.
+    QString extensionBundlePath() const;
+    void registerExtension(QObject* sender = nullptr);
+    void enableExtension(QObject* sender = nullptr);
+    void restartFinder(QObject* sender = nullptr);
+    void openSettings(QObject* sender = nullptr);
+    void refreshExtensionStatus();
 
     // Menus, built with the start-up sequence.
     void buildApplicationMenu();
     void buildStatusItem();
     void rebuildNewFileStatusMenu();
     void menuWillOpen();
-    QAction* menuItemWithTitle(const QString& title, const QString& symbol, void (AppDelegate::*action)(QObject*));
-    QMenu* applicationMenu() const { return m_applicationMenu.get(); }
-    QMenu* statusMenu() const { return m_statusMenu.get(); }
+    QAction* menuItemWithTitle(const QString& title, const QString& symbol,
+                               void (AppDelegate::*action)(QObject*));
 
-public slots:
+    // The window and its template table.
     void showWindow(QObject* sender = nullptr);
     void hideWindow(QObject* sender = nullptr);
+    void addTemplate(QObject* sender = nullptr);
+    void removeTemplate(QObject* sender = nullptr);
 
 private:
     void buildWindow();
+    void addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox);
+    void keepColumnAtItsMinimumWidth(int column, int newWidth);
     void setStatusText(const QString& text);
     void showQueuedErrors();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
-    void keepColumnAtItsMinimumWidth(int column, int newWidth);
 
+    Platform& m_platform;
+    TemplateList m_templates;
+    bool m_handledURLLaunch = false;
+    TemplateTableModel* m_templateTableModel; // over m_templates, made in the constructor
     // Menus outlive the window that shows them in its menu bar.
     std::unique_ptr<QMenu> m_applicationMenu;
     std::unique_ptr<QMenu> m_statusMenu;
-    QQueue<QString> m_pendingErrors;
-    bool m_showingErrors = false;
-
-    Platform& m_platform;
     std::unique_ptr<MainWindow> m_window;
     QLabel* m_statusLabel = nullptr;
     QLabel* m_extensionStateLabel = nullptr;
@@ -134,9 +128,8 @@ private:
     QAction* m_extensionMenuItem = nullptr;
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;
-    TemplateList m_templates;
-    bool m_handledURLLaunch = false;
-    TemplateTableModel* m_templateTableModel; // over m_templates, made in the constructor
+    QQueue<QString> m_pendingErrors;
+    bool m_showingErrors = false;
 };
 
 } // namespace brindlemark

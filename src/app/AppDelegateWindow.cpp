@@ -15,7 +15,7 @@
 
 namespace brindlemark {
 
-// ---- template table ----------------------------------------------------------------------
+// ---- the template table ----------------------------------------------------------------
 
 void AppDelegate::addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox)
 {
@@ -65,6 +65,8 @@ void AppDelegate::removeTemplate(QObject*)
 
 // ---- window ------------------------------------------------------------------------------
 
+QWidget* AppDelegate::window() const { return m_window.get(); }
+
 void AppDelegate::showWindow(QObject*)
 {
     if (!m_window)
@@ -106,13 +108,6 @@ void AppDelegate::buildWindow()
         m_statusMenu->setTitle(QStringLiteral("Commands"));
         m_window->menuBar()->addMenu(m_statusMenu.get());
     }
-}
-
-void AppDelegate::setStatusText(const QString& text)
-{
-    // Until the window exists there is no status line, and the text is dropped.
-    if (m_statusLabel)
-        m_statusLabel->setText(text);
 }
 
 } // namespace brindlemark

@@ -1,6 +1,7 @@
 #include "app/MainWindow.h"
 
 #include "app/AppDelegate.h"
+#include "app/Commands.h"
 #include "app/Geometry.h"
 #include "app/Symbols.h"
 #include "templates/TemplateTableModel.h"
@@ -18,13 +19,6 @@ namespace brindlemark {
 namespace {
 
 void setSecondary(QLabel* label) { label->setForegroundRole(QPalette::PlaceholderText); }
-
-void setColour(QLabel* label, const QColor& colour)
-{
-    QPalette palette = label->palette();
-    palette.setColor(label->foregroundRole(), colour);
-    label->setPalette(palette);
-}
 
 } // namespace
 
@@ -58,21 +52,16 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
     menuBarCard->setObjectName(QStringLiteral("menuBarCard"));
     labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
-    setColour(labelWithFrame(menuBarCard, 18, 17, 210, 18, QStringLiteral("Active"), 13, QFont::Normal),
-              QColor(52, 199, 89));
+    setColour(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal), QStringLiteral("Active"),
+              SystemGreen);
 
-    AppDelegate* target = &delegate;
-    auto button = [&](int x, int y, int width, const char* title, const char* symbol, auto action) {
-        QPushButton* made = buttonWithFrame(this, x, y, width, 38, QString::fromUtf8(title), QString::fromUtf8(symbol));
-        connect(made, &QPushButton::clicked, target, [target, action, made] { (target->*action)(made); });
-    };
-    button(30, 372, 170, "Enable Extension", "bolt.badge.checkmark", &AppDelegate::enableExtension);
-    button(215, 372, 150, "Open Settings", "gearshape", &AppDelegate::openSettings);
-    button(380, 372, 150, "Restart Finder", "arrow.clockwise", &AppDelegate::restartFinder);
-    button(545, 372, 166, "Create File", "doc.badge.plus", &AppDelegate::createInFinderFolder);
-    button(30, 314, 140, "Open Terminal", "terminal", &AppDelegate::openTerminalInFinderFolder);
-    button(185, 314, 110, "Open iTerm", "apple.terminal", &AppDelegate::openITermInFinderFolder);
-    button(310, 314, 100, "Hide Window", "xmark", &AppDelegate::hideWindow);
+    commandButton(delegate, 30, 372, 170, Commands::EnableExtension);
+    commandButton(delegate, 215, 372, 150, Commands::OpenSettings);
+    commandButton(delegate, 380, 372, 150, Commands::RestartFinder);
+    commandButton(delegate, 545, 372, 166, Commands::CreateFile);
+    commandButton(delegate, 30, 314, 140, Commands::OpenTerminal);
+    commandButton(delegate, 185, 314, 110, Commands::OpenITerm);
+    commandButton(delegate, 310, 314, 100, Commands::HideWindow);
 
     labelWithFrame(this, 32, 272, 260, 22, QStringLiteral("Templates"), 15, QFont::DemiBold);
 
@@ -97,10 +86,9 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     columns->setStretchLastSection(false);
 
-    QPushButton* add = smallButtonWithFrame(this, 30, 44, 36, 28, QStringLiteral("+"));
-    connect(add, &QPushButton::clicked, target, [target, add] { target->addTemplate(add); });
-    QPushButton* remove = smallButtonWithFrame(this, 70, 44, 36, 28, QStringLiteral("-"));
-    connect(remove, &QPushButton::clicked, target, [target, remove] { target->removeTemplate(remove); });
+    for (const auto& [x, command] : {std::pair{30, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
+        connectCommand(smallButtonWithFrame(this, x, 44, 36, 28, command->buttonTitle), &QPushButton::clicked,
+                       &delegate, *command);
 
     m_statusLabel = labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
     setSecondary(m_statusLabel);
@@ -119,6 +107,21 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
     font.setWeight(weight);
     label->setFont(font);
     return label;
+}
+
+QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command)
+{
+    QPushButton* button = buttonWithFrame(this, x, y, width, 38, command.buttonTitle, command.symbol);
+    connectCommand(button, &QPushButton::clicked, &delegate, command);
+    return button;
+}
+
+void MainWindow::setColour(QLabel* label, const QString& text, const QColor& colour)
+{
+    label->setText(text);
+    QPalette palette = label->palette();
+    palette.setColor(label->foregroundRole(), colour);
+    label->setPalette(palette);
 }
 
 QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QFont>
 #include <QWidget>
 
@@ -13,6 +14,11 @@ class QTableView;
 namespace brindlemark {
 
 class AppDelegate;
+struct Command;
+
+// The system colours of the light appearance; both read on light and dark themes.
+inline const QColor SystemGreen{52, 199, 89};
+inline const QColor SystemOrange{255, 149, 0};
 
 // The one main window: fixed 760 x 620, laid out from absolute frames, built once and kept for
 // the life of the process. Closing it only hides it. Every button acts on the controller.
@@ -41,8 +47,12 @@ public:
                                         const QString& title, const QString& symbol);
     static QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
                                              const QString& title);
+    // Sets a label's text and its text colour.
+    static void setColour(QLabel* label, const QString& text, const QColor& colour);
 
 private:
+    QPushButton* commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command);
+
     QLabel* m_statusLabel = nullptr;
     QLabel* m_extensionStateLabel = nullptr;
     QTableView* m_templatesTableView = nullptr;

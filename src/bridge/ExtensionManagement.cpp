@@ -37,10 +37,4 @@ QString extensionStateText(ExtensionState state)
     return QStringLiteral("Not registered");
 }
 
-QColor extensionStateColor(ExtensionState state)
-{
-    // The system green and orange of the light appearance; both read on light and dark themes.
-    return state == ExtensionState::Enabled ? QColor(52, 199, 89) : QColor(255, 149, 0);
-}
-
 } // namespace brindlemark

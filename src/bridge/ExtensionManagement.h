@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QColor>
 #include <QString>
 
 namespace brindlemark {
@@ -17,6 +16,5 @@ ExtensionState extensionStateFromListing(const QString& listing, const QString& 
 
 QString extensionMenuTitle(ExtensionState state); // "Finder Extension: Enabled", ...
 QString extensionStateText(ExtensionState state); // "Enabled", "Registered", "Not registered"
-QColor extensionStateColor(ExtensionState state); // green when enabled, orange otherwise
 
 } // namespace brindlemark

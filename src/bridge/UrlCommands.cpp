@@ -34,7 +34,7 @@ Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateLis
         payload && !payload->isEmpty())
         return *payload;
 
-    const QString identifier = map.contains("id") ? map.value("id") : QStringLiteral("text");
+    const QString identifier = map.contains("id") ? map.value("id") : FallbackTemplateIdentifier;
     const Template base = templateWithIdentifier(templates, identifier);
     const bool explicitFields = map.contains("prefix") || map.contains("suffix") || map.contains("title");
     if (!explicitFields)
@@ -50,10 +50,10 @@ Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateLis
     const QJsonValue executable = map.contains("executable") ? QJsonValue(map.value("executable"))
                                                              : QJsonValue(QJsonValue::Undefined);
     return Template{
-        {TemplateKey::id, field(TemplateKey::id, QStringLiteral("text"))},
+        {TemplateKey::id, field(TemplateKey::id, FallbackTemplateIdentifier)},
         {TemplateKey::enabled, true},
-        {TemplateKey::title, field(TemplateKey::title, QStringLiteral("New File"))},
-        {TemplateKey::prefix, field(TemplateKey::prefix, QStringLiteral("New File"))},
+        {TemplateKey::title, field(TemplateKey::title, FallbackTitle)},
+        {TemplateKey::prefix, field(TemplateKey::prefix, FallbackTitle)},
         {TemplateKey::suffix, field(TemplateKey::suffix, QString(""))},
         {TemplateKey::executable, boolFromValue(executable, baseExecutable)},
     };

@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -61,8 +62,14 @@ public:
     // A modal alert with one "OK" button; returns when the user has closed it.
     virtual void runAlert(const QString& messageText, const QString& informativeText) = 0;
 
-    // Where a running instance listens for URLs from later launches.
-    virtual QString instanceSocketPath() = 0;
+    // One running instance per user. Called before the application object exists: hands the
+    // launch's URLs (none: show the window) to the instance already running and gives this
+    // launch's exit code; nothing when this process is to become the running instance.
+    virtual std::optional<int> handOffToRunningInstance(const QStringList& urls) = 0;
+
+    // Called once, when the application runs: the URLs of every later launch arrive through
+    // `deliver`, in order, each launch's list once (an empty list: started again without URLs).
+    virtual void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) = 0;
 };
 
 std::unique_ptr<Platform> createPlatform();

@@ -69,6 +69,11 @@ bool boolFromValue(const QJsonValue& value, bool defaultValue)
     return defaultValue;
 }
 
+QString withoutLeadingDot(const QString& suffix)
+{
+    return suffix.startsWith(u'.') ? suffix.mid(1) : suffix;
+}
+
 QString newTemplateIdentifier()
 {
     return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
@@ -82,15 +87,13 @@ Template normalizedTemplate(const Template& record)
 
     QString title = cleanedString(record.value(TemplateKey::title));
     if (title.isEmpty())
-        title = QStringLiteral("New File");
+        title = FallbackTitle;
 
     QString prefix = cleanedString(record.value(TemplateKey::prefix));
     if (prefix.isEmpty())
         prefix = title;
 
-    QString suffix = cleanedString(record.value(TemplateKey::suffix));
-    if (suffix.startsWith(u'.'))
-        suffix.remove(0, 1); // exactly one dot per pass
+    const QString suffix = withoutLeadingDot(cleanedString(record.value(TemplateKey::suffix)));
 
     return Template{
         {TemplateKey::id, id},

@@ -22,6 +22,14 @@ inline const QString enabled = QStringLiteral("enabled");
 inline const QString executable = QStringLiteral("executable");
 } // namespace TemplateKey
 
+// The built-in template used wherever no template, or an unknown one, is named.
+inline const QString FallbackTemplateIdentifier = QStringLiteral("text");
+// The title of a template that has none.
+inline const QString FallbackTitle = QStringLiteral("New File");
+
+// The suffix without one leading ".", if it has one: ".txt" gives "txt", "..md" gives ".md".
+QString withoutLeadingDot(const QString& suffix);
+
 // Any value to trimmed text; never null. Numbers give their decimal text, true/false give
 // "1"/"0", a missing value or null gives "", arrays and objects their compact JSON text.
 // Trimming removes tab, U+000A..U+000D, U+0085 and the Unicode separators (Zs, Zl, Zp).

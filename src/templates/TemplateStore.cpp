@@ -1,6 +1,6 @@
 #include "templates/TemplateStore.h"
 
-#include "platform/AtomicFile.h"
+#include "templates/AtomicFile.h"
 
 #include <QDir>
 #include <QFile>

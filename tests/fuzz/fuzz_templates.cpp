@@ -8,19 +8,13 @@
 
 using namespace brindlemark;
 
-#define CHECK(condition)                                                                           \
-    if (!(condition))                                                                              \
-    std::abort()
-
 namespace {
 
-void checkCanonical(const Template& t)
+bool canonical(const Template& t)
 {
-    CHECK(t.size() == 6);
-    for (const char* key : {"id", "title", "prefix"})
-        CHECK(t.value(QLatin1String(key)).isString() && !t.value(QLatin1String(key)).toString().isEmpty());
-    CHECK(t.value("suffix").isString());
-    CHECK(t.value("enabled").isBool() && t.value("executable").isBool());
+    return t.size() == 6 && !t.value("id").toString().isEmpty() && !t.value("title").toString().isEmpty() &&
+           !t.value("prefix").toString().isEmpty() && t.value("suffix").isString() && t.value("enabled").isBool() &&
+           t.value("executable").isBool();
 }
 
 } // namespace
@@ -29,19 +23,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));
     const LoadedTemplates loaded = loadedTemplates(text);
-    CHECK(!loaded.templates.isEmpty());
-    for (const Template& t : loaded.templates)
-        checkCanonical(t);
-
-    const TemplateList again = loadedTemplates(templatesJSONText(loaded.templates)).templates;
-    CHECK(again.size() == loaded.templates.size());
-    CHECK(!loadedTemplates(templatesJSONText(loaded.templates)).storedTextUnreadable);
-    for (qsizetype i = 0; i < again.size(); ++i) {
-        CHECK(again[i].value("id") == loaded.templates[i].value("id"));
-        CHECK(again[i].value("title") == loaded.templates[i].value("title"));
-    }
+    const LoadedTemplates again = loadedTemplates(templatesJSONText(loaded.templates));
+    bool ok = !loaded.templates.isEmpty() && !again.storedTextUnreadable && again.templates.size() == loaded.templates.size() &&
+              canonical(templateWithIdentifier(loaded.templates, text.left(40)));
+    for (qsizetype i = 0; ok && i < again.templates.size(); ++i)
+        ok = canonical(loaded.templates[i]) && again.templates[i].value("id") == loaded.templates[i].value("id") &&
+             again.templates[i].value("title") == loaded.templates[i].value("title");
     for (const Template& t : enabledTemplates(loaded.templates))
-        checkCanonical(t);
-    checkCanonical(templateWithIdentifier(loaded.templates, text.left(40)));
+        ok = ok && canonical(t);
+    if (!ok)
+        std::abort();
     return 0;
 }

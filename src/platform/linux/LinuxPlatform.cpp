@@ -1,34 +1,29 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "Identifiers.h"
-#include "app/InstanceChannel.h"
+#include "platform/linux/InstanceChannel.h"
+#include "platform/linux/InstanceServer.h"
+#include "platform/linux/XdgFolders.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
-#include <QDir>
+#include <QDeadlineTimer>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QMessageBox>
 #include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QThread>
 #include <QUrl>
 
+#include <cstdio>
 
 namespace brindlemark {
 
 namespace {
-
-// The XDG base-directory rule: the variable when it holds an absolute path, else the default
-// below the home folder.
-QString xdgFolder(const char* variable, const QString& fallbackBelowHome)
-{
-    const QString value = qEnvironmentVariable(variable);
-    if (!value.isEmpty() && QDir::isAbsolutePath(value))
-        return QDir::cleanPath(value);
-    return QDir::cleanPath(QDir::homePath() + QLatin1Char('/') + fallbackBelowHome);
-}
 
 void storeAndFlush(const QString& file, const QString& key, const QString& value)
 {
@@ -39,18 +34,18 @@ void storeAndFlush(const QString& file, const QString& key, const QString& value
 
 } // namespace
 
-QString LinuxPlatform::configHome() { return xdgFolder("XDG_CONFIG_HOME", QStringLiteral(".config")); }
+LinuxPlatform::LinuxPlatform() = default;
 
-QString LinuxPlatform::dataHome() { return xdgFolder("XDG_DATA_HOME", QStringLiteral(".local/share")); }
+LinuxPlatform::~LinuxPlatform() = default;
 
 QString LinuxPlatform::userDefaultsFilePath()
 {
-    return configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + ".conf";
+    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + ".conf";
 }
 
 QString LinuxPlatform::extensionPreferencesFilePath()
 {
-    return configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + ".conf";
+    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + ".conf";
 }
 
 QVariant LinuxPlatform::userDefaultsValue(const QString& key)
@@ -72,9 +67,9 @@ QStringList LinuxPlatform::templateConfigFilePaths()
 {
     const QString file = QStringLiteral("/Templates.json");
     return {
-        dataHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + file,
-        dataHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + file,
-        configHome() + QStringLiteral("/Brindlemark") + file,
+        xdg::dataHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + file,
+        xdg::dataHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + file,
+        xdg::configHome() + QStringLiteral("/Brindlemark") + file,
     };
 }
 
@@ -177,9 +172,38 @@ void LinuxPlatform::runAlert(const QString& messageText, const QString& informat
     box.exec();
 }
 
-QString LinuxPlatform::instanceSocketPath()
+std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& urls)
 {
-    return QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier));
+    const std::string socketPath = channel::socketPath(ApplicationBundleIdentifier);
+    std::vector<std::string> message;
+    for (const QString& url : urls)
+        message.push_back(url.toStdString());
+
+    // Whoever holds the lock is the running instance; everyone else forwards to it. An
+    // instance that is still starting holds the lock before it listens: wait for it briefly.
+    m_instanceLock = std::make_unique<QLockFile>(QString::fromStdString(socketPath) + QStringLiteral(".lock"));
+    const QDeadlineTimer patience(20'000);
+    while (!m_instanceLock->tryLock(0)) {
+        if (const std::optional<int> handedOff = channel::handOff(socketPath, message))
+            return handedOff;
+        if (patience.hasExpired()) {
+            std::fprintf(stderr, "brindlemark: another Brindlemark holds %s but does not answer.\n",
+                         qPrintable(m_instanceLock->fileName()));
+            return 1;
+        }
+        QThread::msleep(20);
+    }
+    return std::nullopt;
+}
+
+void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)> deliver)
+{
+    const QString socketPath = QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier));
+    m_server = std::make_unique<InstanceServer>();
+    QObject::connect(m_server.get(), &InstanceServer::urlsReceived, m_server.get(), std::move(deliver));
+    if (!m_server->listen(socketPath))
+        std::fprintf(stderr, "brindlemark: cannot listen on %s; later launches will not reach this one.\n",
+                     qPrintable(socketPath));
 }
 
 std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }

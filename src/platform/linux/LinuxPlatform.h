@@ -2,13 +2,22 @@
 
 #include "platform/Platform.h"
 
+#include <memory>
+
+class QLockFile;
+
 namespace brindlemark {
 
 // Linux: settings are INI files named after the bundle identifiers in $XDG_CONFIG_HOME, the
 // Templates.json files live in $XDG_DATA_HOME and $XDG_CONFIG_HOME. Every path is computed at
 // call time from the environment, so a changed HOME or XDG variable takes effect at once.
+class InstanceServer;
+
 class LinuxPlatform : public Platform {
 public:
+    LinuxPlatform();
+    ~LinuxPlatform() override;
+
     QVariant userDefaultsValue(const QString& key) override;
     void setUserDefaultsValue(const QString& key, const QString& value) override;
     void setExtensionPreferenceValue(const QString& key, const QString& value) override;
@@ -22,12 +31,15 @@ public:
     void templatesChanged(const QString& extensionBundlePath) override;
     void showFileInFileManager(const QString& filePath) override;
     void runAlert(const QString& messageText, const QString& informativeText) override;
-    QString instanceSocketPath() override;
+    std::optional<int> handOffToRunningInstance(const QStringList& urls) override;
+    void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override;
 
-    static QString configHome(); // $XDG_CONFIG_HOME, else ~/.config
-    static QString dataHome();   // $XDG_DATA_HOME, else ~/.local/share
     static QString userDefaultsFilePath();
     static QString extensionPreferencesFilePath();
+
+private:
+    std::unique_ptr<QLockFile> m_instanceLock; // held for the life of the running instance
+    std::unique_ptr<InstanceServer> m_server;
 };
 
 } // namespace brindlemark

@@ -1,7 +1,7 @@
 #include "platform/linux/PluginRegistry.h"
 
-#include "platform/AtomicFile.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "templates/AtomicFile.h"
+#include "platform/linux/XdgFolders.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -137,7 +137,7 @@ PluginKitResult list(const QString& protocol, const QString& identifier)
 
 } // namespace
 
-QString pluginRegistryFilePath() { return LinuxPlatform::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"); }
+QString pluginRegistryFilePath() { return xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"); }
 
 PluginKitResult runPluginKit(const QStringList& arguments)
 {

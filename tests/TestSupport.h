@@ -1,10 +1,12 @@
 #pragma once
 
-#include <QDir>
-#include <QTemporaryDir>
+// What every test program shares: a temporary home per test, small file helpers, fake tools,
+// and one start of the application.
 #include "app/AppDelegate.h"
 
-#include <QApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
 #include <QtTest>
 
 // A fresh, empty home for one test: HOME and the XDG folders point into a temporary folder
@@ -18,14 +20,10 @@ public:
         qputenv("HOME", m_path.toUtf8());
         qputenv("XDG_CONFIG_HOME", (m_path + "/config").toUtf8());
         qputenv("XDG_DATA_HOME", (m_path + "/data").toUtf8());
-        qputenv("XDG_CACHE_HOME", (m_path + "/cache").toUtf8());
-        qputenv("XDG_STATE_HOME", (m_path + "/state").toUtf8());
         QDir().mkpath(m_path + "/run");
-        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ExeOwner);
+        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         qputenv("XDG_RUNTIME_DIR", (m_path + "/run").toUtf8());
     }
-
     QString path() const { return m_path; }
     QString file(const QString& relative) const { return m_path + '/' + relative; }
 
@@ -54,13 +52,23 @@ inline void writeScript(const QString& path, const QByteArray& body)
     QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
 }
 
-inline QStringList entries(const QString& folder, QDir::Filters filters = QDir::AllEntries | QDir::System)
+inline QStringList entries(const QString& folder)
 {
-    return QDir(folder).entryList(filters | QDir::NoDotAndDotDot, QDir::Name);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 
-// The compact JSON text of the six built-in templates, as every place holds it after a first
-// start.
+// A table of cases: each input, given to `f`, must give its expected text. A failure names the
+// input.
+inline void expectEach(const std::function<QString(const QString&)>& f, const QList<std::pair<QString, QString>>& cases)
+{
+    for (const auto& [input, expected] : cases)
+        if (!QTest::qCompare(f(input), expected, qPrintable(input), "expected", __FILE__, __LINE__))
+            return;
+}
+
+inline QJsonObject json(const QString& text) { return QJsonDocument::fromJson(text.toUtf8()).object(); }
+
+// The compact JSON text of the six built-in templates, as every place holds it after a first start.
 inline constexpr char builtInTemplatesJSON[] =
     R"([{"enabled":true,"executable":false,"id":"text","prefix":"New Text File","suffix":"txt","title":"Text File"},)"
     R"({"enabled":true,"executable":false,"id":"markdown","prefix":"MarkdownDocument","suffix":"md","title":"Markdown Document"},)"
@@ -69,20 +77,18 @@ inline constexpr char builtInTemplatesJSON[] =
     R"({"enabled":false,"executable":true,"id":"python","prefix":"script","suffix":"py","title":"Python Script"},)"
     R"({"enabled":false,"executable":true,"id":"ruby","prefix":"script","suffix":"rb","title":"Ruby Script"}])";
 
-// One start of the application, by the user or for a URL (then no window); returns the
-// controller.
+// One start of the application, by the user or for a URL (then no window).
 inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& platform, bool forURL = false)
 {
     auto delegate = std::make_unique<brindlemark::AppDelegate>(platform);
     delegate->applicationWillFinishLaunching();
-    if (forURL)
-        delegate->setHandledURLLaunch(true);
+    delegate->setHandledURLLaunch(forURL);
     delegate->applicationDidFinishLaunching();
     return delegate;
 }
 
-// Widget tests always run on the offscreen platform: they never open a window on a real
-// desktop, whatever display the developer has.
+// Widget tests always run on the offscreen platform, whatever display the developer has (the
+// program includes QApplication).
 #define BRINDLEMARK_WIDGET_TEST_MAIN(TestObject)                                                    \
     int main(int argc, char** argv)                                                                \
     {                                                                                              \

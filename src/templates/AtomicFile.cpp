@@ -1,4 +1,4 @@
-#include "platform/AtomicFile.h"
+#include "templates/AtomicFile.h"
 
 #include <QDir>
 #include <QFile>

@@ -8,16 +8,8 @@ class QLocalSocket;
 
 namespace brindlemark {
 
-// One running Brindlemark per user. A later launch hands its URLs (none: a reopen) to the
-// running one over a local socket and exits. Messages are length-prefixed; the running
-// instance answers once the URLs have been handled.
-
-enum class Forwarding { Delivered, NoInstance, Failed };
-
-// The sending side, which needs no GUI: used before any window system is touched.
-Forwarding forwardToRunningInstance(const QString& socketPath, const QStringList& urls,
-                                    int timeoutMilliseconds);
-
+// The running instance's end of the launch channel: every later launch hands its URLs (none: a
+// reopen) over this socket, and is answered once they have been handled.
 class InstanceServer final : public QObject {
     Q_OBJECT
 public:

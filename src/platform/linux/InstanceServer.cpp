@@ -1,49 +1,13 @@
-#include "app/SingleInstance.h"
+#include "platform/linux/InstanceServer.h"
 
-#include "app/InstanceChannel.h"
+#include "platform/linux/InstanceChannel.h"
 
 #include <QDataStream>
-#include <QDeadlineTimer>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QVariant>
 
 namespace brindlemark {
-
-namespace {
-
-QByteArray encodeMessage(const QStringList& urls)
-{
-    std::vector<std::string> encoded;
-    for (const QString& url : urls)
-        encoded.push_back(url.toStdString());
-    const std::string message = channel::encodeMessage(encoded);
-    return QByteArray(message.data(), qsizetype(message.size()));
-}
-
-} // namespace
-
-Forwarding forwardToRunningInstance(const QString& socketPath, const QStringList& urls,
-                                    int timeoutMilliseconds)
-{
-    QLocalSocket socket;
-    socket.connectToServer(socketPath);
-    if (!socket.waitForConnected(1000))
-        return Forwarding::NoInstance;
-
-    const QDeadlineTimer deadline(timeoutMilliseconds);
-    socket.write(encodeMessage(urls));
-    while (socket.bytesToWrite() > 0)
-        if (!socket.waitForBytesWritten(int(deadline.remainingTime())))
-            return Forwarding::Failed;
-    // The answer comes once the running instance has handled the URLs.
-    while (socket.bytesAvailable() < 1)
-        if (!socket.waitForReadyRead(int(deadline.remainingTime())))
-            return Forwarding::Failed;
-    char answer = 0;
-    socket.getChar(&answer);
-    return answer == channel::Acknowledgement ? Forwarding::Delivered : Forwarding::Failed;
-}
 
 InstanceServer::InstanceServer(QObject* parent) : QObject(parent), m_server(new QLocalServer(this))
 {

@@ -1,0 +1,157 @@
+// The controller's actions: files from templates, terminals, the commands for the file manager's
+// folder, and the management of the file-manager extension.
+#include "app/AppDelegate.h"
+
+#include "Identifiers.h"
+#include "actions/FileCreation.h"
+#include "app/MainWindow.h"
+#include "bridge/ExtensionManagement.h"
+#include "bridge/ToolRunner.h"
+#include "platform/Platform.h"
+
+#include <QAction>
+#include <QFileInfo>
+#include <QJsonObject>
+#include <QLabel>
+
+namespace brindlemark {
+
+// ---- file actions ------------------------------------------------------------------------
+
+void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
+{
+    const Template chosen = record ? *record : templateWithIdentifier(FallbackTemplateIdentifier);
+    const FileCreation creation = createFileFromTemplate(chosen, inFolder);
+    switch (creation.status) {
+    case FileCreation::NotAFolder:
+        showError(QStringLiteral("Not a folder: %1").arg(inFolder));
+        return;
+    case FileCreation::CouldNotCreate:
+        showError(QStringLiteral("Could not create file in %1").arg(inFolder));
+        return;
+    case FileCreation::Created:
+        setStatusText(QStringLiteral("Created %1").arg(QFileInfo(creation.filePath).fileName()));
+        m_platform.showFileInFileManager(creation.filePath);
+        return;
+    }
+}
+
+void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder)
+{
+    createTemplate(templateWithIdentifier(identifier), inFolder);
+}
+
+bool AppDelegate::validateFolderURL(const QString& folder)
+{
+    if (isExistingFolder(folder))
+        return true;
+    showError(QStringLiteral("Not a folder: %1").arg(folder));
+    return false;
+}
+
+void AppDelegate::openTerminalInFolder(const QString& folder)
+{
+    openApplicationInFolder(QStringLiteral("Terminal"), folder);
+}
+
+void AppDelegate::openITermInFolder(const QString& folder)
+{
+    const bool iTerm = QFileInfo::exists(QStringLiteral("/Applications/iTerm.app"));
+    openApplicationInFolder(iTerm ? QStringLiteral("iTerm") : QStringLiteral("iTerm2"), folder);
+}
+
+void AppDelegate::openApplicationInFolder(const QString& application, const QString& folder)
+{
+    if (!validateFolderURL(folder))
+        return;
+    // The tool prints nothing when the terminal started, and the reason when it did not.
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open), {QStringLiteral("-a"), application, folder});
+    if (!output.isEmpty()) {
+        showError(output);
+        return;
+    }
+    setStatusText(QStringLiteral("Opened %1 at %2").arg(application, folder));
+}
+
+// ---- commands for the file manager's folder ---------------------------------------------
+
+std::optional<QString> AppDelegate::frontFinderFolderURL() { return m_platform.frontFileManagerFolder(); }
+
+QString AppDelegate::folderForCommand()
+{
+    const std::optional<QString> front = frontFinderFolderURL();
+    return front && !front->isEmpty() ? *front : m_platform.desktopFolder();
+}
+
+void AppDelegate::createInFinderFolder(QObject*)
+{
+    createTemplateWithIdentifier(FallbackTemplateIdentifier, folderForCommand());
+}
+
+void AppDelegate::createTemplateInFinderFolder(QObject* sender)
+{
+    QVariant carried;
+    if (auto* action = qobject_cast<QAction*>(sender))
+        carried = action->data();
+    else if (sender)
+        carried = sender->property("representedObject");
+
+    std::optional<Template> record;
+    if (carried.typeId() == QMetaType::QJsonObject)
+        record = carried.toJsonObject();
+    else if (carried.typeId() == QMetaType::QVariantMap)
+        record = QJsonObject::fromVariantMap(carried.toMap());
+    createTemplate(record, folderForCommand()); // without a record: the fallback template
+}
+
+void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(folderForCommand()); }
+
+void AppDelegate::openITermInFinderFolder(QObject*) { openITermInFolder(folderForCommand()); }
+
+// ---- the file-manager extension ----------------------------------------------------------
+
+QString AppDelegate::extensionBundlePath() const
+{
+    return m_platform.builtInPlugInsPath() + u'/' + ExtensionBundleName;
+}
+
+void AppDelegate::registerExtension(QObject*)
+{
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+                                   {QStringLiteral("-a"), extensionBundlePath()});
+    setStatusText(output.isEmpty() ? QStringLiteral("Extension registered.") : output);
+    refreshExtensionStatus();
+}
+
+void AppDelegate::enableExtension(QObject*)
+{
+    registerExtension();
+    runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+            {QStringLiteral("-e"), QStringLiteral("use"), QStringLiteral("-i"),
+             QLatin1String(ExtensionBundleIdentifier)});
+    restartFinder();
+    refreshExtensionStatus();
+    setStatusText(QStringLiteral("Finder extension enabled."));
+}
+
+void AppDelegate::restartFinder(QObject*)
+{
+    runTool(m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")});
+    setStatusText(QStringLiteral("Finder restarted."));
+}
+
+void AppDelegate::openSettings(QObject*) { m_platform.openSettings(); }
+
+void AppDelegate::refreshExtensionStatus()
+{
+    const QString listing = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
+                                    {QStringLiteral("-mAD"), QStringLiteral("-p"), FileManagerExtensionProtocol});
+    const ExtensionState state = extensionStateFromListing(listing, QLatin1String(ExtensionBundleIdentifier));
+    if (m_extensionMenuItem)
+        m_extensionMenuItem->setText(extensionMenuTitle(state));
+    if (m_extensionStateLabel)
+        MainWindow::setColour(m_extensionStateLabel, extensionStateText(state),
+                              state == ExtensionState::Enabled ? SystemGreen : SystemOrange);
+}
+
+} // namespace brindlemark

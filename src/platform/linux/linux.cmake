@@ -1,0 +1,64 @@
+# The Linux platform: XDG folders, INI settings, D-Bus, the launch socket, and the small tools
+# that stand in for macOS's open, pluginkit and killall. Included from src/CMakeLists.txt.
+set(linux ${CMAKE_CURRENT_SOURCE_DIR}/platform/linux)
+set(BRINDLEMARK_TOOLS_DIR ${CMAKE_INSTALL_LIBEXECDIR}/brindlemark)
+set(BRINDLEMARK_APP_DIR ${BRINDLEMARK_TOOLS_DIR})
+file(RELATIVE_PATH libexec_from_bin ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}
+     ${CMAKE_INSTALL_PREFIX}/${BRINDLEMARK_TOOLS_DIR})
+
+# The launch channel, plain C++: shared by the Qt-free launcher and the application.
+add_library(brindlemark_channel STATIC ${linux}/InstanceChannel.cpp)
+target_include_directories(brindlemark_channel PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
+                           ${CMAKE_CURRENT_BINARY_DIR}/generated)
+
+# The Linux pieces on Qt Core alone: the XDG folders and the plug-in registry behind
+# brindlemark-pluginkit.
+add_library(brindlemark_linux_base STATIC ${linux}/PluginRegistry.cpp ${linux}/XdgFolders.cpp)
+target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
+
+add_library(brindlemark_platform STATIC
+  platform/Platform.cpp
+  ${linux}/InstanceServer.cpp
+  ${linux}/LinuxPlatform.cpp
+)
+target_link_libraries(brindlemark_platform
+  PUBLIC brindlemark_core
+  PRIVATE brindlemark_linux_base brindlemark_channel Qt6::Widgets Qt6::Network Qt6::DBus)
+
+# What the desktop and the user run: forwards to a running instance without loading Qt.
+add_executable(brindlemark ${linux}/launcher/main.cpp)
+target_link_libraries(brindlemark PRIVATE brindlemark_channel)
+target_compile_definitions(brindlemark PRIVATE BRINDLEMARK_LIBEXEC_FROM_BIN="${libexec_from_bin}")
+add_dependencies(brindlemark brindlemark-app brindlemark-pluginkit)
+install(TARGETS brindlemark RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+add_executable(brindlemark-pluginkit ${linux}/tools/pluginkit/main.cpp)
+target_link_libraries(brindlemark-pluginkit PRIVATE brindlemark_linux_base)
+install(TARGETS brindlemark-pluginkit RUNTIME DESTINATION ${BRINDLEMARK_TOOLS_DIR})
+
+# The tools the application runs: beside it in the build tree, in libexec once installed.
+foreach(tool brindlemark-open brindlemark-killall)
+  configure_file(${linux}/tools/${tool} ${CMAKE_CURRENT_BINARY_DIR}/${tool} COPYONLY)
+  install(PROGRAMS ${linux}/tools/${tool} DESTINATION ${BRINDLEMARK_TOOLS_DIR})
+endforeach()
+
+# The file-manager extension's bundle, in the application's plug-ins folder.
+set(appex ${CMAKE_CURRENT_BINARY_DIR}/PlugIns/BrindlemarkFinderSync.appex)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/Info.ini.in ${appex}/Info.ini @ONLY)
+foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall refresh)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/extension/${part} ${appex}/${part} COPYONLY)
+endforeach()
+install(DIRECTORY ${appex} DESTINATION ${BRINDLEMARK_TOOLS_DIR}/PlugIns USE_SOURCE_PERMISSIONS)
+
+configure_file(${PROJECT_SOURCE_DIR}/packaging/brindlemark.desktop.in
+               ${CMAKE_CURRENT_BINARY_DIR}/${BRINDLEMARK_APP_ID}.desktop @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${BRINDLEMARK_APP_ID}.desktop
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/icons/brindlemark.svg
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps
+        RENAME ${BRINDLEMARK_APP_ID}.svg)
+foreach(size 16 22 24 32 48 64 128 256)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/icons/png/brindlemark-${size}.png
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps
+          RENAME ${BRINDLEMARK_APP_ID}.png)
+endforeach()

@@ -1,0 +1,241 @@
+// The controller as a user meets it, against a recording platform and recording tools: start-up,
+// URL commands and their alerts, terminals, the file manager's folder, the extension, the window,
+// the template table and the menus.
+#include "FakePlatform.h"
+#include "TestSupport.h"
+
+#include "templates/TemplateTableModel.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QPushButton>
+#include <QTableView>
+
+using namespace brindlemark;
+
+namespace {
+
+// One script for the three tools: it writes down every run, and answers as the real ones do.
+const QByteArray recordingTool = R"sh(echo "${0##*/} $*" >> "$HOME/tools.log"
+case "${0##*/} $1" in
+  "pluginkit -e") touch "$HOME/elected"; echo "cannot elect" ;;
+  "pluginkit -mAD") [ -e "$HOME/elected" ] && s=+ || s=-; echo "$s    org.brindlemark.Brindlemark.BrindlemarkFinderSync(1)" ;;
+  "pluginkit -a" | "open -a") cat "$HOME/${0##*/}.says" 2>/dev/null ;;
+esac)sh";
+
+QString titles(const QMenu* menu)
+{
+    QStringList list;
+    for (QAction* action : menu->actions())
+        list << action->text() + (action->isEnabled() ? "" : " (off)");
+    return list.join(", ");
+}
+
+} // namespace
+
+class AppTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    std::unique_ptr<FakePlatform> platform;
+    std::unique_ptr<AppDelegate> app;
+
+    QString tools() { return QString::fromUtf8(readFile(home->file("tools.log"))); }
+    QString status() { return app->statusLabel() ? app->statusLabel()->text() : "<no window>"; }
+    QString saved() { return platform->userDefaults.value("TemplatesJSON").toString(); }
+    // Clicks the window's button with this title, else chooses the tray menu's item.
+    void press(const QString& title)
+    {
+        for (QPushButton* button : app->window() ? app->window()->findChildren<QPushButton*>() : QList<QPushButton*>())
+            if (button->text() == title)
+                return button->click();
+        for (QAction* item : app->statusMenu()->actions())
+            if (item->text() == title)
+                return item->trigger();
+        QFAIL(qPrintable("no control " + title));
+    }
+    void startApp(bool forURL)
+    {
+        app = start(*platform, forURL);
+        QFile::remove(home->file("tools.log"));
+    }
+
+private slots:
+    void init()
+    {
+        app.reset();
+        home = std::make_unique<TestHome>();
+        platform = std::make_unique<FakePlatform>(home->path());
+        for (auto [tool, name] : {std::pair{Platform::Tool::Open, "open"}, {Platform::Tool::PluginKit, "pluginkit"}, {Platform::Tool::KillAll, "killall"}})
+            writeScript(platform->tools[int(tool)] = home->file(QString("bin/") + name), recordingTool);
+        QDir().mkpath(home->file("Desktop"));
+    }
+
+    void startUp()
+    {
+        // stored text -> what every place holds afterwards; the backup holds the unreadable text.
+        const QString normalised = R"([{"enabled":true,"executable":false,"id":"a","prefix":"New File","suffix":"x","title":"New File"}])";
+        for (const auto& [stored, text] : QList<std::pair<QString, QString>>{{QString(), builtInTemplatesJSON}, {"[{\"id\":", builtInTemplatesJSON},
+                                                                             {R"([{"id":"a","suffix":".x","enabled":"on"},7])", normalised}}) {
+            init();
+            if (!stored.isNull())
+                platform->userDefaults["TemplatesJSON"] = stored;
+            startApp(true);
+            QCOMPARE(saved() + platform->extensionPreferences.value("TemplatesJSON"), text + text);
+            for (const QString& file : platform->templateConfigFilePaths())
+                QCOMPARE(readFile(file), text.toUtf8());
+            QCOMPARE(platform->changeNotices, QStringList{home->file("PlugIns/BrindlemarkFinderSync.appex")});
+            QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), stored.toUtf8()); // none for nothing stored
+            app->saveTemplates(); // a launch for a URL shows no window, nor does a save
+            QCOMPARE(status() + " " + app->extensionMenuItem()->text(), QString("<no window> Finder Extension: Registered"));
+        }
+    }
+
+    void urlCommandsAndTheirAlerts()
+    {
+        platform->userDefaults["TemplatesJSON"] = R"([{"id":"mine","prefix":"Mine","suffix":"md"}])";
+        app = std::make_unique<AppDelegate>(*platform);
+        const QString folder = home->file("My Folder ü"), path = QUrl::toPercentEncoding(folder, "/");
+        QDir().mkpath(folder);
+        app->handleGetURLEvent("brindlemark://template?path=" + path + "&id=mine"); // before loading: built-ins only
+        app->applicationDidFinishLaunching();
+        app->openURLs({"brindlemark://template?path=" + path + "/&id=mine", "brindlemark://create?path=" + path + "//"});
+        app->handleURL("brindlemark://template?path=" + path + "&prefix=run&suffix=sh&executable=on");
+        QCOMPARE(entries(folder), (QStringList{"Mine.md", "New Text File 1.txt", "New Text File.txt", "run.sh"}));
+        QCOMPARE(QString::number(platform->shownFiles.size()) + platform->shownFiles.last(), "4" + folder + "/run.sh");
+        QVERIFY(app->handledURLLaunch() && !app->window());
+
+        app->handleURL("brindlemark://create");
+        app->handleURL("brindlemark://template?path=" + home->file("nowhere"));
+        app->showError(std::nullopt);
+        app->handleURL("brindlemark://nothing?path=/tmp"); // ignored silently
+        app->handleURL("brindlemark://template?path=/proc");
+        QVERIFY(platform->alerts.isEmpty()); // queued, never shown inside the action
+        QCoreApplication::processEvents();
+        QCOMPARE(platform->alerts.join("\n"), "New Text File failed: Finder did not provide a target folder.\nNew Text File failed: Not a folder: " +
+                 home->file("nowhere") + "\nNew Text File failed: Unknown error.\nNew Text File failed: Could not create file in /proc");
+        QCOMPARE(platform->deepestAlerts, 1); // one alert after another, never on top of each other
+    }
+
+    void terminals()
+    {
+        startApp(false);
+        // "button|what the tool says" -> the tool's run|the status line|the alert
+        expectEach([&](const QString& input) {
+            writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
+            QFile::remove(home->file("tools.log"));
+            platform->alerts.clear();
+            press(input.section('|', 0, 0));
+            QCoreApplication::processEvents();
+            return QString(tools() + "|" + status() + "|" + platform->alerts.join("")).replace(home->path(), "~");
+        }, {{"Open Terminal|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
+            {"Open iTerm Here|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+            {"Open Terminal Here|No terminal here.", "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No terminal here."}});
+        platform->frontFolder = home->file("tools.log"); // the file manager's folder, when it has one
+        press("Open iTerm");
+        QCoreApplication::processEvents();
+        QCOMPARE(platform->alerts.last(), "New Text File failed: Not a folder: " + home->file("tools.log"));
+        QVERIFY(!tools().contains("iTerm2 " + home->file("tools.log"))); // no tool for a folder that is not one
+    }
+
+    void folderCommands()
+    {
+        startApp(false);
+        const QString desktop = home->file("Desktop");
+        press("Create File");
+        QPushButton bare; // a sender without a template
+        app->createTemplateInFinderFolder(&bare);
+        QObject carrier;
+        carrier.setProperty("representedObject", QVariantMap{{"prefix", "notes"}, {"suffix", "md"}});
+        app->createTemplateInFinderFolder(&carrier);
+        app->setTemplates({json(R"({"id":"a","title":"Twin","prefix":"one","enabled":true})"),
+                           json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
+        emit app->statusMenu()->aboutToShow(); // the menu is about to open
+        QMenu* newFile = app->templateMenuItem()->menu();
+        QCOMPARE(titles(newFile), QString("Twin, Twin"));
+        QCOMPARE(newFile->actions()[1]->icon().name() + newFile->actions()[0]->icon().name(),
+                 QIcon::fromTheme("utilities-terminal").name() + QIcon::fromTheme("text-x-generic").name());
+        newFile->actions()[1]->trigger();
+        QDir().mkpath(*(platform->frontFolder = home->file("front")));
+        newFile->actions()[0]->trigger();
+        QCOMPARE(entries(desktop), (QStringList{"New Text File 1.txt", "New Text File.txt", "notes.md", "two"}));
+        QVERIFY(QFileInfo(desktop + "/two").isExecutable());
+        QCOMPARE(entries(*platform->frontFolder), QStringList{"one"});
+        app->setTemplates({});
+        app->rebuildNewFileStatusMenu();
+        QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
+    }
+
+    void extension()
+    {
+        for (bool withWindow : {true, false}) {
+            init();
+            startApp(!withWindow);
+            writeFile(home->file("pluginkit.says"), "no bundle there\n");
+            app->registerExtension();
+            QCOMPARE(status(), withWindow ? "no bundle there\n" : "<no window>");
+            QFile::remove(home->file("pluginkit.says"));
+            QFile::remove(home->file("tools.log"));
+            press("Enable Extension");
+            QCOMPARE(tools(), "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") + "\npluginkit -mAD -p com.apple.FinderSync\n"
+                              "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall Finder\npluginkit -mAD -p com.apple.FinderSync\n");
+            QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
+                     "Finder Extension: Enabled (off) " + QString(withWindow ? "Finder extension enabled." : "<no window>"));
+            press("Open System Settings");
+            QCOMPARE(platform->settingsOpened, 1);
+        }
+        app->showWindow();
+        QLabel* state = app->extensionStateLabel();
+        QCOMPARE(state->text() + " " + state->palette().color(state->foregroundRole()).name(), QString("Enabled #34c759"));
+        press("Restart Finder");
+        QCOMPARE(status() + tools().section('\n', -2), QString("Finder restarted.killall Finder\n"));
+    }
+
+    void windowAndTable()
+    {
+        startApp(false);
+        QWidget* window = app->window();
+        QVERIFY(window->isVisible() && window->close() && !window->isVisible());
+        app->applicationShouldHandleReopen(false);
+        QVERIFY(app->window() == window && window->isVisible()); // the same window again
+        press("Hide Window");
+        QVERIFY(!window->isVisible());
+        press("Show Window");
+        QVERIFY(window->isVisible());
+        QTableView* table = app->templatesTableView();
+        table->horizontalHeader()->resizeSection(1, 20);
+        QCOMPARE(table->columnWidth(1), 80); // columns keep their minimum width
+
+        press("+");
+        QCOMPARE(table->selectionModel()->selectedRows().value(0).row(), 6);
+        QVERIFY(saved().endsWith(R"("prefix":"NewFile","suffix":"txt","title":"New Template"}])"));
+        QCOMPARE(titles(app->templateMenuItem()->menu()), QString("Text File, Markdown Document, New Template"));
+        table->selectRow(2);
+        press("-"); // removes the selected row, "json"
+        QVERIFY(!saved().contains("JSONFile") && saved().contains("MarkdownDocument") && saved().count("script") == 3);
+        table->clearSelection();
+        const QString before = saved();
+        press("-"); // nothing selected: nothing happens
+        QCOMPARE(saved(), before);
+
+        TemplateTableModel* model = app->templateTableModel();
+        QVERIFY(model->setData(model->index(0, 1), "  Notes  ", Qt::EditRole));
+        QCOMPARE(app->templates().first().value("title").toString() + app->templateMenuItem()->menu()->actions().first()->text(), "NotesNotes");
+        QVERIFY(model->setData(model->index(0, 3), ".md", Qt::EditRole)); // trimmed in memory, normalised when saved
+        QVERIFY(model->setData(model->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
+        QVERIFY(model->setData(model->index(2, 4), Qt::Unchecked, Qt::CheckStateRole));
+        QCOMPARE(model->index(0, 3).data().toString() + model->index(2, 4).data(Qt::CheckStateRole).toString(), ".md0");
+        QVERIFY(saved().startsWith(R"([{"enabled":false,"executable":false,"id":"text","prefix":"New Text File","suffix":"md","title":"Notes"})"));
+        QVERIFY(saved().contains(R"({"enabled":false,"executable":false,"id":"shell")"));
+        QCOMPARE(platform->changeNotices.size(), 7); // every change reaches the file managers' menus
+        model->setObjectValue("x", "title", 99); // a row that is gone: nothing stored
+        QCOMPARE(platform->changeNotices.size(), 7);
+        QCOMPARE(status(), QString("Templates saved. Finder menu updates on the next right-click."));
+    }
+};
+
+BRINDLEMARK_WIDGET_TEST_MAIN(AppTest)
+#include "tst_app.moc"

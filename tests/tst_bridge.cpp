@@ -1,0 +1,149 @@
+// The extension bridge: our URL parser, the strict payload decoder, what a command URL asks
+// for, the tool runner, the extension's state from the registry listing, and the registry.
+#include "TestSupport.h"
+
+#include "bridge/ExtensionManagement.h"
+#include "bridge/ToolRunner.h"
+#include "bridge/UrlCommands.h"
+#include "platform/linux/PluginRegistry.h"
+
+using namespace brindlemark;
+
+class BridgeTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void parseCommandUrl()
+    {
+        // scheme|host|count|items, an item written name=value, or name alone without "=".
+        auto describe = [](const QString& text) {
+            const std::optional<CommandUrl> url = brindlemark::parseCommandUrl(text);
+            QStringList items;
+            for (const QueryItem& item : url ? url->queryItems : QList<QueryItem>{})
+                items << (item.value ? item.name + "=" + *item.value : item.name);
+            return url ? QStringList{url->scheme, url->host, QString::number(items.size()), items.join("&")}.join('|') : "<none>";
+        };
+        QList<std::pair<QString, QString>> cases{
+            {"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "brindlemark|terminal|1|path=/tmp/a b"},
+            {"BrindleMark://Create?Path=/tmp", "BrindleMark|Create|1|Path=/tmp"}, {"brindlemark://create", "brindlemark|create|0|"},
+            {"brindlemark://create?", "brindlemark|create|0|"}, {"brindlemark://x?a&b=&c=1+2&d=1=2", "brindlemark|x|4|a&b=&c=1+2&d=1=2"},
+            {"brindlemark://x?%70=%2B+%C3%BC", "brindlemark|x|1|p=++ü"}, {"brindlemark://x?p=/tmp/Ünï", "brindlemark|x|1|p=/tmp/Ünï"},
+            {"brindlemark://x?p=%FF&%FF=1", "brindlemark|x|2|p&=1"}, {"brindlemark://x/a/b?p=1#f&p=2", "brindlemark|x|1|p=1"},
+            {"brindlemark:///a?p=1", "brindlemark||1|p=1"}, {"brindlemark://me@x:80?p=1", "brindlemark|x|1|p=1"}};
+        for (const char* bad : {"brindlemark://x?p=%zz", "brindlemark://x?p=%2", "brindlemark://x?p=/a b", "brindlemark://x?p=\x7f",
+                                "brindlemark://x?p=/a\nb", "", "://x", "1a://x", "a_b://x", "no-scheme"})
+            cases.append(std::pair<QString, QString>(bad, "<none>"));
+        expectEach(describe, cases);
+    }
+
+    void strictBase64Decode()
+    {
+        QList<std::pair<QString, QString>> cases{{"e30=", "{}"}, {"YQ==", "a"}, {"YWJj", "abc"}, {"", ""},
+                                                 {"eyJ0aXRsZSI6ImE/PiIsInByZWZpeCI6ImJ+fiJ9", R"({"title":"a?>","prefix":"b~~"})"}};
+        for (const char* bad : {"e30", "eyJ0aXRsZSI6ImE_PiIsInByZWZpeCI6ImJ-fiJ9", "e30=\n", "e3 0", "e30=e30=", "====", "YQ=a", "Y===", "e30.", "ñ30="})
+            cases.append(std::pair<QString, QString>(bad, "<none>"));
+        expectEach([](const QString& text) {
+            const std::optional<QByteArray> decoded = brindlemark::strictBase64Decode(text);
+            return decoded ? QString::fromUtf8(*decoded) : QString("<none>");
+        }, cases);
+    }
+
+    void templateRecord()
+    {
+        // id|title|prefix|suffix|enabled|executable of the record; "*" stands for a fresh UUID.
+        expectEach([](const QString& query) {
+            const UrlRequest request = interpretCommandUrl("brindlemark://template?path=/tmp&" + query, {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
+            QStringList described;
+            for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
+                described << (request.record.value(key).isString() ? request.record.value(key).toString() : cleanedString(request.record.value(key)));
+            if (described[0].size() == 36)
+                described[0] = "*";
+            return (request.kind == UrlRequest::CreateFromTemplate ? "" : "(not a template) ") + described.join('|');
+        }, {{"id=markdown", "markdown|Markdown Document|MarkdownDocument|md|1|0"}, {"executable=yes", "text|Text File|New Text File|txt|1|0"},
+            {"title=Notes", "text|Notes|New Text File|txt|1|0"}, {"title=A&title=B&title=&prefix=Memo", "text|B|Memo|txt|1|0"},
+            {"id=nope&suffix=.org", "nope|Text File|New Text File|.org|1|0"}, {"id=shell&prefix=run", "shell|Shell Script|run|sh|1|1"},
+            {"id=shell&prefix=run&executable=NO", "shell|Shell Script|run|sh|1|0"}, {"prefix=run&executable=on", "text|Text File|run|txt|1|1"},
+            {"id=mine&enabled=false&suffix=y", "mine|Mine|Mine|y|1|0"}, {"id=mine&prefix=%20a%20", "mine|Mine| a |x|1|0"},
+            {"id=mine", "mine|Mine|Mine|x|0|0"}, {"title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "*|>>>|>>>||0|0"},
+            {"payload=e30=&id=markdown", "*|New File|New File||0|0"}, {"payload=W10=&id=json", "json|JSON File|JSONFile|json|0|0"},
+            {"payload=e30&title=Z", "text|Z|New Text File|txt|1|0"}, {"payload=%2F%2F79&title=Z", "text|Z|New Text File|txt|1|0"}});
+    }
+
+    void commands()
+    {
+        expectEach([](const QString& url) {
+            const UrlRequest request = interpretCommandUrl(url, {});
+            return QString::number(request.kind) + "|" + request.folder;
+        }, {{"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "4|/tmp/a b"}, {"brindlemark://iterm?x=1&path=/a&path=/b", "5|/a"},
+            {"brindlemark://iterm?path=&path=/b", "1|"}, {"brindlemark://iterm?path&path=/b", "1|"}, {"brindlemark://create?path=%FF", "1|"},
+            {"brindlemark://nothing", "1|"}, {"brindlemark://nothing?path=/tmp", "0|/tmp"}, {"brindlemark://Create?path=/tmp", "0|/tmp"},
+            {"Brindlemark://create?path=/tmp", "0|"}, {"create me", "0|"}, {"brindlemark://create?path=/tmp&id=markdown", "2|/tmp"},
+            {"brindlemark://template?path=/t%2Bx+y", "3|/t+x+y"}});
+    }
+
+    void toolRunner()
+    {
+        TestHome home;
+        const QString tool = home.file("tool");
+        expectEach([&](const QString& script) {
+            writeScript(tool, script.toUtf8());
+            QElapsedTimer timer;
+            timer.start();
+            const QString output = runTool(tool, {"a b", "'q'", "$HOME;|&", ""}, 500);
+            return timer.elapsed() < 5'000 ? output : "not stopped in time";
+        }, {{"exit 3", ""}, {"echo a; echo b >&2; echo c", "a\nb\nc\n"}, {"printf 'ok\\377'", ""},
+            {"printf '[%s]' \"$@\"", "[a b]['q'][$HOME;|&][]"}, {"cat; echo done", "done\n"},
+            {"head -c 3000000 /dev/zero | tr '\\0' a", QString(3'000'000, u'a')},
+            {"echo started; exec sleep 600", "started\ntool did not finish within 0.5 seconds and was stopped."},
+            {"printf x; exec >&- 2>&-; sleep 600", "x\ntool did not finish within 0.5 seconds and was stopped."}});
+        QVERIFY(!runTool(home.file("missing"), {}).isEmpty());
+        QVERIFY(!runTool(home.path(), {}).isEmpty()); // a folder cannot start
+    }
+
+    void extensionState()
+    {
+        const QString id = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
+        expectEach([&](const QString& listing) {
+            const ExtensionState state = extensionStateFromListing(listing, id);
+            return extensionMenuTitle(state) + "|" + extensionStateText(state);
+        }, {{"+    " + id + "(1.0)\n", "Finder Extension: Enabled|Enabled"}, {"x+\t" + id, "Finder Extension: Enabled|Enabled"},
+            {"+   " + id, "Finder Extension: Registered|Registered"}, {"-    " + id + "Helper", "Finder Extension: Registered|Registered"},
+            {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
+            {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
+    }
+
+    void registry()
+    {
+        TestHome home;
+        const QString bundle = home.file("Some.appex");
+        QVERIFY(writeFile(bundle + "/Info.ini", "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=2\n"));
+        writeScript(bundle + "/install", "echo installed > \"$HOME/step\"; echo done installing");
+        writeScript(bundle + "/uninstall", "echo uninstalled > \"$HOME/step\"");
+        QVERIFY(writeFile(home.file("data/brindlemark/plugin-registry.json"), "{ broken"));
+        // Runs the command lines in order: each gives "exit code:output".
+        auto run = [&](const QList<QStringList>& commands) {
+            QString text;
+            for (const QStringList& arguments : commands) {
+                const PluginKitResult result = runPluginKit(arguments);
+                text += QString::number(result.exitCode) + ":" + result.output;
+            }
+            return text + readFile(home.file("step"));
+        };
+        QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "1:pluginkit: no plug-in is registered as x.y\n");
+        QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n"); // a broken registry is rebuilt
+        QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "0:done installing\ninstalled\n");
+        QCOMPARE(run({{"-a", bundle}, {"-m", "-i", "x.y", "-p", "p"}}), "0:0:+    x.y(2)\ninstalled\n"); // the election stays
+        QCOMPARE(run({{"-mAD", "-p", "other"}, {"-mAD", "-i", "other"}}), "0:0:installed\n");
+        QCOMPARE(run({{"-e", "ignore", "-i", "x.y"}, {"-mAD"}}), "0:0:-    x.y(2)\nuninstalled\n");
+        QCOMPARE(run({{"-r", bundle}, {"-mAD"}}), "0:0:uninstalled\n");
+        QCOMPARE(entries(home.path()), (QStringList{"Some.appex", "data", "run", "step"})); // nothing else written
+        QFile::remove(home.file("step"));
+        QCOMPARE(run({{"-a", home.path()}}), "1:pluginkit: " + home.path() + " is not an extension bundle (it has no Info.ini)\n");
+        QCOMPARE(run({{"-r", "/tmp"}}), "1:pluginkit: no plug-in is registered at /tmp\n");
+        for (const QStringList& usage : QList<QStringList>{{}, {"-e", "maybe", "-i", "x"}, {"-mAD", "-p"}, {"-mX"}, {"-m", "-q", "x"}, {"-a"}})
+            QVERIFY2(run({usage}).startsWith("64:usage: brindlemark-pluginkit"), qPrintable(usage.join(' ')));
+    }
+};
+
+QTEST_GUILESS_MAIN(BridgeTest)
+#include "tst_bridge.moc"

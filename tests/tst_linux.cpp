@@ -1,0 +1,197 @@
+// The Linux platform for real: the five places in a temporary home, the places under faults on
+// small file systems (needs root, else skipped), the launch channel, and the installed programs
+// as the desktop runs them (the launcher, a running instance, later launches forwarding to it).
+#include "TestSupport.h"
+
+#include "platform/linux/InstanceChannel.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "templates/TemplateStore.h"
+
+#include <QApplication>
+#include <QProcess>
+#include <QSettings>
+
+#include <csignal>
+
+using namespace brindlemark;
+
+namespace {
+
+bool run(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    return process.waitForFinished(10'000) && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+bool waitFor(const std::function<bool()>& condition)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition() && timer.elapsed() < 20'000)
+        QThread::msleep(10);
+    return condition();
+}
+
+QString url(const QString& command, const QString& folder, const QString& more = QString())
+{
+    return "brindlemark://" + command + "?path=" + QUrl::toPercentEncoding(folder, "/") + more;
+}
+
+// The running instance's process id, from its lock file.
+pid_t instancePid() { return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock").split('\n')[0].toLongLong()); }
+
+// Stops the instance a test started in the background, also when the test fails early.
+struct StopInstanceAtEnd {
+    ~StopInstanceAtEnd() { if (instancePid() > 0) ::kill(instancePid(), SIGKILL); }
+};
+
+} // namespace
+
+class LinuxTest : public QObject {
+    Q_OBJECT
+
+    // Runs one launch of brindlemark to its end; its exit code.
+    int launch(const TestHome& home, const QStringList& arguments, const QByteArray& qtPlatform = "offscreen")
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", qtPlatform);
+        env.remove("DBUS_SESSION_BUS_ADDRESS"); // no file manager: new files go to the fake xdg-open
+        env.insert("PATH", home.file("bin") + ":" + env.value("PATH"));
+        process.setProcessEnvironment(env);
+        process.start(BRINDLEMARK_EXECUTABLE, arguments);
+        return process.waitForFinished(60'000) ? process.exitCode() : -1;
+    }
+
+private slots:
+    void places()
+    {
+        for (bool xdgVariables : {true, false}) {
+            TestHome home;
+            if (!xdgVariables) {
+                qunsetenv("XDG_CONFIG_HOME");
+                qunsetenv("XDG_DATA_HOME");
+            }
+            const QString config = home.file(xdgVariables ? "config" : ".config"), data = home.file(xdgVariables ? "data" : ".local/share");
+            // A stored value that reads back as a list, not as text, counts as nothing stored.
+            QVERIFY(writeFile(config + "/org.brindlemark.Brindlemark.conf", "[General]\nTemplatesJSON=a, b\n"));
+            LinuxPlatform platform;
+            start(platform, true);
+            for (const char* id : {"org.brindlemark.Brindlemark", "org.brindlemark.Brindlemark.BrindlemarkFinderSync"}) {
+                QCOMPARE(QSettings(config + "/" + id + ".conf", QSettings::IniFormat).value("TemplatesJSON").toString(), builtInTemplatesJSON);
+                QCOMPARE(readFile(data + "/" + id + "/Templates.json"), builtInTemplatesJSON);
+            }
+            QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), builtInTemplatesJSON);
+            QCOMPARE(platform.desktopFolder(), home.file("Desktop"));
+            QVERIFY(writeFile(config + "/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n"));
+            QCOMPARE(platform.desktopFolder(), home.file("Schreibtisch"));
+        }
+    }
+
+    void placesUnderFaults()
+    {
+        TestHome home;
+        QDir().mkpath(home.file("config"));
+        if (!run("mount", {"-t", "tmpfs", "-o", "size=64k", "tmpfs", home.file("config")}))
+            QSKIP("cannot mount a tmpfs here (needs root)");
+        QDir().mkpath(home.file("data/org.brindlemark.Brindlemark"));
+        QVERIFY(QFile::link(home.file("elsewhere.json"), home.file("data/org.brindlemark.Brindlemark/Templates.json")));
+        LinuxPlatform platform;
+        const auto app = start(platform, true);
+        const QByteArray settingsBefore = readFile(LinuxPlatform::userDefaultsFilePath());
+        QVERIFY(!run("dd", {"if=/dev/zero", "of=" + home.file("config/filler"), "bs=4k"})); // the disk is full
+        app->setTemplates(TemplateList(app->templates()) << Template{{"id", "big"}, {"title", QString(3000, u'x')}});
+        app->saveTemplates();
+        const QByteArray after = templatesJSONText(app->templates()).toUtf8();
+        QCOMPARE(readFile(LinuxPlatform::userDefaultsFilePath()), settingsBefore); // the old files, whole
+        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), QByteArray(builtInTemplatesJSON));
+        QCOMPARE(readFile(home.file("elsewhere.json")), after); // a link's target gets the text, the link stays
+        QVERIFY(QFileInfo(home.file("data/org.brindlemark.Brindlemark/Templates.json")).isSymLink());
+        QFile::remove(home.file("config/filler"));
+        QVERIFY(run("mount", {"-o", "remount,ro", home.file("config")}));
+        app->saveTemplates(); // read-only: still the old files
+        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), QByteArray(builtInTemplatesJSON));
+        QVERIFY(run("mount", {"-o", "remount,rw", home.file("config")}));
+        app->saveTemplates();
+        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), after);
+        QVERIFY(run("umount", {home.file("config")}));
+    }
+
+    void channel()
+    {
+        const std::string message = channel::encodeMessage({"a", "", "brindlemark://x"});
+        std::vector<std::string> urls;
+        QVERIFY(channel::decodeBody(message.substr(4), urls));
+        QCOMPARE(urls, (std::vector<std::string>{"a", "", "brindlemark://x"}));
+        QCOMPARE(std::uint8_t(message[3]), std::uint8_t(message.size() - 4));
+        for (const std::string& broken : {message.substr(4) + "x", message.substr(4, message.size() - 5), std::string("\0\0\0\1", 4), std::string("\0\0", 2)})
+            QVERIFY(!channel::decodeBody(broken, urls));
+        TestHome home;
+        QCOMPARE(channel::forward(home.file("run/nobody.socket").toStdString(), {}, 1000), channel::Forwarding::NoInstance);
+    }
+
+    void laterLaunchesForwardToTheRunningOne()
+    {
+        TestHome home;
+        StopInstanceAtEnd stop;
+        writeScript(home.file("bin/xdg-open"), "echo \"$1\" >> \"$HOME/xdg-open.log\"");
+        const QString folder = home.file("Pro jects");
+        QDir().mkpath(folder);
+        QVERIFY(writeFile(folder + "/New Text File 7.txt", "kept"));
+        const QString dolphinMenu = home.file("data/kio/servicemenus/brindlemark-new-file.desktop");
+        QVERIFY(writeFile(home.file("data/brindlemark/installed-integration"), dolphinMenu.toUtf8() + "\n"));
+
+        // A launch for a URL returns at once; Brindlemark goes on in the background.
+        QCOMPARE(launch(home, {url("template", folder, "&id=markdown")}), 0);
+        QVERIFY(waitFor([&] { return QFile::exists(folder + "/MarkdownDocument.md") && QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
+        const pid_t first = instancePid();
+        QVERIFY(waitFor([&] { return readFile(dolphinMenu).contains("Name=Markdown Document"); })); // every save refreshes it
+        QVERIFY(readFile(home.file("data/brindlemark/plugin-registry.json")).contains("org.brindlemark.Brindlemark.BrindlemarkFinderSync"));
+        // A forwarding launch answers once its URLs are handled, in order, and loads no GUI: with a
+        // platform plugin that does not exist it still succeeds.
+        QCOMPARE(launch(home, {url("template", folder, "&prefix=p&executable=yes"), "-x", url("template", folder, "&prefix=p")}, "none"), 0);
+        QVERIFY(QFileInfo(folder + "/p.txt").isExecutable() && !QFileInfo(folder + "/p 1.txt").isExecutable());
+
+        // 300 separate launches at once against one instance: every URL handled, names distinct.
+        writeScript(home.file("burst.sh"), "for i in $(seq 300); do \"$1\" \"$2\" || echo failed & done; wait");
+        QProcess shell;
+        shell.setProcessChannelMode(QProcess::MergedChannels);
+        shell.start(home.file("burst.sh"), {BRINDLEMARK_EXECUTABLE, url("create", folder)});
+        QVERIFY(shell.waitForFinished(120'000));
+        QCOMPARE(shell.readAll(), QByteArray());
+        QCOMPARE(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 301);
+        QCOMPARE(readFile(folder + "/New Text File 7.txt"), QByteArray("kept"));
+
+        QCOMPARE(launch(home, {}), 0); // a reopen
+        QCOMPARE(launch(home, {"brindlemark://Create?path=/tmp", "not a url"}), 0);
+        QVERIFY(waitFor([&] { return readFile(home.file("xdg-open.log")).count('\n') == 303; }));
+        QCOMPARE(instancePid(), first);
+
+        // An instance that died leaves its socket and lock behind; the next launch takes over.
+        QCOMPARE(::kill(first, SIGKILL), 0);
+        QVERIFY(waitFor([&] { return ::kill(first, 0) != 0; }));
+        QCOMPARE(launch(home, {url("create", folder)}), 0);
+        QVERIFY(waitFor([&] { return entries(folder).size() == 305; }));
+        QCOMPARE(launch(home, {url("create", folder)}), 0); // the new instance answers
+        QCOMPARE(entries(folder).size(), 306);
+        QVERIFY(instancePid() != first);
+    }
+
+    void userLaunchStaysInTheForeground()
+    {
+        TestHome home;
+        QProcess instance;
+        instance.start(BRINDLEMARK_EXECUTABLE, {});
+        QVERIFY(instance.waitForStarted());
+        QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
+        QCOMPARE(launch(home, {}), 0); // reopen: the window is shown again, nothing else starts
+        QCOMPARE(instance.state(), QProcess::Running);
+        QCOMPARE(instancePid(), pid_t(instance.processId()));
+        instance.kill();
+        instance.waitForFinished();
+    }
+};
+
+BRINDLEMARK_WIDGET_TEST_MAIN(LinuxTest)
+#include "tst_linux.moc"
