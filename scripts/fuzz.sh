@@ -9,10 +9,18 @@ seconds=${1:-10}
 keep=${2:-}
 ensure_packages "${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev
 build="$BRINDLEMARK_ROOT/build-fuzz"
+say "building the fuzz targets with clang and the sanitizers in build-fuzz/ (a few minutes the first time)"
 CXX=clang++ cmake -S "$BRINDLEMARK_ROOT" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DBRINDLEMARK_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
 targets=(fuzz_url fuzz_base64 fuzz_templates fuzz_pluginkit)
-cmake --build "$build" -j "$(nproc)" --target "${targets[@]}" >/dev/null
+# Shows each target as it is linked; the whole log is in build-fuzz/build.log.
+if ! cmake --build "$build" -j "$(nproc)" --target "${targets[@]}" 2>&1 | tee "$build/build.log" |
+    { grep --line-buffered -E '^\[ *[0-9]+%\] Linking' | sed -u 's/^/brindlemark: /' >&2 || true; }; then
+    say "the fuzz build failed:"
+    tail -30 "$build/build.log" >&2
+    exit 1
+fi
+say "running each fuzz target for $seconds seconds"
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT

@@ -37,6 +37,7 @@ ensure_packages() {
 # Configures and builds the given targets, or everything.
 build_project() {
     ensure_packages "${BUILD_PACKAGES[@]}"
+    say "building in ${BRINDLEMARK_BUILD#"$PWD"/}"
     cmake -S "$BRINDLEMARK_ROOT" -B "$BRINDLEMARK_BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
     local targets=()
     for target in "$@"; do targets+=(--target "$target"); done
