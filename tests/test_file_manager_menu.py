@@ -1,299 +1,170 @@
-"""Brindlemark's context menus for the Linux file managers, without a file manager: the python
-extension driven through a stand-in for the file manager's module, Dolphin's service menus
-validated and their command lines run, and the install and uninstall steps. The URLs the menus
-would open are read back with the application's own parser (url_probe)."""
+"""Brindlemark's Linux helpers without a desktop: the file managers' context menus (the python
+extension driven through a stand-in for the file manager's module, Dolphin's service menu
+validated and its command lines run), the install, uninstall and refresh steps, and the tools
+brindlemark-open and brindlemark-killall among fake terminals and file managers. The URLs the
+menus would open are read back with the application's own parser (url_probe)."""
 
-import base64
-import configparser
-import importlib.util
-import json
-import os
-import shlex
-import shutil
-import signal
-import subprocess
-import sys
-import tempfile
-import time
-import types
-import unittest
+import configparser, json, os, pathlib, re, runpy, shutil, signal, subprocess, sys, tempfile, time, types, unittest.mock
 
-APPEX = os.environ["BRINDLEMARK_APPEX"]
-URL_PROBE = os.environ["BRINDLEMARK_URL_PROBE"]
-LAUNCHER = os.environ["BRINDLEMARK_LAUNCHER"]
-EXTENSION_ID = "org.brindlemark.Brindlemark.BrindlemarkFinderSync"
-AWKWARD_FOLDER = "a b 'q' \"dq\" & # % + ü ß"
-AWKWARD_TITLE = '<b>Bold</b> & $(touch pwned) "q" \\ `x` %s'
+APPEX, URL_PROBE, LAUNCHER, TOOLS = (os.environ["BRINDLEMARK_" + n] for n in ("APPEX", "URL_PROBE", "LAUNCHER", "TOOLS_SOURCE"))
+AWKWARD_FOLDER, AWKWARD_TITLE = "a b 'q' \"dq\" & # % + ü ß", '<b>Bold</b> & $(touch pwned) "q" \\ `x` %s'
+TEMPLATES = json.dumps([{"id": "text", "title": "Text File", "enabled": True, "executable": False}, {"title": "Hidden", "enabled": False},
+                        {"id": "odd", "title": AWKWARD_TITLE, "prefix": "run", "suffix": "sh", "enabled": True, "executable": True}])
+MENU_LABELS = ["New File", "Open Terminal Here", "Text File", AWKWARD_TITLE]  # the menu, then its New File submenu
+OPENED_BY_TEMPLATES = [("template", "Text File", False), ("template", AWKWARD_TITLE, True)]  # kind, title, executable
 
 
-def probe(url):
-    return json.loads(subprocess.run([URL_PROBE, url], check=True, capture_output=True, text=True).stdout)
+def write(path, text, mode=0o644):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    pathlib.Path(path).write_text(text)
+    os.chmod(path, mode)
 
 
-class FakeModule:
-    """Stands in for gi.repository.Nautilus (or Nemo, Caja): records what the menu builds."""
-
-    class MenuProvider:
-        pass
-
-    class Menu:
-        def __init__(self):
-            self.items = []
-
-        def append_item(self, item):
-            self.items.append(item)
-
-    class MenuItem:
-        def __init__(self, name, label, tip):
-            self.name, self.label, self.submenu, self.handlers = name, label, None, []
-
-        def set_submenu(self, menu):
-            self.submenu = menu
-
-        def connect(self, signal_name, handler):
-            self.handlers.append((signal_name, handler))
-
-        def activate(self):
-            for signal_name, handler in self.handlers:
-                if signal_name == "activate":
-                    handler(self)
+def read(path):
+    return pathlib.Path(path).read_text() if os.path.exists(path) else ""
 
 
-class FakeLocation:
-    def __init__(self, path):
-        self.path = path
-
-    def get_path(self):
-        return self.path
+def wait_for(condition, seconds=10):
+    return any(condition() or time.sleep(0.02) for _ in range(int(seconds * 50)))
 
 
-class FakeFile:
-    def __init__(self, path):
-        self.location = FakeLocation(path)
-
-    def get_location(self):
-        return self.location
+def fake_file(path):
+    return types.SimpleNamespace(get_location=lambda: types.SimpleNamespace(get_path=lambda: path))
 
 
-class Home(unittest.TestCase):
-    """Every test: a temporary HOME, its own data folder and a URL opener that writes down URLs."""
+FAKE_PROGRAM = '#!/bin/sh\nprintf "%s|%s|%s\\n" "$(basename "$0")" "$PWD" "$*" >> "$HOME/launched"\n'  # "name|working folder|arguments"
+OPEN, USAGE = ["-a", "Terminal", "{f}"], "Usage: brindlemark-open -a Terminal|iTerm|iTerm2 FOLDER\n"
+TOOL_CASES = [  # brindlemark-TOOL, fakes on PATH, $TERMINAL, arguments, fails, output, what started ({b}: the fakes' folder)
+    ("open", ["myterm", "x-terminal-emulator"], "myterm", OPEN, False, "", "myterm|{f}|"),
+    ("open", ["x-terminal-emulator", "gnome-terminal"], "", OPEN, False, "", "x-terminal-emulator|{f}|"),
+    ("open", ["xterm"], "gone", OPEN, False, "", "xterm|{f}|"),
+    ("open", ["kitty", "x-terminal-emulator"], "{b}/kitty", ["-a", "iTerm2", "{f}"], False, "", "kitty|{f}|--directory {f}"),
+    ("open", ["gnome-terminal", "konsole"], "", OPEN, False, "", "gnome-terminal|{f}|--working-directory={f}"),
+    ("open", ["konsole", "kitty"], "", ["-a", "iTerm", "{f}"], False, "", "konsole|{f}|--workdir {f}"),
+    ("open", ["wezterm", "foot"], "", OPEN, False, "", "wezterm|{f}|start --cwd {f}"),
+    ("open", [], "", OPEN, True, "No terminal emulator was found. Install one (for example gnome-terminal, konsole or xterm) "
+     "or name yours in the TERMINAL environment variable.\n", ""),
+    ("open", ["xterm"], "", ["-a", "Safari", "{f}"], True, "Unable to find application named 'Safari'.\n", ""),
+    ("open", ["xterm"], "", ["-a", "Terminal", "{b}/gone"], True, "The folder {b}/gone does not exist.\n", ""),
+    *[("open", ["xterm"], "", bad, True, USAGE, "") for bad in ([], ["Terminal"], ["-b", "Terminal", "{f}"], OPEN + ["x"])],
+    *[("killall", ["nemo"], "", bad, True, "usage: brindlemark-killall Finder\n", "") for bad in ([], ["Dock"])],
+    ("killall", ["nautilus", "nemo", "caja", "thunar"], "", ["Finder"], False, "", "nemo|{b}|-q"),
+]
+
+
+class MenuItem(types.SimpleNamespace):
+    """Stands in for the file manager's MenuItem (Nautilus, Nemo or Caja): keeps what the extension sets."""
+    set_submenu = lambda self, menu: setattr(self, "submenu", menu)
+    connect = lambda self, signal, handler: setattr(self, "activate", (lambda: handler(self)) if signal == "activate" else None)
+
+
+class FileManagerMenuTest(unittest.TestCase):
+    """Every test: a temporary HOME and XDG folders, and a URL opener that writes the URLs down."""
 
     def setUp(self):
-        self.home = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, self.home, True)
-        self.data = os.path.join(self.home, "data")
-        self.environ = dict(os.environ, HOME=self.home, XDG_DATA_HOME=self.data,
-                            XDG_CONFIG_HOME=os.path.join(self.home, "config"))
-        self.opened = os.path.join(self.home, "opened")
-        opener = os.path.join(self.home, "opener")
-        with open(opener, "w") as stream:
-            stream.write('#!/bin/sh\nprintf "%%s\\n" "$1" >> "%s"\n' % self.opened)
-        os.chmod(opener, 0o755)
-        self.environ["BRINDLEMARK_URL_OPENER"] = opener
-        self.old_environ = dict(os.environ)
-        os.environ.clear()
-        os.environ.update(self.environ)
-        self.addCleanup(lambda: (os.environ.clear(), os.environ.update(self.old_environ)))
-        self.folder = os.path.join(self.home, AWKWARD_FOLDER)
-        os.makedirs(self.folder)
+        self.home = self.enterContext(tempfile.TemporaryDirectory(ignore_cleanup_errors=True))
+        xdg = {"XDG_" + name: os.path.join(self.home, name.lower()) for name in ("DATA_HOME", "CONFIG_HOME", "RUNTIME_DIR")}
+        self.enterContext(unittest.mock.patch.dict(os.environ, xdg, HOME=self.home, BRINDLEMARK_URL_OPENER=self.home + "/opener"))
+        write(self.home + "/opener", '#!/bin/sh\nprintf "%s\\n" "$1" >> "$HOME/opened"\n', 0o755)
+        write(self.home + "/xdg-open", "#!/bin/sh\n", 0o755)  # the file manager showing a new file
+        self.data, self.folder = xdg["XDG_DATA_HOME"], os.path.join(self.home, AWKWARD_FOLDER)
+        self.templates = self.data + "/org.brindlemark.Brindlemark.BrindlemarkFinderSync/Templates.json"
+        [os.makedirs(folder, 0o700) for folder in (self.folder, xdg["XDG_RUNTIME_DIR"])]
+        write(self.templates, TEMPLATES)
 
-    def write_templates(self, text):
-        path = os.path.join(self.data, EXTENSION_ID, "Templates.json")
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="utf-8") as stream:
-            stream.write(text)
+    def assertOpened(self, expected):
+        """The URLs opened so far, as the application reads them: (kind, title, executable), all in the folder."""
+        urls = lambda: read(self.home + "/opened").splitlines()
+        read_back = [json.loads(subprocess.check_output([URL_PROBE, u])) for u in urls()] if wait_for(lambda: len(urls()) >= len(expected)) else []
+        # Every query value percent-encoded: URL handlers differ in what they make of a raw "+", "/" or "=".
+        [self.assertRegex(url, r"^brindlemark://[a-z]+\?path=[A-Za-z0-9_.~/%-]+(&payload=[A-Za-z0-9%]+)?$") for url in urls()]
+        self.assertCountEqual([(r["kind"], r["folder"], r["record"].get("title"), r["record"].get("executable")) for r in read_back],
+                              [(kind, self.folder, *more) for kind, *more in expected])
 
-    def opened_urls(self, count):
-        for _ in range(200):
-            if os.path.exists(self.opened):
-                with open(self.opened, encoding="utf-8") as stream:
-                    lines = stream.read().splitlines()
-                if len(lines) >= count:
-                    return lines
-            time.sleep(0.02)
-        self.fail("the menu opened fewer than %d URLs" % count)
+    def load_extension(self, manager):
+        """The extension as the file manager loads it: from its own extensions folder, through gi."""
+        module = types.SimpleNamespace(MenuProvider=object, Menu=type("Menu", (list,), {"append_item": list.append}), MenuItem=MenuItem)
+        repository = types.SimpleNamespace(GObject=unittest.mock.Mock(GObject=type("GObject", (), {})), **{manager.capitalize(): module})
+        self.enterContext(unittest.mock.patch.dict(sys.modules, {"gi": unittest.mock.Mock(), "gi.repository": repository}))
+        write(f"{self.data}/{manager}-python/extensions/brindlemark_menu.py", read(APPEX + "/brindlemark_menu.py"))
+        return runpy.run_path(f"{self.data}/{manager}-python/extensions/brindlemark_menu.py")["BrindlemarkMenuProvider"]()
 
+    def test_python_extension_menus(self):
+        for manager in ("nautilus", "nemo", "caja"):
+            p, f = self.load_extension(manager), fake_file(self.folder)
+            # Nautilus 43 and later pass (folder) and (files); older ones, Nemo and Caja pass the window first.
+            menus = [p.get_background_items(f), p.get_background_items(None, f), p.get_file_items([f]), p.get_file_items(None, [f])]
+            self.assertEqual([[i.label for i in m + m[0].submenu] for m in menus], 4 * [MENU_LABELS], manager)
+        [item.activate() for item in menus[0][0].submenu + menus[0][1:]]
+        self.assertOpened(OPENED_BY_TEMPLATES + [("terminal", None, None)])
+        # Not one folder, or no local one: no menu at all.
+        for files in ([self.templates], [self.folder] * 2, [], [self.home + "/gone"], [None]):
+            self.assertEqual(p.get_file_items([fake_file(path) for path in files]), [])
+        for text in (None, "", "{broken", '{"an": "object"}', '[1, "x", null, [{"title": "T", "enabled": true}]]'):
+            os.remove(self.templates) if text is None else write(self.templates, text)
+            self.assertEqual(p.get_background_items(fake_file(self.folder))[0].submenu, [], text)
 
-TEMPLATES = json.dumps([
-    {"id": "text", "title": "Text File", "prefix": "New Text File", "suffix": "txt", "enabled": True, "executable": False},
-    {"id": "off", "title": "Hidden", "prefix": "h", "suffix": "", "enabled": False, "executable": False},
-    {"id": "odd", "title": AWKWARD_TITLE, "prefix": "run", "suffix": "sh", "enabled": True, "executable": True},
-])
+    def run_entry(self, entry):
+        """Runs an entry's Exec line as a desktop launcher does, with the folder for %f: first the string value's
+        escapes, then the quoting (in double quotes a backslash escapes ", `, $ and itself), then the field codes
+        (%% is a percent sign, other ones than %f are dropped)."""
+        value = re.sub(r"\\(.)", lambda m: {"s": " ", "n": "\n", "t": "\t", "r": "\r"}.get(m[1], m[1]), entry["Exec"])
+        words = [re.sub(r"\\(.)", r"\1", quoted) if quoted else word for quoted, word in re.findall(r'"((?:[^"\\]|\\.)*)"|(\S+)', value)]
+        subprocess.run([self.folder if w == "%f" else re.sub("%(.)", lambda m: m[1] if m[1] == "%" else "", w) for w in words], check=True)
 
-
-class PythonExtensionTest(Home):
-    def load_extension(self):
-        folder = os.path.join(self.home, "nautilus-python", "extensions")
-        os.makedirs(folder)
-        shutil.copy(os.path.join(APPEX, "brindlemark_menu.py"), folder)
-        gi = types.ModuleType("gi")
-        gi.require_version = lambda name, version: None
-        repository = types.ModuleType("gi.repository")
-        repository.Nautilus = FakeModule
-        repository.GObject = types.SimpleNamespace(GObject=type("GObject", (), {}))
-        gi.repository = repository
-        saved = {name: sys.modules.get(name) for name in ("gi", "gi.repository", "gi.repository.GObject")}
-        sys.modules.update({"gi": gi, "gi.repository": repository, "gi.repository.GObject": repository.GObject})
-        self.addCleanup(lambda: [sys.modules.pop(n, None) if m is None else sys.modules.__setitem__(n, m)
-                                 for n, m in saved.items()])
-        found = importlib.util.spec_from_file_location("brindlemark_menu_under_test",
-                                                      os.path.join(folder, "brindlemark_menu.py"))
-        module = importlib.util.module_from_spec(found)
-        found.loader.exec_module(module)
-        return module.BrindlemarkMenuProvider()
-
-    def test_background_menu_opens_urls_the_application_reads_back(self):
-        self.write_templates(TEMPLATES)
-        provider = self.load_extension()
-        for arguments in ((FakeFile(self.folder),), (None, FakeFile(self.folder))):  # new and old signatures
-            new_file, terminal = provider.get_background_items(*arguments)
-            self.assertEqual([new_file.label, terminal.label], ["New File", "Open Terminal Here"])
-            self.assertEqual([i.label for i in new_file.submenu.items], ["Text File", AWKWARD_TITLE])
-        new_file.submenu.items[1].activate()
-        terminal.activate()
-        # Each entry starts its own opener: the two may write in either order.
-        urls = self.opened_urls(2)
-        template_url = next(u for u in urls if u.startswith("brindlemark://template?"))
-        terminal_url = next(u for u in urls if u.startswith("brindlemark://terminal?"))
-        read = probe(template_url)
-        self.assertEqual((read["kind"], read["folder"]), ("template", self.folder))
-        self.assertEqual(read["record"]["title"], AWKWARD_TITLE)
-        self.assertEqual(read["record"]["executable"], True)
-        self.assertEqual(probe(terminal_url), {"kind": "terminal", "folder": self.folder, "record": {}})
-        self.assertFalse(os.path.exists(os.path.join(self.folder, "pwned")))
-
-    def test_folder_items_and_other_selections(self):
-        self.write_templates(TEMPLATES)
-        provider = self.load_extension()
-        self.assertEqual(len(provider.get_file_items([FakeFile(self.folder)])), 2)
-        plain = os.path.join(self.home, "plain.txt")
-        open(plain, "w").close()
-        self.assertEqual(provider.get_file_items([FakeFile(plain)]), [])
-        self.assertEqual(provider.get_file_items(None, [FakeFile(self.folder), FakeFile(self.folder)]), [])
-        self.assertEqual(provider.get_background_items(FakeFile(None)), [])
-
-    def test_unreadable_templates_give_an_empty_submenu(self):
-        provider = self.load_extension()
-        for text in (None, "", "{broken", '{"an": "object"}', '[1, "x", null]'):
-            if text is not None:
-                self.write_templates(text)
-            new_file, _ = provider.get_background_items(FakeFile(self.folder))
-            self.assertEqual(new_file.submenu.items, [], text)
-
-
-def desktop_unescape(value):
-    out, i = "", 0
-    while i < len(value):
-        if value[i] == "\\" and i + 1 < len(value):
-            out += {"s": " ", "n": "\n", "t": "\t", "r": "\r", "\\": "\\"}.get(value[i + 1], value[i + 1])
-            i += 2
-        else:
-            out += value[i]
-            i += 1
-    return out
-
-
-def exec_arguments(exec_value, folder):
-    """The argument list a desktop launcher makes of an Exec value, with %f as the folder."""
-    arguments = shlex.split(desktop_unescape(exec_value))
-    return [folder if a == "%f" else a.replace("%%", "%") for a in arguments]
-
-
-class DolphinServiceMenuTest(Home):
-    def write_menus(self):
-        result = subprocess.run([os.path.join(APPEX, "brindlemark-menu-action"), "write-service-menu"],
-                                check=True, capture_output=True, text=True)
-        return result.stdout.split()
-
-    def read_menu(self, path):
-        parser = configparser.RawConfigParser(interpolation=None, strict=False)
-        parser.optionxform = str
-        parser.read(path, encoding="utf-8")
-        return parser
-
-    def test_menus_are_valid_desktop_files(self):
-        self.write_templates(TEMPLATES)
-        paths = self.write_menus()
-        self.assertEqual([os.path.basename(p) for p in paths], ["brindlemark-new-file.desktop"])
-        for path in paths:
-            self.assertTrue(os.access(path, os.X_OK), path)  # Dolphin runs only executable ones
-            result = subprocess.run(["desktop-file-validate", path], capture_output=True, text=True)
-            self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-        menu = self.read_menu(paths[0])
-        self.assertEqual(menu["Desktop Entry"]["Actions"], "template0;template1;")
-        self.assertEqual(desktop_unescape(menu["Desktop Action template1"]["Name"]), AWKWARD_TITLE)
-        self.assertEqual(menu["Desktop Action template1"]["Icon"], "utilities-terminal")
-
-    def test_no_templates_gives_one_inert_entry(self):
-        self.write_templates("[]")
-        menu = self.read_menu(self.write_menus()[0])
-        self.assertEqual(menu["Desktop Entry"]["Actions"], "none;")
-        subprocess.run(exec_arguments(menu["Desktop Action none"]["Exec"], self.folder), check=True)
-        self.assertFalse(os.path.exists(self.opened))
-
-    def test_command_lines_create_the_file_through_the_application(self):
-        self.write_templates(TEMPLATES)
-        menu = self.read_menu(self.write_menus()[0])
-        runtime = os.path.join(self.home, "run")
-        os.makedirs(runtime, mode=0o700)
-        os.environ.update(BRINDLEMARK_URL_OPENER=LAUNCHER, XDG_RUNTIME_DIR=runtime, QT_QPA_PLATFORM="offscreen",
-                          PATH=self.home + ":" + os.environ["PATH"])
+    def test_dolphin_service_menu(self):
+        # Run from a folder whose name the Exec lines must quote and escape.
+        helper = shutil.copytree(APPEX, self.home + "/an 'extension' \"$HOME\" `x` %d") + "/brindlemark-menu-action"
+        for templates, actions in (("[]", [("none", "No Templates Enabled", None)]), (TEMPLATES, [("template0", "Text File", "text-x-generic"),
+                                   ("template1", AWKWARD_TITLE.replace("\\", "\\\\"), "utilities-terminal")])):  # Name: a string value, escaped
+            with self.subTest(templates=templates):
+                write(self.templates, templates)
+                path = subprocess.check_output([helper, "write-service-menu"], text=True).strip()  # where: see the install test
+                result = subprocess.run(["desktop-file-validate", path], capture_output=True, text=True)
+                # Dolphin runs only service menus that are executable.
+                self.assertEqual((result.returncode, os.access(path, os.X_OK)), (0, True), result.stdout + result.stderr)
+                (menu := configparser.RawConfigParser(strict=False)).read(path)
+                entries = {name: menu["Desktop Action " + name] for name in menu["Desktop Entry"]["Actions"].split(";")[:-1]}
+                self.assertEqual([(name, entry["Name"], entry.get("Icon")) for name, entry in entries.items()], actions)
+                [self.run_entry(entry) for entry in entries.values()]
+        self.assertOpened(OPENED_BY_TEMPLATES)  # "none" ran first and opened nothing
+        # The same entry with the real launcher as the URL opener creates the file through the application.
+        lock = os.environ["XDG_RUNTIME_DIR"] + "/org.brindlemark.Brindlemark.socket.lock"
+        os.environ.update(BRINDLEMARK_URL_OPENER=LAUNCHER, QT_QPA_PLATFORM="offscreen", PATH=self.home + ":" + os.environ["PATH"])
         os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        with open(os.path.join(self.home, "xdg-open"), "w") as stream:  # the file manager showing the file
-            stream.write("#!/bin/sh\nexit 0\n")
-        os.chmod(os.path.join(self.home, "xdg-open"), 0o755)
-        lock = os.path.join(runtime, "org.brindlemark.Brindlemark.socket.lock")
-        try:
-            subprocess.run(exec_arguments(menu["Desktop Action template1"]["Exec"], self.folder), check=True)
-            created = os.path.join(self.folder, "run.sh")
-            for _ in range(500):
-                if os.path.exists(created):
-                    break
-                time.sleep(0.02)
-            self.assertTrue(os.path.exists(created))
-            self.assertTrue(os.access(created, os.X_OK))
-            self.assertFalse(os.path.exists(os.path.join(self.folder, "pwned")))
-        finally:
-            for _ in range(100):
-                if os.path.exists(lock):
-                    break
-                time.sleep(0.02)
-            if os.path.exists(lock):
-                with open(lock) as stream:
-                    os.kill(int(stream.readline()), signal.SIGKILL)
+        # Stops the instance the launcher starts in the background: its pid heads the lock file.
+        self.addCleanup(lambda: wait_for(lambda: read(lock).strip(), 2) and os.kill(int(read(lock).split()[0]), signal.SIGKILL))
+        self.run_entry(entries["template1"])
+        self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
+        self.assertFalse(os.path.exists(self.folder + "/pwned"))
 
+    def test_install_refresh_uninstall(self):
+        files = lambda: {os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names}
+        outside = [self.data + "/../outside", self.data + "/x/../../outside2", self.data + "2/outside", self.home + "/outside3"]
+        [write(path, "") for path in outside + [self.data + "/nautilus-python/extensions/someone-else.py", self.data + "/x/y"]]
+        subprocess.run([APPEX + "/refresh"], check=True)  # not installed: writes nothing, else it counts as the user's below
+        before, manifest = files(), self.data + "/brindlemark/installed-integration"
+        subprocess.run([APPEX + "/install"], check=True, env=dict(os.environ, BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja dolphin"))
+        installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja")}
+        installed.add(self.data + "/kio/servicemenus/brindlemark-new-file.desktop")
+        self.assertEqual((set(read(manifest).splitlines()), files() - before), (installed, installed | {manifest}))
+        write(self.templates, "[]")  # once installed, refresh rewrites Dolphin's menu
+        subprocess.run([APPEX + "/refresh"], check=True)
+        self.assertIn("No Templates Enabled", read(self.data + "/kio/servicemenus/brindlemark-new-file.desktop"))
+        write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted
+        subprocess.run([APPEX + "/uninstall"], check=True)
+        self.assertEqual(files(), before)
 
-class InstallTest(Home):
-    def test_install_writes_only_what_uninstall_removes(self):
-        self.write_templates(TEMPLATES)
-        neighbour = os.path.join(self.data, "nautilus-python", "extensions", "someone-else.py")
-        os.makedirs(os.path.dirname(neighbour))
-        open(neighbour, "w").close()
-        os.environ["BRINDLEMARK_FILE_MANAGERS"] = "nautilus nemo caja dolphin"
-        subprocess.run([os.path.join(APPEX, "install")], check=True)
-        with open(os.path.join(self.data, "brindlemark", "installed-integration")) as stream:
-            installed = stream.read().split("\n")[:-1]
-        self.assertEqual(len(installed), 4)
-        for path in installed:
-            self.assertTrue(path.startswith(self.data + "/") and os.path.isfile(path), path)
-        subprocess.run([os.path.join(APPEX, "uninstall")], check=True)
-        for path in installed:
-            self.assertFalse(os.path.exists(path), path)
-        self.assertTrue(os.path.exists(neighbour))
-        self.assertFalse(os.path.exists(os.path.join(self.data, "brindlemark", "installed-integration")))
-
-    def test_refresh_rewrites_dolphin_menus_only_when_installed(self):
-        self.write_templates(TEMPLATES)
-        subprocess.run([os.path.join(APPEX, "refresh")], check=True)
-        menu = os.path.join(self.data, "kio", "servicemenus", "brindlemark-new-file.desktop")
-        self.assertFalse(os.path.exists(menu))
-        os.environ["BRINDLEMARK_FILE_MANAGERS"] = "dolphin"
-        subprocess.run([os.path.join(APPEX, "install")], check=True)
-        self.write_templates("[]")
-        subprocess.run([os.path.join(APPEX, "refresh")], check=True)
-        with open(menu) as stream:
-            self.assertIn("No Templates Enabled", stream.read())
-
-
-if __name__ == "__main__":
-    unittest.main()
+    def test_tools_among_fake_terminals_and_file_managers(self):
+        for tool, fakes, terminal, arguments, fails, output, started in TOOL_CASES:
+            with self.subTest(tool=tool, fakes=fakes, terminal=terminal, arguments=arguments):
+                # PATH holds the fakes and the few commands the tools need: nothing real can start.
+                bindir, fill = tempfile.mkdtemp(dir=self.home), lambda text: text.format(f=self.folder, b=bindir)
+                [os.symlink(shutil.which(name), f"{bindir}/{name}") for name in ("sh", "setsid", "basename", "nohup", "id")]
+                write(bindir + "/pgrep", '#!/bin/sh\n[ "$*" = "-u $(id -u) -x nemo" ]\n', 0o755)  # only nemo is running
+                [write(f"{bindir}/{name}", FAKE_PROGRAM, 0o755) for name in fakes]
+                result = subprocess.run([f"{TOOLS}/brindlemark-{tool}"] + [fill(a) for a in arguments], cwd=bindir, capture_output=True,
+                                        text=True, env={"PATH": bindir, "HOME": bindir, **({"TERMINAL": fill(terminal)} if terminal else {})})
+                wait_for(lambda: read(bindir + "/launched").endswith("\n"), 5 if started else 0.3)
+                launched = read(bindir + "/launched").strip()
+                self.assertEqual((result.returncode != 0, result.stdout, launched), (fails, fill(output), fill(started)))
