@@ -2,11 +2,13 @@
 extension driven through a stand-in for the file manager's module, Dolphin's service menu
 validated and its command lines run), the install, uninstall and refresh steps, and the tools
 brindlemark-open and brindlemark-killall among fake terminals and file managers. The URLs the
-menus would open are read back with the application's own parser (url_probe)."""
+menus would open are read back here, and one of them, run by the real launcher, creates its file through the
+application."""
 
-import configparser, json, os, pathlib, re, runpy, shutil, signal, subprocess, sys, tempfile, time, types, unittest.mock
+import base64, configparser, json, os, pathlib, re, runpy, shutil, signal, subprocess, sys, tempfile, time, types, unittest.mock
+from urllib.parse import unquote, urlsplit
 
-APPEX, URL_PROBE, LAUNCHER, TOOLS = (os.environ["BRINDLEMARK_" + n] for n in ("APPEX", "URL_PROBE", "LAUNCHER", "TOOLS_SOURCE"))
+APPEX, LAUNCHER, TOOLS = (os.environ["BRINDLEMARK_" + n] for n in ("APPEX", "LAUNCHER", "TOOLS_SOURCE"))
 AWKWARD_FOLDER, AWKWARD_TITLE = "a b 'q' \"dq\" & # % + ü ß", '<b>Bold</b> & $(touch pwned) "q" \\ `x` %s'
 TEMPLATES = json.dumps([{"id": "text", "title": "Text File", "enabled": True, "executable": False}, {"title": "Hidden", "enabled": False},
                         {"id": "odd", "title": AWKWARD_TITLE, "prefix": "run", "suffix": "sh", "enabled": True, "executable": True}])
@@ -75,7 +77,10 @@ class FileManagerMenuTest(unittest.TestCase):
     def assertOpened(self, expected):
         """The URLs opened so far, as the application reads them: (kind, title, executable), all in the folder."""
         urls = lambda: read(self.home + "/opened").splitlines()
-        read_back = [json.loads(subprocess.check_output([URL_PROBE, u])) for u in urls()] if wait_for(lambda: len(urls()) >= len(expected)) else []
+        query = lambda url: {name: unquote(value) for name, value in (item.split("=", 1) for item in urlsplit(url).query.split("&"))}
+        read_back = [dict(kind=urlsplit(u).netloc, folder=query(u)["path"], record=json.loads(base64.b64decode(query(u).get("payload", "e30="),
+                                                                                                            validate=True)))
+                     for u in urls()] if wait_for(lambda: len(urls()) >= len(expected)) else []
         # Every query value percent-encoded: URL handlers differ in what they make of a raw "+", "/" or "=".
         [self.assertRegex(url, r"^brindlemark://[a-z]+\?path=[A-Za-z0-9_.~/%-]+(&payload=[A-Za-z0-9%]+)?$") for url in urls()]
         self.assertCountEqual([(r["kind"], r["folder"], r["record"].get("title"), r["record"].get("executable")) for r in read_back],

@@ -48,37 +48,32 @@ private slots:
         }, cases);
     }
 
-    void templateRecord()
-    {
-        // id|title|prefix|suffix|enabled|executable of the record; "*" stands for a fresh UUID.
-        expectEach([](const QString& query) {
-            const UrlRequest request = interpretCommandUrl("brindlemark://template?path=/tmp&" + query, {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
-            QStringList described;
-            for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
-                described << (request.record.value(key).isString() ? request.record.value(key).toString() : cleanedString(request.record.value(key)));
-            if (described[0].size() == 36)
-                described[0] = "*";
-            return (request.kind == UrlRequest::CreateFromTemplate ? "" : "(not a template) ") + described.join('|');
-        }, {{"id=markdown", "markdown|Markdown Document|MarkdownDocument|md|1|0"}, {"executable=yes", "text|Text File|New Text File|txt|1|0"},
-            {"title=Notes", "text|Notes|New Text File|txt|1|0"}, {"title=A&title=B&title=&prefix=Memo", "text|B|Memo|txt|1|0"},
-            {"id=nope&suffix=.org", "nope|Text File|New Text File|.org|1|0"}, {"id=shell&prefix=run", "shell|Shell Script|run|sh|1|1"},
-            {"id=shell&prefix=run&executable=NO", "shell|Shell Script|run|sh|1|0"}, {"prefix=run&executable=on", "text|Text File|run|txt|1|1"},
-            {"id=mine&enabled=false&suffix=y", "mine|Mine|Mine|y|1|0"}, {"id=mine&prefix=%20a%20", "mine|Mine| a |x|1|0"},
-            {"id=mine", "mine|Mine|Mine|x|0|0"}, {"title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "*|>>>|>>>||0|0"},
-            {"payload=e30=&id=markdown", "*|New File|New File||0|0"}, {"payload=W10=&id=json", "json|JSON File|JSONFile|json|0|0"},
-            {"payload=e30&title=Z", "text|Z|New Text File|txt|1|0"}, {"payload=%2F%2F79&title=Z", "text|Z|New Text File|txt|1|0"}});
-    }
-
     void commands()
     {
+        // kind|folder, then for a template the record's id|title|prefix|suffix|enabled|executable
+        // ("*": a fresh UUID). A case that starts with "&" has "brindlemark://template?path=/tmp" before it.
         expectEach([](const QString& url) {
-            const UrlRequest request = interpretCommandUrl(url, {});
-            return QString::number(request.kind) + "|" + request.folder;
+            const UrlRequest request = interpretCommandUrl(url.startsWith('&') ? "brindlemark://template?path=/tmp" + url : url,
+                                                           {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
+            QStringList described{QString::number(request.kind), request.folder};
+            for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
+                if (request.kind == UrlRequest::CreateFromTemplate)
+                    described << (request.record.value(key).isString() ? request.record.value(key).toString() : cleanedString(request.record.value(key)));
+            if (described.size() > 2 && described[2].size() == 36)
+                described[2] = "*";
+            return described.join('|');
         }, {{"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "4|/tmp/a b"}, {"brindlemark://iterm?x=1&path=/a&path=/b", "5|/a"},
             {"brindlemark://iterm?path=&path=/b", "1|"}, {"brindlemark://iterm?path&path=/b", "1|"}, {"brindlemark://create?path=%FF", "1|"},
             {"brindlemark://nothing", "1|"}, {"brindlemark://nothing?path=/tmp", "0|/tmp"}, {"brindlemark://Create?path=/tmp", "0|/tmp"},
             {"Brindlemark://create?path=/tmp", "0|"}, {"create me", "0|"}, {"brindlemark://create?path=/tmp&id=markdown", "2|/tmp"},
-            {"brindlemark://template?path=/t%2Bx+y", "3|/t+x+y"}});
+            {"&id=markdown", "3|/tmp|markdown|Markdown Document|MarkdownDocument|md|1|0"}, {"&executable=yes", "3|/tmp|text|Text File|New Text File|txt|1|0"},
+            {"&title=Notes", "3|/tmp|text|Notes|New Text File|txt|1|0"}, {"&title=A&title=B&title=&prefix=Memo", "3|/tmp|text|B|Memo|txt|1|0"},
+            {"&id=nope&suffix=.org", "3|/tmp|nope|Text File|New Text File|.org|1|0"}, {"&id=shell&prefix=run", "3|/tmp|shell|Shell Script|run|sh|1|1"},
+            {"&id=shell&prefix=run&executable=NO", "3|/tmp|shell|Shell Script|run|sh|1|0"}, {"&prefix=run&executable=on", "3|/tmp|text|Text File|run|txt|1|1"},
+            {"&id=mine&enabled=false&suffix=y", "3|/tmp|mine|Mine|Mine|y|1|0"}, {"&id=mine&prefix=%20a%20", "3|/tmp|mine|Mine| a |x|1|0"},
+            {"&id=mine", "3|/tmp|mine|Mine|Mine|x|0|0"}, {"&title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "3|/tmp|*|>>>|>>>||0|0"},
+            {"&payload=e30=&id=markdown", "3|/tmp|*|New File|New File||0|0"}, {"&payload=W10=&id=json", "3|/tmp|json|JSON File|JSONFile|json|0|0"},
+            {"&payload=e30&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}, {"&payload=%2F%2F79&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}});
     }
 
     void toolRunner()

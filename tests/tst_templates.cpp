@@ -1,4 +1,4 @@
-// The template record and its normalisation, and the store: parsing, queries, the places it
+// The template record and its normalisation (and so the text and flag rules), and the store: parsing, queries, the places it
 // writes to and the backup of unreadable text.
 #include "TestSupport.h"
 
@@ -31,16 +31,6 @@ class TemplatesTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void cleanedString()
-    {
-        expectEach([](const QString& json) { return brindlemark::cleanedString(value(json)); },
-                   {{R"(" \t a b \r\n")", "a b"}, {R"("\u00a0\u0085\u2028\u3000x\u2029\u202f")", "x"},
-                    {R"("\u00a0a\u2028b ")", "a\u2028b"}, {R"("\u200bx\u001f")", "\u200bx\u001f"}, {"7.0", "7"},
-                    {"-0.25", "-0.25"}, {"true", "1"}, {"false", "0"}, {R"({"a": [true, 1]})", R"({"a":[true,1]})"}});
-        QVERIFY(!brindlemark::cleanedString(QJsonValue::Null).isNull());
-        QVERIFY(!brindlemark::cleanedString(QJsonValue::Undefined).isNull());
-    }
-
     void boolFromValue()
     {
         auto both = [](const QString& json) {
@@ -70,12 +60,13 @@ private slots:
             const bool canonical = in == before && out.size() == 6 && out.value("enabled").isBool() && out.value("executable").isBool();
             return described.join('|') + (canonical ? "" : " (not canonical)");
         }, {{R"({"title":"  Text File  "})", "*|Text File|Text File||0|0"}, {"{}", "*|New File|New File||0|0"},
-            {R"({"id":" \u2029 ","title":"x"})", "*|x|x||0|0"}, {R"({"id":7,"title":1.5})", "7|1.5|1.5||0|0"},
+            {R"({"id":" \u2029 ","title":"x"})", "*|x|x||0|0"}, {R"({"id":7.0,"title":-0.25,"prefix":true,"suffix":{"a":[false,1]}})", "7|-0.25|1|{\"a\":[false,1]}|0|0"},
             {R"({"id":"a","suffix":" .txt"})", "a|New File|New File|txt|0|0"}, {R"({"id":"a","suffix":"."})", "a|New File|New File||0|0"},
             {R"({"id":"a","suffix":"..md"})", "a|New File|New File|.md|0|0"}, {R"({"id":"a","suffix":". py"})", "a|New File|New File| py|0|0"},
             {R"({"id":"a","enabled":"YeS","executable":"On"})", "a|New File|New File||1|1"},
             {R"({"id":"a","enabled":"2","executable":1})", "a|New File|New File||0|1"},
-            {R"({"id":" Id\u00a0","prefix":" p ","colour":1})", "Id|New File|p||0|0"},
+            {R"({"id":" Id\u00a0\u0085","prefix":"\u2028\u3000 p\u202f\t","title":"\u00a0a\u2028b ","colour":1})", "Id|a\u2028b|p||0|0"},
+            {R"({"id":"\u200bx\u001f","prefix":false})", "\u200bx\u001f|New File|0||0|0"},
             {R"({"id":"a","title":null,"prefix":["p"]})", "a|New File|[\"p\"]||0|0"}});
         QVERIFY(brindlemark::normalizedTemplate({}).value("id") != brindlemark::normalizedTemplate({}).value("id"));
     }

@@ -75,8 +75,8 @@ public:
     // Queues the error alert; it shows after the current action, one alert after another.
     void showError(const std::optional<QString>& message);
 
-    // Commands for the folder the file manager shows (else the Desktop). A sender carrying a
-    // template (a menu item's data, or a "representedObject" property) creates from it.
+    // Commands for the folder the file manager shows (else the Desktop). A menu item carrying a
+    // template as its data creates from it.
     std::optional<QString> frontFinderFolderURL();
     void createInFinderFolder(QObject* sender = nullptr);
     void createTemplateInFinderFolder(QObject* sender = nullptr);

@@ -11,7 +11,6 @@
 
 #include <QAction>
 #include <QFileInfo>
-#include <QJsonObject>
 #include <QLabel>
 
 namespace brindlemark {
@@ -90,18 +89,11 @@ void AppDelegate::createInFinderFolder(QObject*)
 
 void AppDelegate::createTemplateInFinderFolder(QObject* sender)
 {
-    QVariant carried;
-    if (auto* action = qobject_cast<QAction*>(sender))
-        carried = action->data();
-    else if (sender)
-        carried = sender->property("representedObject");
-
-    std::optional<Template> record;
-    if (carried.typeId() == QMetaType::QJsonObject)
-        record = carried.toJsonObject();
-    else if (carried.typeId() == QMetaType::QVariantMap)
-        record = QJsonObject::fromVariantMap(carried.toMap());
-    createTemplate(record, folderForCommand()); // without a record: the fallback template
+    // A New File menu item carries its template; without one, the fallback template.
+    const auto* item = qobject_cast<QAction*>(sender);
+    const QVariant carried = item ? item->data() : QVariant();
+    createTemplate(carried.typeId() == QMetaType::QJsonObject ? std::optional<Template>(carried.toJsonObject()) : std::nullopt,
+                   folderForCommand());
 }
 
 void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(folderForCommand()); }
