@@ -164,20 +164,6 @@ private slots:
         QCOMPARE(entries(folder).size(), 306);
         QVERIFY(instancePid() != first);
     }
-
-    void userLaunchStaysInTheForeground()
-    {
-        TestHome home;
-        QProcess instance;
-        instance.start(BRINDLEMARK_EXECUTABLE, {});
-        QVERIFY(instance.waitForStarted());
-        QVERIFY(waitFor([&] { return QFile::exists(home.file("config/Brindlemark/Templates.json")); }));
-        QCOMPARE(launch({}), 0); // reopen: the window is shown again, nothing else starts
-        QCOMPARE(instance.state(), QProcess::Running);
-        QCOMPARE(instancePid(), pid_t(instance.processId()));
-        instance.kill();
-        instance.waitForFinished();
-    }
 };
 
 BRINDLEMARK_WIDGET_TEST_MAIN(LinuxTest)
