@@ -12,7 +12,7 @@ build="$BRINDLEMARK_ROOT/build-fuzz"
 say "building the fuzz targets with clang and the sanitizers in build-fuzz/ (a few minutes the first time)"
 CXX=clang++ cmake -S "$BRINDLEMARK_ROOT" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DBRINDLEMARK_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
-targets=(fuzz_url fuzz_base64 fuzz_templates fuzz_pluginkit)
+targets=(fuzz_url fuzz_templates fuzz_pluginkit)
 # Shows each target as it is linked; the whole log is in build-fuzz/build.log.
 if ! cmake --build "$build" -j "$(nproc)" --target "${targets[@]}" 2>&1 | tee "$build/build.log" |
     { grep --line-buffered -E '^\[ *[0-9]+%\] Linking' | sed -u 's/^/brindlemark: /' >&2 || true; }; then

@@ -68,6 +68,17 @@ inline void expectEach(const std::function<QString(const QString&)>& f, const QL
 
 inline QJsonObject json(const QString& text) { return QJsonDocument::fromJson(text.toUtf8()).object(); }
 
+// A template as "id|title|prefix|suffix|enabled|executable", flags as 1 and 0, a UUID id as "*".
+inline QString describe(const QJsonObject& record)
+{
+    QStringList members;
+    for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
+        members << (record.value(key).isBool() ? QString::number(record.value(key).toBool()) : record.value(key).toVariant().toString());
+    static const QRegularExpression uuid("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$");
+    members[0].replace(uuid, "*");
+    return members.join('|');
+}
+
 // The compact JSON text of the six built-in templates, as every place holds it after a first start.
 inline constexpr char builtInTemplatesJSON[] =
     R"([{"enabled":true,"executable":false,"id":"text","prefix":"New Text File","suffix":"txt","title":"Text File"},)"

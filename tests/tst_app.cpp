@@ -57,11 +57,6 @@ class AppTest : public QObject {
                 return item->trigger();
         QFAIL(qPrintable("no control " + title));
     }
-    void startApp(bool forURL)
-    {
-        app = start(*platform, forURL);
-        QFile::remove(home->file("tools.log"));
-    }
 
 private slots:
     void init()
@@ -83,7 +78,7 @@ private slots:
             init();
             if (!stored.isNull())
                 platform->userDefaults["TemplatesJSON"] = stored;
-            startApp(true);
+            app = start(*platform, true);
             QCOMPARE(saved() + platform->extensionPreferences.value("TemplatesJSON"), text + text);
             for (const QString& file : platform->templateConfigFilePaths())
                 QCOMPARE(readFile(file), text.toUtf8());
@@ -122,7 +117,7 @@ private slots:
 
     void terminals()
     {
-        startApp(false);
+        app = start(*platform);
         // "button|what the tool says" -> the tool's run|the status line|the alert
         expectEach([&](const QString& input) {
             writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
@@ -143,7 +138,7 @@ private slots:
 
     void folderCommands()
     {
-        startApp(false);
+        app = start(*platform);
         const QString desktop = home->file("Desktop");
         press("Create File");
         QPushButton bare; // a sender without a template
@@ -168,32 +163,27 @@ private slots:
 
     void extension()
     {
-        for (bool withWindow : {true, false}) {
-            init();
-            startApp(!withWindow);
-            writeFile(home->file("pluginkit.says"), "no bundle there\n");
-            app->registerExtension();
-            QCOMPARE(status(), withWindow ? "no bundle there\n" : "<no window>");
-            QFile::remove(home->file("pluginkit.says"));
-            QFile::remove(home->file("tools.log"));
-            press("Enable Extension");
-            QCOMPARE(tools(), "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") + "\npluginkit -mAD -p com.apple.FinderSync\n"
-                              "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall Finder\npluginkit -mAD -p com.apple.FinderSync\n");
-            QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
-                     "Finder Extension: Enabled (off) " + QString(withWindow ? "Finder extension enabled." : "<no window>"));
-            press("Open System Settings");
-            QCOMPARE(platform->settingsOpened, 1);
-        }
-        app->showWindow();
+        app = start(*platform);
+        writeFile(home->file("pluginkit.says"), "no bundle there\n");
+        app->registerExtension();
+        QCOMPARE(status(), QString("no bundle there\n"));
+        QFile::remove(home->file("pluginkit.says"));
+        QFile::remove(home->file("tools.log"));
+        press("Enable Extension");
+        QCOMPARE(tools(), "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") + "\npluginkit -mAD -p com.apple.FinderSync\n"
+                          "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall Finder\npluginkit -mAD -p com.apple.FinderSync\n");
+        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(), QString("Finder Extension: Enabled (off) Finder extension enabled."));
         QLabel* state = app->extensionStateLabel();
         QCOMPARE(state->text() + " " + state->palette().color(state->foregroundRole()).name(), QString("Enabled #34c759"));
         press("Restart Finder");
         QCOMPARE(status() + tools().section('\n', -2), QString("Finder restarted.killall Finder\n"));
+        press("Open System Settings");
+        QCOMPARE(platform->settingsOpened, 1);
     }
 
     void windowAndTable()
     {
-        startApp(false);
+        app = start(*platform);
         QWidget* window = app->window();
         QVERIFY(window->isVisible() && window->close() && !window->isVisible());
         app->applicationShouldHandleReopen(false);

@@ -50,18 +50,13 @@ private slots:
 
     void commands()
     {
-        // kind|folder, then for a template the record's id|title|prefix|suffix|enabled|executable
-        // ("*": a fresh UUID). A case that starts with "&" has "brindlemark://template?path=/tmp" before it.
+        // kind|folder, and for a template the record. A case that starts with "&" has
+        // "brindlemark://template?path=/tmp" before it.
         expectEach([](const QString& url) {
             const UrlRequest request = interpretCommandUrl(url.startsWith('&') ? "brindlemark://template?path=/tmp" + url : url,
                                                            {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
-            QStringList described{QString::number(request.kind), request.folder};
-            for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
-                if (request.kind == UrlRequest::CreateFromTemplate)
-                    described << (request.record.value(key).isString() ? request.record.value(key).toString() : cleanedString(request.record.value(key)));
-            if (described.size() > 2 && described[2].size() == 36)
-                described[2] = "*";
-            return described.join('|');
+            const QString kind = QString::number(request.kind) + "|" + request.folder;
+            return request.kind == UrlRequest::CreateFromTemplate ? kind + "|" + describe(request.record) : kind;
         }, {{"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "4|/tmp/a b"}, {"brindlemark://iterm?x=1&path=/a&path=/b", "5|/a"},
             {"brindlemark://iterm?path=&path=/b", "1|"}, {"brindlemark://iterm?path&path=/b", "1|"}, {"brindlemark://create?path=%FF", "1|"},
             {"brindlemark://nothing", "1|"}, {"brindlemark://nothing?path=/tmp", "0|/tmp"}, {"brindlemark://Create?path=/tmp", "0|/tmp"},

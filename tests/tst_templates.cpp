@@ -1,5 +1,5 @@
-// The template record and its normalisation (and so the text and flag rules), and the store: parsing, queries, the places it
-// writes to and the backup of unreadable text.
+// The template record and its normalisation (and so the text and flag rules), and the store:
+// parsing, queries, the places it writes to and the backup of unreadable text.
 #include "TestSupport.h"
 
 #include "templates/TemplateStore.h"
@@ -33,32 +33,21 @@ class TemplatesTest : public QObject {
 private slots:
     void boolFromValue()
     {
-        auto both = [](const QString& json) {
+        // The value as JSON text -> the result with the default false, then with the default true.
+        expectEach([](const QString& json) {
             return QString("%1%2").arg(brindlemark::boolFromValue(value(json), false)).arg(brindlemark::boolFromValue(value(json), true));
-        };
-        QList<std::pair<QString, QString>> cases;
-        for (const char* yes : {"2", "-1", "0.5", "true", R"("  YES ")", R"("On")", R"("\u00a0true\u2028")", R"("1")"})
-            cases.append(std::pair<QString, QString>(yes, "11"));
-        for (const char* no : {"0", "false", R"("oFF")", R"(" no ")", R"("FALSE")", R"("0")"})
-            cases.append(std::pair<QString, QString>(no, "00"));
-        for (const char* other : {R"("2")", R"("")", R"("tru")", "null", "[true]", R"({"a":1})"})
-            cases.append(std::pair<QString, QString>(other, "01")); // the default
-        expectEach(both, cases);
+        }, {{"2", "11"}, {"-1", "11"}, {"0.5", "11"}, {"true", "11"}, {R"("  YES ")", "11"}, {R"("On")", "11"}, {R"("1")", "11"},
+            {R"("\u00a0true\u2028")", "11"}, {"0", "00"}, {"false", "00"}, {R"("oFF")", "00"}, {R"(" no ")", "00"}, {R"("FALSE")", "00"},
+            {R"("0")", "00"}, {R"("2")", "01"}, {R"("")", "01"}, {R"("tru")", "01"}, {"null", "01"}, {"[true]", "01"}, {R"({"a":1})", "01"}});
     }
 
     void normalizedTemplate()
     {
-        // id|title|prefix|suffix|enabled|executable; "*" stands for a fresh upper-case UUID.
         expectEach([](const QString& input) {
             const Template in = json(input), before = in;
             const Template out = brindlemark::normalizedTemplate(in);
-            QStringList described;
-            for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
-                described << (out.value(key).isString() ? out.value(key).toString() : brindlemark::cleanedString(out.value(key)));
-            static const QRegularExpression uuid("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$");
-            described[0].replace(uuid, "*");
             const bool canonical = in == before && out.size() == 6 && out.value("enabled").isBool() && out.value("executable").isBool();
-            return described.join('|') + (canonical ? "" : " (not canonical)");
+            return describe(out) + (canonical ? "" : " (not canonical)");
         }, {{R"({"title":"  Text File  "})", "*|Text File|Text File||0|0"}, {"{}", "*|New File|New File||0|0"},
             {R"({"id":" \u2029 ","title":"x"})", "*|x|x||0|0"}, {R"({"id":7.0,"title":-0.25,"prefix":true,"suffix":{"a":[false,1]}})", "7|-0.25|1|{\"a\":[false,1]}|0|0"},
             {R"({"id":"a","suffix":" .txt"})", "a|New File|New File|txt|0|0"}, {R"({"id":"a","suffix":"."})", "a|New File|New File||0|0"},

@@ -1,5 +1,6 @@
-// Fuzzes the URL command parser with its query items: no input may crash it, and what it makes
-// of any text keeps the protocol's rules.
+// Fuzzes the URL command parser with its query items and the strict payload decoder: no input may
+// crash them, what the parser makes of any text keeps the protocol's rules, and the decoder
+// accepts exactly standard base64 with its padding, and then decodes as Qt does.
 #include "bridge/UrlCommands.h"
 
 #include <QRegularExpression>
@@ -21,7 +22,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                     (request.kind <= UrlRequest::MissingFolder || !request.folder.isEmpty()) &&
                     (request.kind != UrlRequest::CreateFromTemplate ||
                      (!request.record.isEmpty() && !normal.value("title").toString().isEmpty() && !normal.value("prefix").toString().isEmpty()));
-    if (!ok)
+    // Anchored at the very end: "$" alone would also match before a final line break.
+    static const QRegularExpression base64(QRegularExpression::anchoredPattern("[A-Za-z0-9+/]*={0,2}"));
+    const std::optional<QByteArray> decoded = strictBase64Decode(text);
+    if (!ok || decoded.has_value() != (text.size() % 4 == 0 && base64.match(text).hasMatch()) ||
+        (decoded && *decoded != QByteArray::fromBase64(text.toLatin1())))
         std::abort();
     return 0;
 }
