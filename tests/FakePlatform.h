@@ -2,7 +2,8 @@
 
 #include "platform/Platform.h"
 
-#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
 #include <QMap>
 
 // A recording stand-in for the operating system: settings in memory, files under the test's
@@ -25,10 +26,13 @@ public:
     void showFileInFileManager(const QString& filePath) override { shownFiles << filePath; }
     void runAlert(const QString& messageText, const QString& informativeText) override
     {
-        // A real alert runs a nested event loop, where queued work arrives: so does this one.
+        // A modal alert runs a nested event loop, where queued work arrives: so does this one, until
+        // the work queued so far is done.
         deepestAlerts = std::max(deepestAlerts, ++m_openAlerts);
         alerts << messageText + ": " + informativeText;
-        QCoreApplication::processEvents();
+        QEventLoop modal;
+        QTimer::singleShot(0, &modal, &QEventLoop::quit);
+        modal.exec();
         --m_openAlerts;
     }
     std::optional<int> handOffToRunningInstance(const QStringList&) override { return std::nullopt; }
