@@ -93,7 +93,8 @@ inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& pl
 {
     auto delegate = std::make_unique<brindlemark::AppDelegate>(platform);
     delegate->applicationWillFinishLaunching();
-    delegate->setHandledURLLaunch(forURL);
+    if (forURL) // else the controller's own start: no URL has arrived
+        delegate->setHandledURLLaunch(true);
     delegate->applicationDidFinishLaunching();
     return delegate;
 }

@@ -10,11 +10,6 @@ using namespace brindlemark;
 
 namespace {
 
-QJsonValue value(const QString& text)
-{
-    return QJsonDocument::fromJson(("[" + text + "]").toUtf8()).array().first();
-}
-
 QString ids(const TemplateList& templates)
 {
     QStringList list;
@@ -35,7 +30,8 @@ private slots:
     {
         // The value as JSON text -> the result with the default false, then with the default true.
         expectEach([](const QString& json) {
-            return QString("%1%2").arg(brindlemark::boolFromValue(value(json), false)).arg(brindlemark::boolFromValue(value(json), true));
+            const QJsonValue value = QJsonDocument::fromJson(("[" + json + "]").toUtf8()).array().first();
+            return QString("%1%2").arg(brindlemark::boolFromValue(value, false)).arg(brindlemark::boolFromValue(value, true));
         }, {{"2", "11"}, {"-1", "11"}, {"0.5", "11"}, {"true", "11"}, {R"("  YES ")", "11"}, {R"("On")", "11"}, {R"("1")", "11"},
             {R"("\u00a0true\u2028")", "11"}, {"0", "00"}, {"false", "00"}, {R"("oFF")", "00"}, {R"(" no ")", "00"}, {R"("FALSE")", "00"},
             {R"("0")", "00"}, {R"("2")", "01"}, {R"("")", "01"}, {R"("tru")", "01"}, {"null", "01"}, {"[true]", "01"}, {R"({"a":1})", "01"}});
