@@ -188,16 +188,20 @@ private slots:
         QVERIFY(window->isVisible() && window->close() && !window->isVisible());
         app->applicationShouldHandleReopen(false);
         QVERIFY(app->window() == window && window->isVisible()); // the same window again
+        QCOMPARE(window->size(), window->maximumSize());
+        QCOMPARE(window->size(), QSize(760, 620));
         press("Hide Window");
         QVERIFY(!window->isVisible());
-        press("Show Window");
-        QVERIFY(window->isVisible());
+        app->applicationMenu()->actions().first()->trigger(); // "Show Brindlemark", in the window's menu bar
+        QVERIFY(window->isVisible() && !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
+        QCOMPARE(titles(app->applicationMenu()) + app->applicationMenu()->actions().first()->shortcut().toString(), "Show Brindlemark, , Quit BrindlemarkCtrl+,");
         QTableView* table = app->templatesTableView();
         table->horizontalHeader()->resizeSection(1, 20);
         QCOMPARE(table->columnWidth(1), 80); // columns keep their minimum width
 
         press("+");
         QCOMPARE(table->selectionModel()->selectedRows().value(0).row(), 6);
+        QCOMPARE(table->verticalHeader()->count(), 7); // the view shows the new row
         QVERIFY(saved().endsWith(R"("prefix":"NewFile","suffix":"txt","title":"New Template"}])"));
         QCOMPARE(titles(app->templateMenuItem()->menu()), QString("Text File, Markdown Document, New Template"));
         table->selectRow(2);

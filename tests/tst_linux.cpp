@@ -95,7 +95,17 @@ private slots:
         QVERIFY(channel::decodeBody(body, urls) && urls == (std::vector<std::string>{"a", "", "brindlemark://x"}));
         for (const std::string& broken : {body + "x", body.substr(0, body.size() - 1), std::string("\0\0\0\1", 4), std::string("\0\0", 2)})
             QVERIFY(!channel::decodeBody(broken, urls)); // trailing bytes, cut short, a URL missing, no count
-        QCOMPARE(channel::forward(qEnvironmentVariable("HOME").toStdString() + "/nobody.socket", {}, 1000), channel::Forwarding::NoInstance);
+        TestHome home;
+        QCOMPARE(channel::handOff(home.file("nobody.socket").toStdString(), {}), std::nullopt);
+        // An instance that takes the message and goes away without an answer: the launch fails.
+        QProcess mute;
+        mute.start("python3", {"-c", "import socket,sys;s=socket.socket(socket.AF_UNIX);s.bind(sys.argv[1]);s.listen();print(flush=True);s.accept()[0].close()", home.file("mute.socket")});
+        QVERIFY(mute.waitForReadyRead(10'000));
+        QCOMPARE(channel::handOff(home.file("mute.socket").toStdString(), {"x"}), std::optional<int>(1));
+        qunsetenv("XDG_RUNTIME_DIR"); // the fallback: the temporary folder, with the user id in the name
+        qputenv("TMPDIR", "/x//");
+        QCOMPARE(channel::socketPath("a.b"), "/x/a.b-" + std::to_string(::getuid()) + ".socket");
+        qunsetenv("TMPDIR");
     }
 
     void laterLaunchesForwardToTheRunningOne()
@@ -130,18 +140,19 @@ private slots:
         QCOMPARE(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 301);
         QCOMPARE(readFile(folder + "/New Text File 7.txt"), QByteArray("kept"));
 
+        QCOMPARE(QProcess::execute(QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-app", {url("create", folder)}), 0); // forwards too
         QCOMPARE(launch({}), 0); // a reopen
         QCOMPARE(launch({"brindlemark://Create?path=/tmp", "not a url"}), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(readFile(home.file("xdg-open.log")).count('\n') == 303, 20'000);
+        QTRY_VERIFY_WITH_TIMEOUT(readFile(home.file("xdg-open.log")).count('\n') == 304, 20'000);
         QCOMPARE(instancePid(), first);
 
         // An instance that died leaves its socket and lock behind; the next launch takes over.
         QCOMPARE(::kill(first, SIGKILL), 0);
         QTRY_VERIFY_WITH_TIMEOUT(::kill(first, 0) != 0, 20'000);
         QCOMPARE(launch({url("create", folder)}), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(entries(folder).size() == 305, 20'000);
+        QTRY_VERIFY_WITH_TIMEOUT(entries(folder).size() == 306, 20'000);
         QCOMPARE(launch({url("create", folder)}), 0); // the new instance answers
-        QCOMPARE(entries(folder).size(), 306);
+        QCOMPARE(entries(folder).size(), 307);
         QVERIFY(instancePid() != first);
     }
 };
