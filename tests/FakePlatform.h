@@ -36,7 +36,7 @@ public:
         --m_openAlerts;
     }
     std::optional<int> handOffToRunningInstance(const QStringList&) override { return std::nullopt; }
-    void receiveLaterLaunches(std::function<void(const QStringList&)>) override {}
+    void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override { laterLaunch = deliver; }
 
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;
@@ -44,6 +44,7 @@ public:
     std::optional<QString> frontFolder;
     int settingsOpened = 0, deepestAlerts = 0;
     QStringList changeNotices, shownFiles, alerts;
+    std::function<void(const QStringList&)> laterLaunch; // the controller's handler
 
 private:
     QString m_home;

@@ -95,7 +95,8 @@ private slots:
         app = std::make_unique<AppDelegate>(*platform);
         const QString folder = home->file("My Folder ü"), path = QUrl::toPercentEncoding(folder, "/");
         QDir().mkpath(folder);
-        app->handleGetURLEvent("brindlemark://template?path=" + path + "&id=mine"); // before loading: built-ins only
+        app->applicationWillFinishLaunching();
+        platform->laterLaunch({"brindlemark://template?path=" + path + "&id=mine"}); // before loading: built-ins only
         app->applicationDidFinishLaunching();
         app->openURLs({"brindlemark://template?path=" + path + "/&id=mine", "brindlemark://create?path=" + path + "//"});
         app->handleURL("brindlemark://template?path=" + path + "&prefix=run&suffix=sh&executable=on");
@@ -186,7 +187,7 @@ private slots:
         app = start(*platform);
         QWidget* window = app->window();
         QVERIFY(window->isVisible() && window->close() && !window->isVisible());
-        app->applicationShouldHandleReopen(false);
+        platform->laterLaunch({}); // started again without a URL
         QVERIFY(app->window() == window && window->isVisible()); // the same window again
         QVERIFY(window->size() == QSize(760, 620) && window->minimumSize() == window->maximumSize()); // a fixed size
         press("Hide Window");

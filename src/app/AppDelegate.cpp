@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QLabel>
 #include <QMenu>
+#include <QWidget>
 
 namespace brindlemark {
 
@@ -27,8 +28,14 @@ AppDelegate::~AppDelegate()
 
 void AppDelegate::applicationWillFinishLaunching()
 {
-    // URLs given at launch arrive after this and before the start-up sequence; the platform
-    // delivers them (command line, later launches) to handleGetURLEvent.
+    // The handler for later launches, installed before the start-up sequence runs: a URL that
+    // arrives meanwhile is handled first and keeps the window hidden. No URL: a reopen.
+    m_platform.receiveLaterLaunches([this](const QStringList& urls) {
+        if (urls.isEmpty())
+            applicationShouldHandleReopen(window() && window()->isVisible());
+        for (const QString& url : urls)
+            handleGetURLEvent(url);
+    });
 }
 
 void AppDelegate::applicationDidFinishLaunching()

@@ -8,7 +8,6 @@
 
 #include <QApplication>
 #include <QTimer>
-#include <QWidget>
 
 namespace brindlemark {
 
@@ -33,12 +32,6 @@ int runBrindlemark(int argc, char** argv)
     application.setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());
 
     delegate.applicationWillFinishLaunching();
-    platform->receiveLaterLaunches([&delegate](const QStringList& forwarded) {
-        if (forwarded.isEmpty())
-            delegate.applicationShouldHandleReopen(delegate.window() && delegate.window()->isVisible());
-        for (const QString& url : forwarded)
-            delegate.handleGetURLEvent(url);
-    });
     // URLs of the launch itself arrive before launching finishes, as on the desktop it came from.
     for (const QString& url : urls)
         delegate.handleGetURLEvent(url);
