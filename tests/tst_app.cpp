@@ -119,16 +119,19 @@ private slots:
     void terminals()
     {
         app = start(*platform);
-        // "button|what the tool says" -> the tool's run|the status line|the alert
+        // "button or URL|what the tool says" -> the tool's run|the status line|the alert ("~": the home)
         expectEach([&](const QString& input) {
             writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
             QFile::remove(home->file("tools.log"));
             platform->alerts.clear();
-            press(input.section('|', 0, 0));
+            const QString command = input.section('|', 0, 0).replace("~", home->path());
+            command.startsWith("brindlemark:") ? app->handleURL(command) : press(command);
             QCoreApplication::processEvents();
             return QString(tools() + "|" + status() + "|" + platform->alerts.join("")).replace(home->path(), "~");
         }, {{"Open Terminal|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
             {"Open iTerm Here|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+            {"brindlemark://terminal?path=~/Desktop/|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
+            {"brindlemark://iterm?path=~/Desktop|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
             {"Open Terminal Here|No terminal here.", "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No terminal here."}});
         platform->frontFolder = home->file("tools.log"); // the file manager's folder, when it has one
         press("Open iTerm");
