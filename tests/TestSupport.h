@@ -38,24 +38,18 @@ inline QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-inline bool writeFile(const QString& path, const QByteArray& bytes)
+inline bool writeFile(const QString& path, const QByteArray& bytes, QFileDevice::Permissions added = {})
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() &&
+           file.setPermissions(file.permissions() | added);
 }
 
 // A small shell script standing in for a tool, a terminal or a file manager.
-inline void writeScript(const QString& path, const QByteArray& body)
-{
-    QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n"));
-    QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
-}
+inline void writeScript(const QString& path, const QByteArray& body) { QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n", QFile::ExeOwner)); }
 
-inline QStringList entries(const QString& folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
+inline QStringList entries(const QString& folder) { return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name); }
 
 // A table of cases: each input, given to `f`, must give its expected text. A failure names the
 // input.
@@ -74,8 +68,7 @@ inline QString describe(const QJsonObject& record)
     QStringList members;
     for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
         members << (record.value(key).isBool() ? QString::number(record.value(key).toBool()) : record.value(key).toVariant().toString());
-    static const QRegularExpression uuid("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$");
-    members[0].replace(uuid, "*");
+    members[0].replace(QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"), "*");
     return members.join('|');
 }
 

@@ -78,12 +78,11 @@ class FileManagerMenuTest(unittest.TestCase):
         """The URLs opened so far, as the application reads them: (kind, title, executable), all in the folder."""
         urls = lambda: read(self.home + "/opened").splitlines()
         query = lambda url: {name: unquote(value) for name, value in (item.split("=", 1) for item in urlsplit(url).query.split("&"))}
-        read_back = [dict(kind=urlsplit(u).netloc, folder=query(u)["path"], record=json.loads(base64.b64decode(query(u).get("payload", "e30="),
-                                                                                                            validate=True)))
-                     for u in urls()] if wait_for(lambda: len(urls()) >= len(expected)) else []
+        opened = lambda url: (urlsplit(url).netloc, query(url)["path"], json.loads(base64.b64decode(query(url).get("payload", "e30="), validate=True)))
+        read_back = [opened(url) for url in urls()] if wait_for(lambda: len(urls()) >= len(expected)) else []
         # Every query value percent-encoded: URL handlers differ in what they make of a raw "+", "/" or "=".
         [self.assertRegex(url, r"^brindlemark://[a-z]+\?path=[A-Za-z0-9_.~/%-]+(&payload=[A-Za-z0-9%]+)?$") for url in urls()]
-        self.assertCountEqual([(r["kind"], r["folder"], r["record"].get("title"), r["record"].get("executable")) for r in read_back],
+        self.assertCountEqual([(kind, folder, record.get("title"), record.get("executable")) for kind, folder, record in read_back],
                               [(kind, self.folder, *more) for kind, *more in expected])
 
     def load_extension(self, manager):

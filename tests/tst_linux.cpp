@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSettings>
 
 #include <csignal>
@@ -22,18 +23,9 @@ bool run(const QString& program, const QStringList& arguments) { return QProcess
 // One launch of brindlemark, run to its end: its exit code.
 int launch(const QStringList& arguments) { return QProcess::execute(BRINDLEMARK_EXECUTABLE, arguments); }
 
-QString url(const QString& command, const QString& folder, const QString& more = QString())
-{
-    return "brindlemark://" + command + "?path=" + QUrl::toPercentEncoding(folder, "/") + more;
-}
-
 // The running instance's process id, from its lock file.
 pid_t instancePid() { return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock").split('\n')[0].toLongLong()); }
 
-// Stops the instance a test started in the background, also when the test fails early.
-struct StopInstanceAtEnd {
-    ~StopInstanceAtEnd() { if (instancePid() > 0) ::kill(instancePid(), SIGKILL); }
-};
 
 } // namespace
 
@@ -111,17 +103,18 @@ private slots:
     void laterLaunchesForwardToTheRunningOne()
     {
         TestHome home;
-        StopInstanceAtEnd stop;
+        const auto stop = qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); }); // also when the test fails early
         writeScript(home.file("bin/xdg-open"), "echo \"$1\" >> \"$HOME/xdg-open.log\"");
         qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
         qunsetenv("DBUS_SESSION_BUS_ADDRESS"); // no file manager: new files go to the fake xdg-open
         const QString folder = home.file("Pro jects");
+        auto url = [&](const QString& command, const QString& more = QString()) { return "brindlemark://" + command + "?path=" + QUrl::toPercentEncoding(folder, "/") + more; };
         QVERIFY(writeFile(folder + "/New Text File 7.txt", "kept")); // the folder, with a numbered name taken
         const QString dolphinMenu = home.file("data/kio/servicemenus/brindlemark-new-file.desktop");
         QVERIFY(writeFile(home.file("data/brindlemark/installed-integration"), dolphinMenu.toUtf8() + "\n"));
 
         // A launch for a URL returns at once; Brindlemark goes on in the background.
-        QCOMPARE(launch({url("template", folder, "&id=markdown")}), 0);
+        QCOMPARE(launch({url("template", "&id=markdown")}), 0);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder + "/MarkdownDocument.md") && QFile::exists(home.file("config/Brindlemark/Templates.json")), 20'000);
         const pid_t first = instancePid();
         QTRY_VERIFY_WITH_TIMEOUT(readFile(dolphinMenu).contains("Name=Markdown Document"), 20'000); // every save refreshes it
@@ -129,18 +122,18 @@ private slots:
         // A forwarding launch answers once its URLs are handled, in order, and loads no GUI: with a
         // platform plugin that does not exist it still succeeds.
         qputenv("QT_QPA_PLATFORM", "none");
-        QCOMPARE(launch({url("template", folder, "&prefix=p&executable=yes"), "-x", url("template", folder, "&prefix=p")}), 0);
+        QCOMPARE(launch({url("template", "&prefix=p&executable=yes"), "-x", url("template", "&prefix=p")}), 0);
         qputenv("QT_QPA_PLATFORM", "offscreen");
         QVERIFY(QFileInfo(folder + "/p.txt").isExecutable() && !QFileInfo(folder + "/p 1.txt").isExecutable());
 
         // 300 separate launches at once against one instance: every URL handled, names distinct.
         writeScript(home.file("burst.sh"), "for i in $(seq 300); do \"$1\" \"$2\" || touch \"$HOME/failed\" & done; wait");
-        QCOMPARE(QProcess::execute(home.file("burst.sh"), {BRINDLEMARK_EXECUTABLE, url("create", folder)}), 0);
+        QCOMPARE(QProcess::execute(home.file("burst.sh"), {BRINDLEMARK_EXECUTABLE, url("create")}), 0);
         QVERIFY(!QFile::exists(home.file("failed"))); // every launch said its URL was handled
         QCOMPARE(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 301);
         QCOMPARE(readFile(folder + "/New Text File 7.txt"), QByteArray("kept"));
 
-        QCOMPARE(QProcess::execute(QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-app", {url("create", folder)}), 0); // forwards too
+        QCOMPARE(QProcess::execute(QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-app", {url("create")}), 0); // forwards too
         QCOMPARE(launch({}), 0); // a reopen
         QCOMPARE(launch({"brindlemark://Create?path=/tmp", "not a url"}), 0);
         QTRY_VERIFY_WITH_TIMEOUT(readFile(home.file("xdg-open.log")).count('\n') == 304, 20'000);
@@ -149,9 +142,9 @@ private slots:
         // An instance that died leaves its socket and lock behind; the next launch takes over.
         QCOMPARE(::kill(first, SIGKILL), 0);
         QTRY_VERIFY_WITH_TIMEOUT(::kill(first, 0) != 0, 20'000);
-        QCOMPARE(launch({url("create", folder)}), 0);
+        QCOMPARE(launch({url("create")}), 0);
         QTRY_VERIFY_WITH_TIMEOUT(entries(folder).size() == 306, 20'000);
-        QCOMPARE(launch({url("create", folder)}), 0); // the new instance answers
+        QCOMPARE(launch({url("create")}), 0); // the new instance answers
         QCOMPARE(entries(folder).size(), 307);
         QVERIFY(instancePid() != first);
     }

@@ -29,8 +29,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (qsizetype i = 0; ok && i < again.templates.size(); ++i)
         ok = canonical(loaded.templates[i]) && again.templates[i].value("id") == loaded.templates[i].value("id") &&
              again.templates[i].value("title") == loaded.templates[i].value("title");
-    for (const Template& t : enabledTemplates(loaded.templates))
-        ok = ok && canonical(t);
     if (!ok)
         std::abort();
     return 0;
