@@ -142,7 +142,7 @@ void AppDelegate::refreshExtensionStatus()
     if (m_extensionMenuItem)
         m_extensionMenuItem->setText(extensionMenuTitle(state));
     if (m_extensionStateLabel)
-        MainWindow::setColour(m_extensionStateLabel, extensionStateText(state),
+        MainWindow::setColouredText(m_extensionStateLabel, extensionStateText(state),
                               state == ExtensionState::Enabled ? SystemGreen : SystemOrange);
 }
 

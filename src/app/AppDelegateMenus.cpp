@@ -16,7 +16,7 @@ QAction* AppDelegate::menuItemWithTitle(const QString& title, const QString& sym
                                         void (AppDelegate::*action)(QObject*))
 {
     auto* item = new QAction(symbolImage(symbol, 14), title, this);
-    connectCommand(item, &QAction::triggered, this, Command{.action = action});
+    connectCommand(item, &QAction::triggered, this, action);
     return item;
 }
 
@@ -30,7 +30,7 @@ void AppDelegate::buildApplicationMenu()
         }
         QAction* item = m_applicationMenu->addAction(command->applicationMenuTitle);
         item->setShortcut(QKeySequence(command->shortcut));
-        connectCommand(item, &QAction::triggered, this, *command);
+        connectCommand(item, &QAction::triggered, this, command->action);
     }
 }
 

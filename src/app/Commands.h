@@ -24,11 +24,11 @@ extern const Command NewFile, OpenTerminal, OpenITerm, ExtensionState, EnableExt
     RemoveTemplate;
 } // namespace Commands
 
-// Makes `signal` of `sender` run the command's action on the controller, with the sender.
+// Makes `signal` of `sender` run the action (if any) on the controller, with the sender.
 template <typename Sender, typename Signal>
-void connectCommand(Sender* sender, Signal signal, AppDelegate* target, const Command& command)
+void connectCommand(Sender* sender, Signal signal, AppDelegate* target, void (AppDelegate::*action)(QObject*))
 {
-    if (const auto action = command.action)
+    if (action)
         QObject::connect(sender, signal, target, [target, sender, action] { (target->*action)(sender); });
 }
 

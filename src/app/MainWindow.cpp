@@ -52,7 +52,7 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
     menuBarCard->setObjectName(QStringLiteral("menuBarCard"));
     labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
-    setColour(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal), QStringLiteral("Active"),
+    setColouredText(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal), QStringLiteral("Active"),
               SystemGreen);
 
     commandButton(delegate, 30, 372, 170, Commands::EnableExtension);
@@ -88,7 +88,7 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
 
     for (const auto& [x, command] : {std::pair{30, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
         connectCommand(smallButtonWithFrame(this, x, 44, 36, 28, command->buttonTitle), &QPushButton::clicked,
-                       &delegate, *command);
+                       &delegate, command->action);
 
     m_statusLabel = labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
     setSecondary(m_statusLabel);
@@ -112,11 +112,11 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
 QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command)
 {
     QPushButton* button = buttonWithFrame(this, x, y, width, 38, command.buttonTitle, command.symbol);
-    connectCommand(button, &QPushButton::clicked, &delegate, command);
+    connectCommand(button, &QPushButton::clicked, &delegate, command.action);
     return button;
 }
 
-void MainWindow::setColour(QLabel* label, const QString& text, const QColor& colour)
+void MainWindow::setColouredText(QLabel* label, const QString& text, const QColor& colour)
 {
     label->setText(text);
     QPalette palette = label->palette();

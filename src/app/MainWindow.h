@@ -47,8 +47,8 @@ public:
                                         const QString& title, const QString& symbol);
     static QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
                                              const QString& title);
-    // Sets a label's text and its text colour.
-    static void setColour(QLabel* label, const QString& text, const QColor& colour);
+    // Sets a label's text and the colour it is drawn in.
+    static void setColouredText(QLabel* label, const QString& text, const QColor& colour);
 
 private:
     QPushButton* commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command);
