@@ -4,7 +4,12 @@
 #include <QFileInfo>
 
 #include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
+#include <optional>
+#include <string>
+#include <algorithm>
+#include <unordered_set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,6 +34,37 @@ Attempt createExclusively(const QString& path, bool executable)
         return Attempt::Failed;
     }
     return Attempt::Created;
+}
+
+// What the folder holds, read once: whether the plain name is taken, and which numbers are taken
+// among "base N.suffix" (N written as numbering writes it: digits, no leading zero). Far cheaper
+// than asking after every candidate name in a folder of thousands of numbered files.
+struct TakenNames {
+    bool plain = false;
+    std::unordered_set<qint64> numbers;
+};
+
+std::optional<TakenNames> takenNames(const QString& folder, const QByteArray& plain, const QByteArray& start,
+                                     const QByteArray& end)
+{
+    DIR* listing = ::opendir(QFile::encodeName(folder).constData());
+    if (!listing)
+        return std::nullopt;
+    TakenNames taken;
+    while (const dirent* entry = ::readdir(listing)) {
+        const QByteArrayView name(entry->d_name);
+        if (name == plain)
+            taken.plain = true;
+        if (name.size() <= start.size() + end.size() || !name.startsWith(start) || !name.endsWith(end))
+            continue;
+        const QByteArrayView digits = name.sliced(start.size(), name.size() - start.size() - end.size());
+        if (digits.size() > 18 || digits.front() == '0' ||
+            !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+            continue;
+        taken.numbers.insert(digits.toLongLong());
+    }
+    ::closedir(listing);
+    return taken;
 }
 
 bool staysInFolder(const QString& name)
@@ -60,26 +96,35 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
     const bool executable = boolFromValue(normalized.value(TemplateKey::executable), false);
 
     const QString directory = folder.endsWith(u'/') ? folder : folder + u'/';
-    QString name = suffix.isEmpty() ? base : base + u'.' + suffix;
-    for (qint64 n = 1;; ++n) {
-        if (!staysInFolder(name))
-            return result;
-        const QString path = directory + name;
-        if (!QFileInfo::exists(path)) {
-            switch (createExclusively(path, executable)) {
-            case Attempt::Created:
-                result.status = FileCreation::Created;
-                result.filePath = path;
-                return result;
-            case Attempt::Failed:
-                return result;
-            case Attempt::Taken:
-                break; // it appeared since the test: go on numbering
-            }
-        }
+    const QString plain = suffix.isEmpty() ? base : base + u'.' + suffix;
+    if (!staysInFolder(plain)) // a numbered name stays in the folder whenever the plain one does
+        return result;
+    // A listed name is taken, a dangling link included. A name missing from the list may still
+    // be taken (made since, or the same name in another case on a folder that ignores case):
+    // the exclusive creation finds out, and the numbering goes on.
+    const std::optional<TakenNames> taken =
+        takenNames(folder, QFile::encodeName(plain), QFile::encodeName(base + u' '),
+                   suffix.isEmpty() ? QByteArray() : QFile::encodeName(u'.' + suffix));
+    for (qint64 n = 0;; ++n) {
+        if (taken && (n == 0 ? taken->plain : taken->numbers.count(n) > 0))
+            continue;
         // One multi-argument arg() call: a "%1" inside the prefix must stay literal text.
-        name = suffix.isEmpty() ? QStringLiteral("%1 %2").arg(base, QString::number(n))
-                                : QStringLiteral("%1 %2.%3").arg(base, QString::number(n), suffix);
+        const QString name = n == 0 ? plain
+                             : suffix.isEmpty() ? QStringLiteral("%1 %2").arg(base, QString::number(n))
+                                                : QStringLiteral("%1 %2.%3").arg(base, QString::number(n), suffix);
+        const QString path = directory + name;
+        if (!taken && QFileInfo::exists(path))
+            continue;
+        switch (createExclusively(path, executable)) {
+        case Attempt::Created:
+            result.status = FileCreation::Created;
+            result.filePath = path;
+            return result;
+        case Attempt::Failed:
+            return result;
+        case Attempt::Taken:
+            break; // it appeared since the folder was read: go on numbering
+        }
     }
 }
 
