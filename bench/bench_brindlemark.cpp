@@ -171,7 +171,8 @@ int main(int argc, char** argv)
 
     // Start-up: from starting the application until it answers a reopen, which it handles only
     // after the start-up sequence (window shown) has run.
-    const std::string socket = channel::socketPath(ApplicationBundleIdentifier);
+    std::string problem;
+    const std::string socket = channel::socketPath(ApplicationBundleIdentifier, problem);
     double rss = -1;
     const QList<double> startUps = timeRuns(qMin(runs, 15), [&](int i) {
         QProcess app;

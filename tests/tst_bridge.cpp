@@ -1,11 +1,15 @@
 // The extension bridge: our URL parser, the strict payload decoder, what a command URL asks
-// for, the tool runner, the extension's state from the registry listing, and the registry.
+// for, the tool runner, the extension's state from the registry listing, the registry, and the
+// settings files as QSettings reads them back.
 #include "TestSupport.h"
 
 #include "bridge/ExtensionManagement.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
+#include "platform/linux/IniFile.h"
 #include "platform/linux/PluginRegistry.h"
+
+#include <QSettings>
 
 using namespace brindlemark;
 
@@ -13,6 +17,22 @@ class BridgeTest : public QObject {
     Q_OBJECT
 
 private slots:
+    void settingsFileReadsBackWhatWasStored()
+    {
+        TestHome home;
+        const QString path = home.file("a.conf");
+        expectEach([&](const QString& value) {
+            // Other keys and groups, an earlier value, and a line ending in CR: only the value changes.
+            writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept\n");
+            const bool stored = ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
+            const QSettings read(path, QSettings::IniFormat);
+            const QStringList others{read.value("Before").toString(), read.value("Key").toString(), read.value("Group/K").toString()};
+            return read.value("K").toString() + (others == QStringList{"1", "2", "kept"} && stored ? "" : " (not stored, or others lost)");
+        }, {{"plain", "plain"}, {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"}, {"x=y;z", "x=y;z"}, {"back\\slash\\", "back\\slash\\"},
+            {"@Variant(x)", "@Variant(x)"}, {"  spaces  ", "  spaces  "}, {"\x01" "1f\t\n\x7f" "a", "\x01" "1f\t\n\x7f" "a"},
+            {"ünï 😀", "ünï 😀"}, {"", ""}});
+    }
+
     void parseCommandUrl()
     {
         // scheme|host|count|items, an item written name=value, or name alone without "=".

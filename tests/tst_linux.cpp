@@ -4,15 +4,21 @@
 #include "TestSupport.h"
 
 #include "platform/linux/InstanceChannel.h"
+#include "platform/linux/InstanceServer.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "templates/TemplateStore.h"
 
 #include <QApplication>
+#include <QClipboard>
+#include <QMessageBox>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QSettings>
+#include <QStorageInfo>
 
 #include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace brindlemark;
 
@@ -26,6 +32,12 @@ int launch(const QStringList& arguments) { return QProcess::execute(BRINDLEMARK_
 // The running instance's process id, from its lock file.
 pid_t instancePid() { return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock").split('\n')[0].toLongLong()); }
 
+
+void store(AppDelegate& app, const TemplateList& templates)
+{
+    app.setTemplates(templates);
+    app.saveTemplates();
+}
 
 } // namespace
 
@@ -57,27 +69,43 @@ private slots:
 
     void placesUnderFaults()
     {
-        TestHome home;
-        QDir().mkpath(home.file("config"));
-        if (!run("mount", {"-t", "tmpfs", "-o", "size=64k", "tmpfs", home.file("config")}))
-            QSKIP("cannot mount a tmpfs here (needs root)");
-        QDir().mkpath(home.file("data/org.brindlemark.Brindlemark"));
-        QVERIFY(QFile::link(home.file("elsewhere.json"), home.file("data/org.brindlemark.Brindlemark/Templates.json")));
-        LinuxPlatform platform;
-        const auto app = start(platform, true);
-        const QByteArray settingsBefore = readFile(LinuxPlatform::userDefaultsFilePath());
-        QVERIFY(!run("dd", {"if=/dev/zero", "of=" + home.file("config/filler"), "bs=4k"})); // the disk is full
-        app->setTemplates(TemplateList(app->templates()) << Template{{"id", "big"}, {"title", QString(3000, u'x')}});
-        app->saveTemplates();
-        const QByteArray after = templatesJSONText(app->templates()).toUtf8();
-        QCOMPARE(readFile(LinuxPlatform::userDefaultsFilePath()), settingsBefore); // the old files, whole
-        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), QByteArray(builtInTemplatesJSON));
-        QCOMPARE(readFile(home.file("elsewhere.json")), after); // a link's target gets the text, the link stays
-        QVERIFY(QFileInfo(home.file("data/org.brindlemark.Brindlemark/Templates.json")).isSymLink());
-        QFile::remove(home.file("config/filler")); // with room again, the next save writes every place
-        app->saveTemplates();
-        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), after);
-        QVERIFY(run("umount", {home.file("config")}));
+        TemplateList thousand;
+        for (int i = 0; i < 1000; ++i)
+            thousand << Template{{"id", QString::number(i)}, {"title", QString("Template %1").arg(i)}, {"prefix", "p"}, {"suffix", "txt"}, {"enabled", true}};
+        // With the disk full, and with 16, 64 and 100 KiB free (less than a file of 1000 templates
+        // takes), a start and a save leave every place on that disk whole: old or new, never cut.
+        for (const qint64 freeKiB : {0, 16, 64, 100}) {
+            TestHome home;
+            const QString config = home.file("config");
+            QDir().mkpath(config);
+            if (!run("mount", {"-t", "tmpfs", "-o", "size=1m", "tmpfs", config}))
+                QSKIP("cannot mount a tmpfs here (needs root)");
+            const auto unmount = qScopeGuard([&] { run("umount", {config}); });
+            // A chain of links: each stays a link, the last target gets the text.
+            QDir().mkpath(home.file("data/org.brindlemark.Brindlemark"));
+            QVERIFY(QFile::link(home.file("final.json"), home.file("hop.json")));
+            QVERIFY(QFile::link(home.file("hop.json"), home.file("data/org.brindlemark.Brindlemark/Templates.json")));
+            LinuxPlatform platform;
+            store(*start(platform, true), thousand);
+            const QByteArray thousandJSON = templatesJSONText(thousand).toUtf8(), settings = readFile(LinuxPlatform::userDefaultsFilePath());
+            QCOMPARE(readFile(home.file("final.json")), thousandJSON);
+            QVERIFY(QFileInfo(home.file("hop.json")).isSymLink());
+
+            const qint64 fill = QStorageInfo(config).bytesAvailable() - freeKiB * 1024;
+            QVERIFY(writeFile(config + "/filler", QByteArray(fill, 'f')));
+            QVERIFY(start(platform, true)->templates().size() == 1000);
+            QCOMPARE(readFile(LinuxPlatform::userDefaultsFilePath()), settings);
+            QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), thousandJSON);
+            QCOMPARE(entries(config).size(), 4); // no half-written file left beside them
+
+            QVERIFY(QFile::remove(config + "/filler"));
+            const auto again = start(platform, true);
+            QCOMPARE(again->templates().size(), 1000);
+            store(*again, thousand.mid(1)); // with room again, a save writes every place
+            for (const QString& place : QStringList{LinuxPlatform::extensionPreferencesFilePath(), LinuxPlatform::userDefaultsFilePath()})
+                QCOMPARE(QSettings(place, QSettings::IniFormat).value("TemplatesJSON").toString(), templatesJSONText(thousand.mid(1)));
+            QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), templatesJSONText(thousand.mid(1)).toUtf8());
+        }
     }
 
     void channel()
@@ -94,16 +122,92 @@ private slots:
         mute.start("python3", {"-c", "import socket,sys;s=socket.socket(socket.AF_UNIX);s.bind(sys.argv[1]);s.listen();print(flush=True);s.accept()[0].close()", home.file("mute.socket")});
         QVERIFY(mute.waitForReadyRead(10'000));
         QCOMPARE(channel::handOff(home.file("mute.socket").toStdString(), {"x"}), std::optional<int>(1));
-        qunsetenv("XDG_RUNTIME_DIR"); // the fallback: the temporary folder, with the user id in the name
-        qputenv("TMPDIR", "/x//");
-        QCOMPARE(channel::socketPath("a.b"), "/x/a.b-" + std::to_string(::getuid()) + ".socket");
-        qunsetenv("TMPDIR");
+    }
+
+    void noOtherUserAtEitherEnd()
+    {
+        // Without a runtime folder the socket goes into a folder of the temporary folder that only
+        // this user can enter: made private, or refused when it is not this user's own folder.
+        TestHome home;
+        qunsetenv("XDG_RUNTIME_DIR");
+        qputenv("TMPDIR", home.file("tmp//").toUtf8());
+        const QString folder = home.file("tmp/brindlemark-" + QString::number(::getuid()));
+        QDir().mkpath(folder);
+        QVERIFY(QFile::setPermissions(folder, QFileDevice::Permissions(0x7777)));
+        std::string problem;
+        QCOMPARE(channel::socketPath("a.b", problem), (folder + "/a.b.socket").toStdString());
+        QCOMPARE(int(QFileInfo(folder).permissions() & 0x0077), 0);
+        const auto squatted = [&](const QString& why) {
+            QProcess launcher;
+            launcher.start(BRINDLEMARK_EXECUTABLE, {"brindlemark://create"});
+            QVERIFY(launcher.waitForFinished(20'000) && launcher.exitCode() == 1);
+            QVERIFY2(launcher.readAllStandardError().contains(why.toUtf8()), qPrintable(why));
+            QVERIFY(channel::socketPath("a.b", problem).empty() && problem.find(why.toStdString()) != std::string::npos);
+        };
+        QVERIFY(QDir(folder).removeRecursively() && QFile::link(home.path(), folder));
+        squatted("is not a folder");
+        if (::getuid() != 0)
+            QSKIP("another user's folder, socket and connection need root");
+        QVERIFY(QFile::remove(folder) && QDir().mkpath(folder) && ::chown(qPrintable(folder), 65534, 65534) == 0);
+        squatted("belongs to another user");
+
+        // Another user listening where this user's instance would be: it is sent nothing.
+        QVERIFY(QFile::setPermissions(home.path(), QFileDevice::Permissions(0x7711)));
+        qputenv("XDG_RUNTIME_DIR", home.file("shared").toUtf8());
+        QDir().mkpath(home.file("shared"));
+        QVERIFY(QFile::setPermissions(home.file("shared"), QFileDevice::Permissions(0x7777)));
+        const QString socket = home.file("shared/org.brindlemark.Brindlemark.socket");
+        QProcess squatter;
+        squatter.start("python3", {"-c", "import os,socket,sys;os.setuid(65534);s=socket.socket(socket.AF_UNIX);s.bind(sys.argv[1]);s.listen();"
+                                          "print(flush=True);print(len(s.accept()[0].recv(99)),flush=True)", socket});
+        QVERIFY(squatter.waitForReadyRead(10'000) && squatter.readLine() == "\n");
+        QCOMPARE(launch({"brindlemark://create?path=/secret"}), 1);
+        QVERIFY(squatter.waitForFinished(10'000));
+        QCOMPARE(squatter.readAll(), "0\n");
+
+        // And this user's instance handles nothing another user sends it.
+        InstanceServer server;
+        QSignalSpy received(&server, &InstanceServer::urlsReceived);
+        QVERIFY(server.listen(socket));
+        QVERIFY(QFile::setPermissions(socket, QFileDevice::Permissions(0x7777)));
+        QProcess stranger;
+        stranger.start("python3", {"-c", "import os,socket,sys;os.setuid(65534);s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1])\n"
+                                          "try: s.sendall(bytes.fromhex(sys.argv[2])); print('answered' if s.recv(1) else 'refused')\nexcept OSError: print('refused')",
+                                   socket, QByteArray::fromStdString(channel::encodeMessage({"x"})).toHex()});
+        QTRY_COMPARE_WITH_TIMEOUT(stranger.state(), QProcess::NotRunning, 10'000);
+        QCOMPARE(stranger.readAll() + stranger.readAllStandardError(), "refused\n");
+        QCOMPARE(received.size(), 0);
+    }
+
+    void alertShortensALongText()
+    {
+        // "limit|text": the start and the end kept, never half a character outside the basic plane.
+        expectEach([](const QString& input) { return shortenedInTheMiddle(input.section('|', 1), input.section('|', 0, 0).toInt()); },
+                   {{"6|abcdef", "abcdef"}, {"5|abcdef", "ab…ef"}, {"4|abcdef", "a…ef"}, {"3|ab😀", "a…"}, {"4|😀😀😀", "…😀"}, {"5|😀😀😀", "😀…😀"}});
+        // A folder path of 10 MB: shown shortened at once, copied whole.
+        const QString message = "Not a folder: /" + QString(10'000'000, u'x') + "/end";
+        QString shown;
+        QTimer::singleShot(0, [&] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            shown = box->informativeText();
+            box->activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(box));
+            QTest::keyClick(box, Qt::Key_C, Qt::ControlModifier);
+            box->accept();
+        });
+        LinuxPlatform().runAlert("New Text File failed", message);
+        QVERIFY(shown.size() <= 2000 && shown.startsWith("Not a folder: /xx") && shown.endsWith("xx/end"));
+        QCOMPARE(QGuiApplication::clipboard()->text(), "New Text File failed\n\n" + message);
     }
 
     void laterLaunchesForwardToTheRunningOne()
     {
         TestHome home;
         const auto stop = qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); }); // also when the test fails early
+        rlimit descriptors {}; // the instance started below inherits the usual limit of 1024
+        QVERIFY(::getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && (descriptors.rlim_cur = std::min<rlim_t>(1024, descriptors.rlim_max)) &&
+                ::setrlimit(RLIMIT_NOFILE, &descriptors) == 0);
         writeScript(home.file("bin/xdg-open"), "echo \"$1\" >> \"$HOME/xdg-open.log\"");
         qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
         qunsetenv("DBUS_SESSION_BUS_ADDRESS"); // no file manager: new files go to the fake xdg-open
@@ -133,19 +237,40 @@ private slots:
         QCOMPARE(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 301);
         QCOMPARE(readFile(folder + "/New Text File 7.txt"), QByteArray("kept"));
 
+        // A flood of 1100 connections held open, sending nothing or part of a message: each is
+        // dropped (the last few once idle too long), and a launch in the middle of it gets
+        // through. A socket file that goes is made again.
+        const QString socket = home.file("run/org.brindlemark.Brindlemark.socket");
+        QProcess flood;
+        flood.start("python3", {"-c", "import resource,select,socket,sys,time\n"
+                                      "hard=resource.getrlimit(resource.RLIMIT_NOFILE)[1];resource.setrlimit(resource.RLIMIT_NOFILE,(min(4096,hard),hard))\n"
+                                      "def open_(data):\n s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1])\n try: s.send(data)\n except OSError: pass\n return s\n"
+                                      "held={s.fileno():s for s in (open_([b'',b'\\0\\0\\0\\x10\\0'][i%2]) for i in range(1100))}\n"
+                                      "print('open',flush=True);waiting=select.poll();end=time.time()+20\n"
+                                      "for fd in held: waiting.register(fd,select.POLLIN)\n"
+                                      "while held and time.time()<end:\n for fd,_ in waiting.poll(500): waiting.unregister(fd);held.pop(fd)\n"
+                                      "print(1100-len(held),'dropped')", socket});
+        QVERIFY2(flood.waitForReadyRead(60'000), flood.readAllStandardError());
+        QCOMPARE(launch({url("create")}), 0);
+        QVERIFY(flood.waitForFinished(30'000));
+        QCOMPARE(flood.readAll() + flood.readAllStandardError(), "open\n1100 dropped\n");
+        QVERIFY(QFile::remove(socket));
+        QCOMPARE(launch({url("create")}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(entries(folder).filter(QRegularExpression("^New Text File( \\d+)?\\.txt$")).size(), 303, 20'000);
+
         QCOMPARE(QProcess::execute(QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-app", {url("create")}), 0); // forwards too
         QCOMPARE(launch({}), 0); // a reopen
         QCOMPARE(launch({"brindlemark://Create?path=/tmp", "not a url"}), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(readFile(home.file("xdg-open.log")).count('\n') == 304, 20'000);
+        QTRY_VERIFY_WITH_TIMEOUT(readFile(home.file("xdg-open.log")).count('\n') == 306, 20'000);
         QCOMPARE(instancePid(), first);
 
         // An instance that died leaves its socket and lock behind; the next launch takes over.
         QCOMPARE(::kill(first, SIGKILL), 0);
         QTRY_VERIFY_WITH_TIMEOUT(::kill(first, 0) != 0, 20'000);
         QCOMPARE(launch({url("create")}), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(entries(folder).size() == 306, 20'000);
+        QTRY_VERIFY_WITH_TIMEOUT(entries(folder).size() == 308, 20'000);
         QCOMPARE(launch({url("create")}), 0); // the new instance answers
-        QCOMPARE(entries(folder).size(), 307);
+        QCOMPARE(entries(folder).size(), 309);
         QVERIFY(instancePid() != first);
     }
 };

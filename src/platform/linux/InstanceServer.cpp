@@ -2,64 +2,205 @@
 
 #include "platform/linux/InstanceChannel.h"
 
-#include <QDataStream>
-#include <QLocalServer>
-#include <QLocalSocket>
-#include <QVariant>
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace brindlemark {
 
-InstanceServer::InstanceServer(QObject* parent) : QObject(parent), m_server(new QLocalServer(this))
+struct InstanceServer::Connection {
+    QSocketNotifier* notifier = nullptr;
+    std::string received;
+    QDeadlineTimer deadline{IdleLimitMilliseconds};
+    bool handling = false; // the whole message came and is being handled: it stays
+};
+
+InstanceServer::InstanceServer(QObject* parent) : QObject(parent)
 {
-    m_server->setSocketOptions(QLocalServer::UserAccessOption);
-    connect(m_server, &QLocalServer::newConnection, this, [this] {
-        while (QLocalSocket* socket = m_server->nextPendingConnection()) {
-            connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-            connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readMessage(socket); });
-            if (socket->bytesAvailable() > 0)
-                readMessage(socket);
-        }
-    });
+    // The checks run while the application idles: a few cheap calls every two seconds.
+    m_checks.setInterval(2000);
+    connect(&m_checks, &QTimer::timeout, this, &InstanceServer::checkOnConnections);
+}
+
+InstanceServer::~InstanceServer()
+{
+    for (auto& [fd, connection] : m_connections)
+        ::close(fd);
+    if (m_listener >= 0)
+        ::close(m_listener);
 }
 
 bool InstanceServer::listen(const QString& socketPath)
 {
-    QLocalServer::removeServer(socketPath); // a socket left behind by an instance that died
-    return m_server->listen(socketPath);
+    m_path = QFile::encodeName(socketPath).toStdString();
+    if (!bindListener())
+        return false;
+    m_checks.start();
+    return true;
 }
 
-void InstanceServer::readMessage(QLocalSocket* socket)
+bool InstanceServer::bindListener()
 {
-    if (socket->property("handled").toBool())
-        return;
-    if (socket->bytesAvailable() < qint64(sizeof(quint32)))
-        return;
-    quint32 size = 0;
-    {
-        QDataStream header(socket->peek(sizeof(quint32)));
-        header >> size;
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    if (m_path.size() >= sizeof(address.sun_path))
+        return false;
+    std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0)
+        return false;
+    ::unlink(m_path.c_str()); // left by an instance that died, or made by no one still listening
+    struct stat info {};
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::chmod(m_path.c_str(), 0600) != 0 ||
+        ::listen(fd, 128) != 0 || ::stat(m_path.c_str(), &info) != 0) {
+        ::close(fd);
+        return false;
     }
-    if (size > channel::LargestMessage) {
-        socket->abort();
-        return;
+    delete m_accepting;
+    if (m_listener >= 0)
+        ::close(m_listener);
+    m_listener = fd;
+    m_device = info.st_dev;
+    m_inode = info.st_ino;
+    m_accepting = new QSocketNotifier(fd, QSocketNotifier::Read, this);
+    connect(m_accepting, &QSocketNotifier::activated, this, &InstanceServer::acceptConnections);
+    return true;
+}
+
+void InstanceServer::acceptConnections()
+{
+    for (;;) {
+        if (int(m_connections.size()) >= MaximumConnections && !dropOldestWaiting()) {
+            m_accepting->setEnabled(false); // every connection is being handled: the rest queue
+            return;
+        }
+        const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0) {
+            if (errno == EINTR || errno == ECONNABORTED)
+                continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                // Out of descriptors or memory: pause rather than spin, and try again shortly.
+                m_accepting->setEnabled(false);
+                QTimer::singleShot(250, this, [this] { m_accepting->setEnabled(true); });
+            }
+            return;
+        }
+        if (!channel::peerIsThisUser(fd)) {
+            ::close(fd);
+            continue;
+        }
+        auto connection = std::make_unique<Connection>();
+        connection->notifier = new QSocketNotifier(fd, QSocketNotifier::Read, this);
+        connect(connection->notifier, &QSocketNotifier::activated, this, [this, fd] { read(fd); });
+        m_connections.emplace(fd, std::move(connection));
+        read(fd); // a launch sends at once: its message is usually here already
     }
-    if (socket->bytesAvailable() < qint64(sizeof(quint32)) + size)
+}
+
+void InstanceServer::read(int fd)
+{
+    const auto found = m_connections.find(fd);
+    if (found == m_connections.end() || found->second->handling)
         return;
-    socket->skip(sizeof(quint32));
-    const QByteArray body = socket->read(size);
+    Connection& connection = *found->second;
+    std::string& received = connection.received;
+    char buffer[65536];
+    for (;;) {
+        std::size_t wanted = 4 - std::min<std::size_t>(received.size(), 4);
+        if (received.size() >= 4) {
+            std::uint32_t size = 0;
+            for (int i = 0; i < 4; ++i)
+                size = (size << 8) | static_cast<unsigned char>(received[std::size_t(i)]);
+            if (size > channel::LargestMessage) {
+                drop(fd);
+                return;
+            }
+            wanted = 4 + size - received.size();
+        }
+        if (wanted == 0)
+            break;
+        const ssize_t n = ::read(fd, buffer, std::min(wanted, sizeof(buffer)));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return; // the rest comes later, or the connection times out
+        if (n <= 0) {
+            drop(fd); // gone before its message was whole
+            return;
+        }
+        received.append(buffer, std::size_t(n));
+    }
+
     std::vector<std::string> decoded;
-    if (!channel::decodeBody(body.toStdString(), decoded)) {
-        socket->abort();
+    if (!channel::decodeBody(received.substr(4), decoded)) {
+        drop(fd);
         return;
     }
+    connection.handling = true;
+    connection.notifier->setEnabled(false);
+    std::string().swap(received);
     QStringList urls;
     for (const std::string& url : decoded)
         urls << QString::fromStdString(url);
-    socket->setProperty("handled", true);
-    emit urlsReceived(urls);
-    socket->putChar(channel::Acknowledgement);
-    socket->flush();
-    socket->disconnectFromServer();
+    emit urlsReceived(urls); // may run an alert's event loop: other launches go on meanwhile
+    const char answer = channel::Acknowledgement;
+    (void)::send(fd, &answer, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    drop(fd);
+}
+
+void InstanceServer::drop(int fd)
+{
+    const auto found = m_connections.find(fd);
+    if (found == m_connections.end())
+        return;
+    // The notifier may be the sender of the signal being handled: it goes once control returns.
+    found->second->notifier->setEnabled(false);
+    found->second->notifier->deleteLater();
+    m_connections.erase(found);
+    ::close(fd);
+    if (m_accepting && !m_accepting->isEnabled())
+        m_accepting->setEnabled(true);
+}
+
+bool InstanceServer::dropOldestWaiting()
+{
+    int oldest = -1;
+    qint64 soonest = 0;
+    for (const auto& [fd, connection] : m_connections) {
+        if (connection->handling)
+            continue;
+        const qint64 left = connection->deadline.remainingTime();
+        if (oldest < 0 || left < soonest) {
+            oldest = fd;
+            soonest = left;
+        }
+    }
+    if (oldest < 0)
+        return false;
+    drop(oldest);
+    return true;
+}
+
+void InstanceServer::checkOnConnections()
+{
+    std::vector<int> expired;
+    for (const auto& [fd, connection] : m_connections)
+        if (!connection->handling && connection->deadline.hasExpired())
+            expired.push_back(fd);
+    for (const int fd : expired)
+        drop(fd);
+
+    // The socket file can go (a cleaner of the temporary folder, a user): listen anew.
+    struct stat info {};
+    if (::stat(m_path.c_str(), &info) != 0 || info.st_dev != m_device || info.st_ino != m_inode)
+        bindListener();
 }
 
 } // namespace brindlemark

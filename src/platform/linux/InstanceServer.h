@@ -2,18 +2,34 @@
 
 #include <QObject>
 #include <QStringList>
+#include <QTimer>
 
-class QLocalServer;
-class QLocalSocket;
+#include <map>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+class QSocketNotifier;
 
 namespace brindlemark {
 
 // The running instance's end of the launch channel: every later launch hands its URLs (none: a
 // reopen) over this socket, and is answered once they have been handled.
+//
+// Whatever arrives, the instance stays reachable: at most MaximumConnections are open at once
+// (a new one pushes out the oldest that has not sent its whole message), a connection that has
+// not sent its whole message within IdleLimit is dropped, another user's connection is refused,
+// running out of descriptors only pauses accepting, and a socket file that disappears is made
+// again.
 class InstanceServer final : public QObject {
     Q_OBJECT
 public:
+    static constexpr int MaximumConnections = 32;
+    static constexpr int IdleLimitMilliseconds = 5000;
+
     explicit InstanceServer(QObject* parent = nullptr);
+    ~InstanceServer() override;
+
     bool listen(const QString& socketPath);
 
 signals:
@@ -21,9 +37,22 @@ signals:
     void urlsReceived(const QStringList& urls);
 
 private:
-    void readMessage(QLocalSocket* socket);
+    struct Connection;
 
-    QLocalServer* m_server;
+    bool bindListener();
+    void acceptConnections();
+    void read(int fd);
+    void drop(int fd);
+    bool dropOldestWaiting();
+    void checkOnConnections();
+
+    std::string m_path;
+    int m_listener = -1;
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
+    QSocketNotifier* m_accepting = nullptr;
+    std::map<int, std::unique_ptr<Connection>> m_connections;
+    QTimer m_checks;
 };
 
 } // namespace brindlemark

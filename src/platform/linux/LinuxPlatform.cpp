@@ -1,20 +1,24 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "Identifiers.h"
+#include "platform/linux/IniFile.h"
 #include "platform/linux/InstanceChannel.h"
 #include "platform/linux/InstanceServer.h"
 #include "platform/linux/XdgFolders.h"
 
+#include <QClipboard>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDeadlineTimer>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QLockFile>
 #include <QMessageBox>
 #include <QProcess>
 #include <QSettings>
+#include <QShortcut>
 #include <QStandardPaths>
 #include <QThread>
 #include <QUrl>
@@ -22,17 +26,6 @@
 #include <cstdio>
 
 namespace brindlemark {
-
-namespace {
-
-void storeAndFlush(const QString& file, const QString& key, const QString& value)
-{
-    QSettings settings(file, QSettings::IniFormat);
-    settings.setValue(key, value);
-    settings.sync(); // a failure shows only in status(); persisting failures are not reported
-}
-
-} // namespace
 
 LinuxPlatform::LinuxPlatform() = default;
 
@@ -55,12 +48,12 @@ QVariant LinuxPlatform::userDefaultsValue(const QString& key)
 
 void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& value)
 {
-    storeAndFlush(userDefaultsFilePath(), key, value);
+    ini::storeValue(userDefaultsFilePath(), key, value); // a failed write leaves the old file and is not reported
 }
 
 void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value)
 {
-    storeAndFlush(extensionPreferencesFilePath(), key, value);
+    ini::storeValue(extensionPreferencesFilePath(), key, value);
 }
 
 QStringList LinuxPlatform::templateConfigFilePaths()
@@ -164,9 +157,15 @@ void LinuxPlatform::runAlert(const QString& messageText, const QString& informat
 {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Brindlemark"));
-    box.setText(messageText);
-    box.setInformativeText(informativeText);
+    box.setText(shortenedInTheMiddle(messageText));
+    box.setInformativeText(shortenedInTheMiddle(informativeText));
     box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+    // What is shown can be selected; the copy command copies the whole text, however long.
+    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QShortcut copyAll(QKeySequence::Copy, &box);
+    QObject::connect(&copyAll, &QShortcut::activated, &box, [&] {
+        QGuiApplication::clipboard()->setText(messageText + QStringLiteral("\n\n") + informativeText);
+    });
     // Wide enough that a folder path reads on one line rather than broken at every slash.
     box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));
     box.exec();
@@ -174,7 +173,12 @@ void LinuxPlatform::runAlert(const QString& messageText, const QString& informat
 
 std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& urls)
 {
-    const std::string socketPath = channel::socketPath(ApplicationBundleIdentifier);
+    std::string problem;
+    const std::string socketPath = m_socketPath = channel::socketPath(ApplicationBundleIdentifier, problem);
+    if (socketPath.empty()) {
+        std::fprintf(stderr, "brindlemark: %s.\n", problem.c_str());
+        return 1;
+    }
     std::vector<std::string> message;
     for (const QString& url : urls)
         message.push_back(url.toStdString());
@@ -198,7 +202,10 @@ std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& ur
 
 void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)> deliver)
 {
-    const QString socketPath = QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier));
+    std::string problem;
+    if (m_socketPath.empty()) // not through the hand-off (started in-process, as in tests)
+        m_socketPath = channel::socketPath(ApplicationBundleIdentifier, problem);
+    const QString socketPath = QString::fromStdString(m_socketPath);
     m_server = std::make_unique<InstanceServer>();
     QObject::connect(m_server.get(), &InstanceServer::urlsReceived, m_server.get(), std::move(deliver));
     if (!m_server->listen(socketPath))

@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 
 #include <memory>
+#include <string>
 
 class QLockFile;
 
@@ -38,6 +39,7 @@ public:
     static QString extensionPreferencesFilePath();
 
 private:
+    std::string m_socketPath;
     std::unique_ptr<QLockFile> m_instanceLock; // held for the life of the running instance
     std::unique_ptr<InstanceServer> m_server;
 };

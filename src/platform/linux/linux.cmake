@@ -11,9 +11,10 @@ add_library(brindlemark_channel STATIC ${linux}/InstanceChannel.cpp)
 target_include_directories(brindlemark_channel PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
                            ${CMAKE_CURRENT_BINARY_DIR}/generated)
 
-# The Linux pieces on Qt Core alone: the XDG folders and the plug-in registry behind
-# brindlemark-pluginkit.
-add_library(brindlemark_linux_base STATIC ${linux}/PluginRegistry.cpp ${linux}/XdgFolders.cpp)
+# The Linux pieces on Qt Core alone: the settings files, the XDG folders and the plug-in
+# registry behind brindlemark-pluginkit.
+add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/PluginRegistry.cpp
+            ${linux}/XdgFolders.cpp)
 target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
 
 add_library(brindlemark_platform STATIC
@@ -23,7 +24,7 @@ add_library(brindlemark_platform STATIC
 )
 target_link_libraries(brindlemark_platform
   PUBLIC brindlemark_core
-  PRIVATE brindlemark_linux_base brindlemark_channel Qt6::Widgets Qt6::Network Qt6::DBus)
+  PRIVATE brindlemark_linux_base brindlemark_channel Qt6::Widgets Qt6::DBus)
 
 # What the desktop and the user run: forwards to a running instance without loading Qt.
 add_executable(brindlemark ${linux}/launcher/main.cpp)

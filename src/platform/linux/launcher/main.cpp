@@ -41,7 +41,7 @@ int main(int argc, char** argv)
         if (isUrlArgument(argv[i]))
             urls.emplace_back(argv[i]);
 
-    if (const std::optional<int> handedOff = channel::handOff(channel::socketPath(ApplicationBundleIdentifier), urls))
+    if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, urls))
         return *handedOff;
     const std::string application = applicationPath();
     argv[0] = const_cast<char*>(application.c_str());

@@ -1,0 +1,86 @@
+#include "platform/linux/IniFile.h"
+
+#include "templates/AtomicFile.h"
+
+#include <QFile>
+#include <QList>
+
+namespace brindlemark::ini {
+
+namespace {
+
+bool isHexDigit(char32_t c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// A value as QSettings reads it back: always quoted (a comma would otherwise make a list),
+// quotes and backslashes escaped, control characters as \x escapes. A hex escape runs on over
+// every hex digit that follows it, so a hex digit right after one is escaped as well. A leading
+// '@' marks a typed value to QSettings and is doubled.
+QByteArray quoted(const QString& value)
+{
+    QByteArray out = "\"";
+    if (value.startsWith(u'@'))
+        out += '@';
+    bool afterHexEscape = false;
+    for (const char32_t c : value.toUcs4()) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += char(c);
+        } else if (c < 0x20 || c == 0x7f || (afterHexEscape && isHexDigit(c))) {
+            out += "\\x" + QByteArray::number(uint(c), 16);
+            afterHexEscape = true;
+            continue;
+        } else {
+            out += QString::fromUcs4(&c, 1).toUtf8();
+        }
+        afterHexEscape = false;
+    }
+    return out + '"';
+}
+
+bool isSectionHeader(const QByteArray& trimmed) { return trimmed.startsWith('[') && trimmed.endsWith(']'); }
+
+} // namespace
+
+QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value)
+{
+    const QByteArray name = key.toLatin1();
+    const QByteArray line = name + '=' + quoted(value);
+    QList<QByteArray> lines = existing.split('\n');
+    if (!lines.isEmpty() && lines.constLast().isEmpty())
+        lines.removeLast();
+
+    // Lines before the first header belong to [General] too.
+    bool inGeneral = true;
+    qsizetype generalHeader = -1;
+    QList<QByteArray> kept;
+    for (const QByteArray& each : std::as_const(lines)) {
+        const QByteArray trimmed = each.trimmed();
+        if (isSectionHeader(trimmed)) {
+            inGeneral = trimmed == "[General]";
+            if (inGeneral && generalHeader < 0)
+                generalHeader = kept.size();
+        } else if (inGeneral && trimmed.startsWith(name) && trimmed.mid(name.size()).trimmed().startsWith('=')) {
+            continue;
+        }
+        kept.append(each);
+    }
+    if (generalHeader >= 0)
+        kept.insert(generalHeader + 1, line);
+    else
+        kept = QList<QByteArray>{"[General]", line, ""} + kept;
+    return kept.join('\n') + '\n';
+}
+
+bool storeValue(const QString& path, const QString& key, const QString& value)
+{
+    QByteArray existing;
+    QFile file(path);
+    if (file.exists()) {
+        if (!file.open(QIODevice::ReadOnly))
+            return false; // writing now would drop whatever else the file holds
+        existing = file.readAll();
+    }
+    return writeFileAtomically(path, withValue(existing, key, value));
+}
+
+} // namespace brindlemark::ini

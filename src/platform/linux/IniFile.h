@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace brindlemark::ini {
+
+// The settings files are QSettings INI files, read with QSettings. They are written here instead:
+// QSettings writes through QSaveFile, which in Qt 6.4 reports success on a nearly full disk and
+// leaves the file cut short, so that the next start finds it unreadable.
+
+// The INI text `existing` with `key` in its [General] group set to `value`: every other line
+// stays as it was, an earlier value of the key goes. `key` is a plain name (letters, digits, '_').
+QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value);
+
+// Sets the key in the INI file at `path`, writing the file whole or not at all. False, and the
+// file as it was, when the old file cannot be read or the new one cannot be written in full.
+bool storeValue(const QString& path, const QString& key, const QString& value);
+
+} // namespace brindlemark::ini
