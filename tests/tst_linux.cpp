@@ -197,7 +197,7 @@ private slots:
             box->accept();
         });
         LinuxPlatform().runAlert("New Text File failed", message);
-        QVERIFY(shown.size() <= 2000 && shown.startsWith("Not a folder: /xx") && shown.endsWith("xx/end"));
+        QVERIFY(shown.size() <= 1000 && shown.startsWith("Not a folder: /xx") && shown.endsWith("xx/end"));
         QCOMPARE(QGuiApplication::clipboard()->text(), "New Text File failed\n\n" + message);
     }
 

@@ -77,6 +77,6 @@ std::unique_ptr<Platform> createPlatform();
 // How an alert shows a text: as it is up to `limit` characters, else its start and its end with
 // "…" between them, so that a path megabytes long neither freezes the alert nor hides how it
 // ends. The alert still copies the whole text.
-QString shortenedInTheMiddle(const QString& text, qsizetype limit = 2000);
+QString shortenedInTheMiddle(const QString& text, qsizetype limit = 600);
 
 } // namespace brindlemark

@@ -57,9 +57,8 @@ bool InstanceServer::bindListener()
     if (fd < 0)
         return false;
     ::unlink(m_path.c_str()); // left by an instance that died, or made by no one still listening
-    struct stat info {};
     if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::chmod(m_path.c_str(), 0600) != 0 ||
-        ::listen(fd, 128) != 0 || ::stat(m_path.c_str(), &info) != 0) {
+        ::listen(fd, 128) != 0) {
         ::close(fd);
         return false;
     }
@@ -67,8 +66,6 @@ bool InstanceServer::bindListener()
     if (m_listener >= 0)
         ::close(m_listener);
     m_listener = fd;
-    m_device = info.st_dev;
-    m_inode = info.st_ino;
     m_accepting = new QSocketNotifier(fd, QSocketNotifier::Read, this);
     connect(m_accepting, &QSocketNotifier::activated, this, &InstanceServer::acceptConnections);
     return true;
@@ -197,10 +194,13 @@ void InstanceServer::checkOnConnections()
     for (const int fd : expired)
         drop(fd);
 
-    // The socket file can go (a cleaner of the temporary folder, a user): listen anew.
+    // The socket file, or its folder, can go (a cleaner of the temporary folder, a user): listen
+    // anew. Another socket in its place is left alone: fighting over the name would cut off both.
     struct stat info {};
-    if (::stat(m_path.c_str(), &info) != 0 || info.st_dev != m_device || info.st_ino != m_inode)
+    if (::stat(m_path.c_str(), &info) != 0 && errno == ENOENT) {
+        ::mkdir(m_path.substr(0, m_path.rfind('/')).c_str(), 0700);
         bindListener();
+    }
 }
 
 } // namespace brindlemark

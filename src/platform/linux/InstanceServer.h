@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 
 class QSocketNotifier;
 
@@ -48,8 +47,6 @@ private:
 
     std::string m_path;
     int m_listener = -1;
-    dev_t m_device = 0;
-    ino_t m_inode = 0;
     QSocketNotifier* m_accepting = nullptr;
     std::map<int, std::unique_ptr<Connection>> m_connections;
     QTimer m_checks;
