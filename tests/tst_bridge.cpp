@@ -22,8 +22,9 @@ private slots:
         TestHome home;
         const QString path = home.file("a.conf");
         expectEach([&](const QString& value) {
-            // Other keys and groups, an earlier value, and a line ending in CR: only the value changes.
-            writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept\n");
+            // Other keys and groups, an earlier value, a CR before a line break and none at the end:
+            // only the value changes.
+            writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept");
             const bool stored = ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
             const QSettings read(path, QSettings::IniFormat);
             const QStringList others{read.value("Before").toString(), read.value("Key").toString(), read.value("Group/K").toString()};

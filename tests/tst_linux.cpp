@@ -122,6 +122,13 @@ private slots:
         mute.start("python3", {"-c", "import socket,sys;s=socket.socket(socket.AF_UNIX);s.bind(sys.argv[1]);s.listen();print(flush=True);s.accept()[0].close()", home.file("mute.socket")});
         QVERIFY(mute.waitForReadyRead(10'000));
         QCOMPARE(channel::handOff(home.file("mute.socket").toStdString(), {"x"}), std::optional<int>(1));
+        // A length beyond any message is dropped at once, not left to idle out.
+        InstanceServer server;
+        QVERIFY(server.listen(home.file("run/s.socket")));
+        QProcess greedy;
+        greedy.start("python3", {"-c", "import socket,sys;s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1]);s.send(b'\\0\\x40\\0\\1');print(s.recv(1))", home.file("run/s.socket")});
+        QTRY_COMPARE_WITH_TIMEOUT(greedy.state(), QProcess::NotRunning, 2000);
+        QCOMPARE(greedy.readAll(), "b''\n");
     }
 
     void noOtherUserAtEitherEnd()
