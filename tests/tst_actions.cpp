@@ -39,7 +39,7 @@ private slots:
             {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"}, {R"({"prefix":"x","suffix":".tar.gz"}|)", "x.tar.gz"},
             {R"({"prefix":"x","suffix":"sh"}|x.sh/,t,x 1.sh->t)", "x 2.sh"}, {R"({"prefix":"x","suffix":"sh"}|x.sh->gone)", "x 1.sh"},
             {R"({"prefix":"50%1 off","suffix":"%2"}|50%1 off.%2)", "50%1 off 1.%2"},
-            {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}});
+            {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"}});
     }
 
     void modes()
