@@ -132,7 +132,12 @@ void InstanceServer::read(int fd)
             drop(fd); // gone before its message was whole
             return;
         }
+        if (m_buffered + std::size_t(n) > BufferedBytesLimit) {
+            drop(fd); // the connections together hold as much as is ever needed: this one grows no more
+            return;
+        }
         received.append(buffer, std::size_t(n));
+        m_buffered += std::size_t(n);
     }
 
     std::vector<std::string> decoded;
@@ -142,6 +147,7 @@ void InstanceServer::read(int fd)
     }
     connection.handling = true;
     connection.notifier->setEnabled(false);
+    m_buffered -= received.size();
     std::string().swap(received);
     QStringList urls;
     for (const std::string& url : decoded)
@@ -160,6 +166,7 @@ void InstanceServer::drop(int fd)
     // The notifier may be the sender of the signal being handled: it goes once control returns.
     found->second->notifier->setEnabled(false);
     found->second->notifier->deleteLater();
+    m_buffered -= found->second->received.size();
     m_connections.erase(found);
     ::close(fd);
     if (m_accepting && !m_accepting->isEnabled())

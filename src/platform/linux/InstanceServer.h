@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/linux/InstanceChannel.h"
+
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
@@ -16,8 +18,9 @@ namespace brindlemark {
 // reopen) over this socket, and is answered once they have been handled.
 //
 // Whatever arrives, the instance stays reachable: at most MaximumConnections are open at once
-// (a new one pushes out the oldest that has not sent its whole message), a connection that has
-// not sent its whole message within IdleLimit is dropped, another user's connection is refused,
+// (a new one pushes out the oldest that has not sent its whole message), together they hold at
+// most BufferedBytesLimit of unfinished messages, a connection that has not sent its whole
+// message within IdleLimit is dropped, another user's connection is refused,
 // running out of descriptors only pauses accepting, and a socket file that disappears is made
 // again.
 class InstanceServer final : public QObject {
@@ -25,6 +28,7 @@ class InstanceServer final : public QObject {
 public:
     static constexpr int MaximumConnections = 32;
     static constexpr int IdleLimitMilliseconds = 5000;
+    static constexpr std::size_t BufferedBytesLimit = 2 * channel::LargestMessage;
 
     explicit InstanceServer(QObject* parent = nullptr);
     ~InstanceServer() override;
@@ -49,6 +53,7 @@ private:
     int m_listener = -1;
     QSocketNotifier* m_accepting = nullptr;
     std::map<int, std::unique_ptr<Connection>> m_connections;
+    std::size_t m_buffered = 0; // the bytes of unfinished messages, over all connections
     QTimer m_checks;
 };
 
