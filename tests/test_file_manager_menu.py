@@ -60,6 +60,12 @@ class MenuItem(types.SimpleNamespace):
     connect = lambda self, signal, handler: setattr(self, "activate", (lambda: handler(self)) if signal == "activate" else None)
 
 
+class ThunarMenuItem(MenuItem):
+    """Thunar's MenuItem: a tooltip and an icon, and set_menu for the submenu."""
+    __init__ = lambda self, name, label, tooltip, icon: MenuItem.__init__(self, name=name, label=label)
+    set_menu, set_submenu = MenuItem.set_submenu, property()
+
+
 class FileManagerMenuTest(unittest.TestCase):
     """Every test: a temporary HOME and XDG folders, and a URL opener that writes the URLs down."""
 
@@ -85,20 +91,24 @@ class FileManagerMenuTest(unittest.TestCase):
         self.assertCountEqual([(kind, folder, record.get("title"), record.get("executable")) for kind, folder, record in read_back],
                               [(kind, self.folder, *more) for kind, *more in expected])
 
-    def load_extension(self, manager):
+    def load_extension(self, manager, name):
         """The extension as the file manager loads it: from its own extensions folder, through gi."""
-        module = types.SimpleNamespace(MenuProvider=object, Menu=type("Menu", (list,), {"append_item": list.append}), MenuItem=MenuItem)
-        repository = types.SimpleNamespace(GObject=unittest.mock.Mock(GObject=type("GObject", (), {})), **{manager.capitalize(): module})
+        module = types.SimpleNamespace(MenuProvider=object, Menu=type("Menu", (list,), {"append_item": list.append}), __name__="gi.repository." + name,
+                                       MenuItem=ThunarMenuItem if name == "Thunarx" else MenuItem)
+        repository = types.SimpleNamespace(GObject=unittest.mock.Mock(GObject=type("GObject", (), {})), **{name: module})
         self.enterContext(unittest.mock.patch.dict(sys.modules, {"gi": unittest.mock.Mock(), "gi.repository": repository}))
-        write(f"{self.data}/{manager}-python/extensions/brindlemark_menu.py", read(APPEX + "/brindlemark_menu.py"))
-        return runpy.run_path(f"{self.data}/{manager}-python/extensions/brindlemark_menu.py")["BrindlemarkMenuProvider"]()
+        write(f"{self.data}/{manager}/extensions/brindlemark_menu.py", read(APPEX + "/brindlemark_menu.py"))
+        return runpy.run_path(f"{self.data}/{manager}/extensions/brindlemark_menu.py")["BrindlemarkMenuProvider"]()
 
     def test_python_extension_menus(self):
-        for manager in ("nautilus", "nemo", "caja"):
-            p, f = self.load_extension(manager), fake_file(self.folder)
-            # Nautilus 43 and later pass (folder) and (files); older ones, Nemo and Caja pass the window first.
+        for manager, name in (("nautilus-python", "Nautilus"), ("nemo-python", "Nemo"), ("caja-python", "Caja"), ("thunarx-python", "Thunarx")):
+            p, f = self.load_extension(manager, name), fake_file(self.folder)
+            # Nautilus 43 and later pass (folder) and (files); older ones, Nemo and Caja pass the window first; Thunar
+            # has its own names for them.
             menus = [p.get_background_items(f), p.get_background_items(None, f), p.get_file_items([f]), p.get_file_items(None, [f])]
-            self.assertEqual([[i.label for i in m + m[0].submenu] for m in menus], 4 * [MENU_LABELS], manager)
+            if name == "Thunarx":
+                menus = [p.get_folder_menu_items(None, f), p.get_file_menu_items(None, [f])]
+            self.assertEqual([[i.label for i in m + m[0].submenu] for m in menus], len(menus) * [MENU_LABELS], manager)
         [item.activate() for item in menus[0][0].submenu + menus[0][1:]]
         self.assertOpened(OPENED_BY_TEMPLATES + [("terminal", None, None)])
         # Not one folder, or no local one: no menu at all.
@@ -131,14 +141,17 @@ class FileManagerMenuTest(unittest.TestCase):
                 entries = {name: menu["Desktop Action " + name] for name in menu["Desktop Entry"]["Actions"].split(";")[:-1]}
                 self.assertEqual([(name, entry["Name"], entry.get("Icon")) for name, entry in entries.items()], actions)
                 [self.run_entry(entry) for entry in entries.values()]
-        self.assertOpened(OPENED_BY_TEMPLATES)  # "none" ran first and opened nothing
-        # The same entry with the real launcher as the URL opener creates the file through the application.
+        self.assertOpened(OPENED_BY_TEMPLATES)  # "none" ran first and opened nothing; no launcher recorded: through the helper
+        # With the launcher that install records, an entry runs it alone, and the file appears through the application.
         lock = os.environ["XDG_RUNTIME_DIR"] + "/org.brindlemark.Brindlemark.socket.lock"
-        os.environ.update(BRINDLEMARK_URL_OPENER=LAUNCHER, QT_QPA_PLATFORM="offscreen", PATH=self.home + ":" + os.environ["PATH"])
-        os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        write(self.data + "/brindlemark/launcher", LAUNCHER + "\n")
+        os.environ.update(QT_QPA_PLATFORM="offscreen", PATH=self.home + ":" + os.environ["PATH"])
+        [os.environ.pop(name, None) for name in ("DBUS_SESSION_BUS_ADDRESS", "BRINDLEMARK_URL_OPENER")]
         # Stops the instance the launcher starts in the background: its pid heads the lock file.
         self.addCleanup(lambda: wait_for(lambda: read(lock).strip(), 2) and os.kill(int(read(lock).split()[0]), signal.SIGKILL))
-        self.run_entry(entries["template1"])
+        menu.read(subprocess.check_output([helper, "write-service-menu"], text=True).strip())
+        self.assertTrue(menu["Desktop Action template1"]["Exec"].startswith(LAUNCHER + " --in %f "))
+        self.run_entry(menu["Desktop Action template1"])
         self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
         self.assertFalse(os.path.exists(self.folder + "/pwned"))
 
@@ -148,10 +161,11 @@ class FileManagerMenuTest(unittest.TestCase):
         [write(path, "") for path in outside + [self.data + "/nautilus-python/extensions/someone-else.py", self.data + "/x/y"]]
         subprocess.run([APPEX + "/refresh"], check=True)  # not installed: writes nothing, else it counts as the user's below
         before, manifest = files(), self.data + "/brindlemark/installed-integration"
-        subprocess.run([APPEX + "/install"], check=True, env=dict(os.environ, BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja dolphin"))
-        installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja")}
-        installed.add(self.data + "/kio/servicemenus/brindlemark-new-file.desktop")
+        subprocess.run([APPEX + "/install"], check=True, env=dict(os.environ, BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja thunar dolphin"))
+        installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja", "thunarx")}
+        installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher"}
         self.assertEqual((set(read(manifest).splitlines()), files() - before), (installed, installed | {manifest}))
+        self.assertEqual(read(self.data + "/brindlemark/launcher"), os.path.realpath(LAUNCHER) + "\n")  # the one beside the bundle
         write(self.templates, "[]")  # once installed, refresh rewrites Dolphin's menu
         subprocess.run([APPEX + "/refresh"], check=True)
         self.assertIn("No Templates Enabled", read(self.data + "/kio/servicemenus/brindlemark-new-file.desktop"))

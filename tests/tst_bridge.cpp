@@ -50,9 +50,13 @@ private slots:
             {"brindlemark://create?", "brindlemark|create|0|"}, {"brindlemark://x?a&b=&c=1+2&d=1=2", "brindlemark|x|4|a&b=&c=1+2&d=1=2"},
             {"brindlemark://x?%70=%2B+%C3%BC", "brindlemark|x|1|p=++ü"}, {"brindlemark://x?p=/tmp/Ünï", "brindlemark|x|1|p=/tmp/Ünï"},
             {"brindlemark://x?p=%FF&%FF=1", "brindlemark|x|2|p&=1"}, {"brindlemark://x/a/b?p=1#f&p=2", "brindlemark|x|1|p=1"},
-            {"brindlemark:///a?p=1", "brindlemark||1|p=1"}, {"brindlemark://me@x:80?p=1", "brindlemark|x|1|p=1"}};
-        for (const char* bad : {"brindlemark://x?p=%zz", "brindlemark://x?p=%2", "brindlemark://x?p=/a b", "brindlemark://x?p=\x7f",
-                                "brindlemark://x?p=/a\nb", "", "://x", "1a://x", "a_b://x", "no-scheme"})
+            {"brindlemark:///a?p=1", "brindlemark||1|p=1"}, {"brindlemark://me@x:80?p=1", "brindlemark|x|1|p=1"},
+            // As KDE's opener passes them on, decoded: blanks and letters beyond ASCII as if escaped.
+            {"brindlemark://create?path=/home/me/a b ü&id=x y", "brindlemark|create|2|path=/home/me/a b ü&id=x y"},
+            {"brindlemark://x? p = 1 ", "brindlemark|x|1| p = 1 "}};
+        for (const char* bad : {"brindlemark://x?p=%zz", "brindlemark://x?p=%2", "brindlemark://x?p=/a\tb", "brindlemark://x?p=\x7f",
+                                "brindlemark://x?p=/a\nb", "", "://x", "1a://x", "a_b://x", "no-scheme", "brindlemark://a b?p=1",
+                                "brindle mark://x?p=1", "brindlemark://x?p=1#a b", "brindlemark://x#a?p= "})
             cases.append(std::pair<QString, QString>(bad, "<none>"));
         expectEach(describe, cases);
     }

@@ -43,9 +43,17 @@ bool isSchemeChar(QChar c)
 
 std::optional<CommandUrl> parseCommandUrl(const QString& text)
 {
-    for (QChar c : text)
-        if (c.unicode() <= 0x20 || c.unicode() == 0x7f)
+    // Desktops' URL openers (KDE's among them) pass URLs on percent-decoded: a raw blank in the
+    // query reads as "%20" would. Raw letters beyond ASCII read as their UTF-8 escapes anyway.
+    // Anywhere else, and any other blank or control character, it is not a URL.
+    const qsizetype queryStart = text.indexOf(u'?');
+    const qsizetype fragmentStart = text.indexOf(u'#');
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        const bool inQuery = queryStart >= 0 && i > queryStart && (fragmentStart < 0 || i < fragmentStart);
+        if ((c < 0x20 || c == 0x7f || c == 0x20) && !(c == 0x20 && inQuery))
             return std::nullopt;
+    }
     if (!escapesAreWellFormed(text))
         return std::nullopt;
 

@@ -1,9 +1,11 @@
-# Brindlemark's right-click menu for Nautilus, Nemo and Caja (through their python extension
-# modules), and the shared helpers that Dolphin's service menu uses through
+# Brindlemark's right-click menu for Nautilus, Nemo, Caja and Thunar (through their python
+# extension modules), and the shared helpers that Dolphin's service menu uses through
 # brindlemark-menu-action.
 #
-# The menu is built from Templates.json at every right-click, so edits in Brindlemark reach it at
-# once. Choosing an entry opens a brindlemark:// URL through the desktop's URL opener; the
+# The menu is built from Templates.json at every right-click, and the file managers that keep a
+# folder's menu are told when that file changes, so edits in Brindlemark show at the next
+# right-click. Choosing an entry hands a brindlemark:// URL straight to Brindlemark's launcher
+# (recorded by "install"), without waiting for it and without a desktop opener in between; the
 # application does the rest. Nothing here ever raises into the file manager: a missing or broken
 # Templates.json gives a menu without templates.
 
@@ -16,11 +18,23 @@ import urllib.parse
 EXTENSION_ID = "org.brindlemark.Brindlemark.BrindlemarkFinderSync"
 
 
-def templates_file():
+def data_home():
     data = os.environ.get("XDG_DATA_HOME") or ""
-    if not os.path.isabs(data):
-        data = os.path.join(os.path.expanduser("~"), ".local", "share")
-    return os.path.join(data, EXTENSION_ID, "Templates.json")
+    return data if os.path.isabs(data) else os.path.join(os.path.expanduser("~"), ".local", "share")
+
+
+def templates_file():
+    return os.path.join(data_home(), EXTENSION_ID, "Templates.json")
+
+
+def launcher():
+    """The brindlemark launcher that "install" recorded, while it is there; else None."""
+    try:
+        with open(os.path.join(data_home(), "brindlemark", "launcher"), encoding="utf-8") as stream:
+            path = stream.read().strip()
+    except (OSError, ValueError):
+        return None
+    return path if os.path.isabs(path) and os.access(path, os.X_OK) else None
 
 
 def _flag(value):
@@ -61,12 +75,20 @@ def command_url(command, folder, template=None):
 
 
 def open_url(url):
-    """Hands the URL to the desktop's URL opener without waiting for it."""
-    opener = os.environ.get("BRINDLEMARK_URL_OPENER") or "xdg-open"
+    """Hands the URL to Brindlemark without waiting: to its launcher, else through GIO to whatever
+    the desktop opens brindlemark:// URLs with."""
+    program = os.environ.get("BRINDLEMARK_URL_OPENER") or launcher()
+    if program:
+        try:
+            subprocess.Popen([program, url], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                             stderr=subprocess.DEVNULL, start_new_session=True)
+            return
+        except OSError:
+            pass
     try:
-        subprocess.Popen([opener, url], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                         stderr=subprocess.DEVNULL, start_new_session=True)
-    except OSError:
+        from gi.repository import Gio
+        Gio.AppInfo.launch_default_for_uri_async(url, None, None, None, None)
+    except Exception:
         pass
 
 
@@ -80,16 +102,22 @@ def _local_folder(item):
     return path if path and os.path.isdir(path) else None
 
 
+def _menu_item(module, name, label, tip):
+    if getattr(module, "__name__", "").endswith("Thunarx"):  # Thunar's items have a tooltip and an icon
+        return module.MenuItem(name=name, label=label, tooltip=tip, icon=None)
+    return module.MenuItem(name=name, label=label, tip=tip)
+
+
 def build_menu(module, folder, name):
     """The "Brindlemark" menu entries for one folder, as the file manager's MenuItems."""
-    new_file = module.MenuItem(name=name + "::NewFile", label="New File", tip="New file from a template")
+    new_file = _menu_item(module, name + "::NewFile", "New File", "New file from a template")
     submenu = module.Menu()
-    new_file.set_submenu(submenu)
+    (new_file.set_menu if hasattr(new_file, "set_menu") else new_file.set_submenu)(submenu)
     for index, record in enumerate(enabled_templates()):
-        item = module.MenuItem(name="%s::Template%d" % (name, index), label=_menu_title(record), tip="")
+        item = _menu_item(module, "%s::Template%d" % (name, index), _menu_title(record), "")
         item.connect("activate", lambda _item, r=record: open_url(command_url("template", folder, r)))
         submenu.append_item(item)
-    terminal = module.MenuItem(name=name + "::Terminal", label="Open Terminal Here", tip="")
+    terminal = _menu_item(module, name + "::Terminal", "Open Terminal Here", "")
     terminal.connect("activate", lambda _item: open_url(command_url("terminal", folder)))
     return [new_file, terminal]
 
@@ -98,7 +126,8 @@ def _file_manager_module():
     """The extension module of the file manager that loaded this file, found by its folder."""
     here = os.path.abspath(__file__)
     import gi
-    for folder, name in (("nautilus-python", "Nautilus"), ("nemo-python", "Nemo"), ("caja-python", "Caja")):
+    for folder, name in (("nautilus-python", "Nautilus"), ("nemo-python", "Nemo"), ("caja-python", "Caja"),
+                         ("thunarx-python", "Thunarx")):
         if folder in here:
             for version in ("4.0", "3.0", "2.0"):
                 try:
@@ -114,6 +143,22 @@ def _make_provider(module):
     from gi.repository import GObject
 
     class BrindlemarkMenuProvider(GObject.GObject, module.MenuProvider):
+        def __init__(self):
+            super().__init__()
+            self._monitor = None
+            try:  # Nemo and Caja keep a folder's menu until told that the items changed
+                from gi.repository import Gio
+                self._monitor = Gio.File.new_for_path(templates_file()).monitor_file(Gio.FileMonitorFlags.NONE, None)
+                self._monitor.connect("changed", lambda *_: self._items_changed())
+            except Exception:
+                self._monitor = None
+
+        def _items_changed(self):
+            try:
+                module.MenuProvider.emit_items_updated_signal(self)
+            except Exception:
+                pass
+
         # Nautilus 43 and later pass (files) and (folder); older versions and Nemo and Caja
         # pass the window first.
         def get_file_items(self, *args):
@@ -132,6 +177,10 @@ def _make_provider(module):
                 return build_menu(module, folder, "BrindlemarkBackground") if folder else []
             except Exception:
                 return []
+
+        # Thunar's names for the same two menus.
+        get_file_menu_items = get_file_items
+        get_folder_menu_items = get_background_items
 
     return BrindlemarkMenuProvider
 

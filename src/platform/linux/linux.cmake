@@ -38,7 +38,7 @@ target_link_libraries(brindlemark-pluginkit PRIVATE brindlemark_linux_base)
 install(TARGETS brindlemark-pluginkit RUNTIME DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 
 # The tools the application runs: beside it in the build tree, in libexec once installed.
-foreach(tool brindlemark-open brindlemark-killall)
+foreach(tool brindlemark-open brindlemark-killall brindlemark-doctor)
   configure_file(${linux}/tools/${tool} ${CMAKE_CURRENT_BINARY_DIR}/${tool} COPYONLY)
   install(PROGRAMS ${linux}/tools/${tool} DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 endforeach()

@@ -3,10 +3,15 @@
 // When Brindlemark is already running, this hands the URLs (none: "show the window") to it and
 // exits, without loading any GUI library: a URL costs a process start and one socket round trip.
 // Otherwise it starts the application itself, brindlemark-app, with the same arguments.
+//
+//   brindlemark [URL...]               hand the URLs to Brindlemark (none: show its window)
+//   brindlemark --in FOLDER URL...     the same, each URL given FOLDER as its "path"
+//   brindlemark --doctor               say what the file managers' menus need on this machine
 #include "Identifiers.h"
 #include "bridge/LaunchArguments.h"
 #include "platform/linux/InstanceChannel.h"
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -31,20 +36,71 @@ std::string applicationPath()
     return folder + "/" BRINDLEMARK_LIBEXEC_FROM_BIN "/brindlemark-app";
 }
 
+std::string besideApplication(const std::string& application, const char* name)
+{
+    return application.substr(0, application.rfind('/') + 1) + name;
+}
+
+// The folder as a query value: everything but unreserved characters and "/" percent-encoded.
+std::string percentEncoded(const std::string& text)
+{
+    static const char hex[] = "0123456789ABCDEF";
+    std::string out;
+    for (const unsigned char c : text) {
+        if (std::isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~' || c == '/') {
+            out += char(c);
+        } else {
+            out += '%';
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     using namespace brindlemark;
+    const std::string application = applicationPath();
+    if (argc > 1 && std::strcmp(argv[1], "--doctor") == 0) {
+        const std::string doctor = besideApplication(application, "brindlemark-doctor");
+        argv[1] = const_cast<char*>(doctor.c_str());
+        ::execv(doctor.c_str(), argv + 1);
+        std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", doctor.c_str(), std::strerror(errno));
+        return 1;
+    }
+
+    // "--in FOLDER" gives every URL that folder as its "path": a file manager's menu entry passes
+    // the folder as an argument of its own, where it cannot be written into the URL.
+    std::string folder;
+    bool inFolder = false;
     std::vector<std::string> urls;
-    for (int i = 1; i < argc; ++i)
-        if (isUrlArgument(argv[i]))
+    std::vector<char*> forwarded{nullptr}; // what brindlemark-app gets, when it is to be started
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--in") == 0 && i + 1 < argc) {
+            folder = argv[++i];
+            inFolder = true;
+        } else if (isUrlArgument(argv[i])) {
             urls.emplace_back(argv[i]);
+            forwarded.push_back(nullptr); // the URL, once complete
+        } else {
+            forwarded.push_back(argv[i]);
+        }
+    }
+    for (std::string& url : urls)
+        if (inFolder)
+            url += (url.find('?') == std::string::npos ? "?path=" : "&path=") + percentEncoded(folder);
 
     if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, urls))
         return *handedOff;
-    const std::string application = applicationPath();
-    argv[0] = const_cast<char*>(application.c_str());
+    forwarded[0] = const_cast<char*>(application.c_str());
+    auto url = urls.begin();
+    for (std::size_t i = 1; i < forwarded.size(); ++i)
+        if (!forwarded[i])
+            forwarded[i] = (url++)->data();
+    forwarded.push_back(nullptr);
     // Started for URLs (by the desktop's URL opener), Brindlemark goes on in the background and
     // this launch returns at once, as opening a URL does; started by the user, it stays in the
     // foreground.
@@ -55,7 +111,7 @@ int main(int argc, char** argv)
         if (child == 0)
             ::setsid();
     }
-    ::execv(application.c_str(), argv);
+    ::execv(application.c_str(), forwarded.data());
     std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", application.c_str(), std::strerror(errno));
     return 1;
 }
