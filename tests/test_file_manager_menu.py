@@ -10,7 +10,7 @@ from urllib.parse import unquote, urlsplit
 
 APPEX, LAUNCHER, TOOLS = (os.environ["BRINDLEMARK_" + n] for n in ("APPEX", "LAUNCHER", "TOOLS_SOURCE"))
 AWKWARD_FOLDER, AWKWARD_TITLE = "a b 'q' \"dq\" & # % + ü ß", '<b>Bold</b> & $(touch pwned) "q" \\ `x` %s'
-TEMPLATES = json.dumps([{"id": "text", "title": "Text File", "enabled": True, "executable": False}, {"title": "Hidden", "enabled": False},
+TEMPLATES = json.dumps([{"id": "text", "title": "Text File", "enabled": True, "executable": False}, {"title": "Hidden", "enabled": False}, {"title": "Null", "enabled": None},
                         {"id": "odd", "title": AWKWARD_TITLE, "prefix": "run", "suffix": "sh", "enabled": True, "executable": True}])
 MENU_LABELS = ["New File", "Open Terminal Here", "Text File", AWKWARD_TITLE]  # the menu, then its New File submenu
 OPENED_BY_TEMPLATES = [("template", "Text File", False), ("template", AWKWARD_TITLE, True)]  # kind, title, executable
