@@ -91,11 +91,12 @@ class FileManagerMenuTest(unittest.TestCase):
         self.assertCountEqual([(kind, folder, record.get("title"), record.get("executable")) for kind, folder, record in read_back],
                               [(kind, self.folder, *more) for kind, *more in expected])
 
-    def load_extension(self, manager, name):
-        """The extension as the file manager loads it: from its own extensions folder, through gi."""
-        module = types.SimpleNamespace(MenuProvider=object, Menu=type("Menu", (list,), {"append_item": list.append}), __name__="gi.repository." + name,
+    def load_extension(self, manager, name, signalled=None, **gi):
+        """The extension as the file manager loads it: from its own extensions folder, through gi (here and in `gi`)."""
+        provider = type("MenuProvider", (), {"emit_items_updated_signal": staticmethod(signalled or (lambda provider: None))})
+        module = types.SimpleNamespace(MenuProvider=provider, Menu=type("Menu", (list,), {"append_item": list.append}), __name__="gi.repository." + name,
                                        MenuItem=ThunarMenuItem if name == "Thunarx" else MenuItem)
-        repository = types.SimpleNamespace(GObject=unittest.mock.Mock(GObject=type("GObject", (), {})), **{name: module})
+        repository = types.SimpleNamespace(GObject=unittest.mock.Mock(GObject=type("GObject", (), {})), **{name: module}, **gi)
         self.enterContext(unittest.mock.patch.dict(sys.modules, {"gi": unittest.mock.Mock(), "gi.repository": repository}))
         write(f"{self.data}/{manager}/extensions/brindlemark_menu.py", read(APPEX + "/brindlemark_menu.py"))
         return runpy.run_path(f"{self.data}/{manager}/extensions/brindlemark_menu.py")["BrindlemarkMenuProvider"]()
@@ -117,6 +118,22 @@ class FileManagerMenuTest(unittest.TestCase):
         for text in (None, "", "{broken", '{"an": "object"}', '[1, "x", null, [{"title": "T", "enabled": true}]]'):
             os.remove(self.templates) if text is None else write(self.templates, text)
             self.assertEqual(p.get_background_items(fake_file(self.folder))[0].submenu, [], text)
+
+    def test_menus_follow_template_changes(self):
+        """Nemo keeps a folder's menu: a save (several file events) signals once and reloads each window still open."""
+        ns, events = types.SimpleNamespace, []
+        record = lambda *event: events.append(event)
+        watch = lambda path: ns(monitor_file=lambda *_: ns(connect=lambda _signal, handler: record("watch", path, handler)))
+        p = self.load_extension("nemo-python", "Nemo", lambda provider: record("signal"), Gio=ns(File=ns(new_for_path=watch), FileMonitorFlags=ns(NONE=0)),
+                                GLib=ns(timeout_add=lambda _ms, refresh: record("timer", refresh)), Gdk=ns(KEY_r="r", ModifierType=ns(CONTROL_MASK="ctrl")),
+                                Gtk=ns(accel_groups_activate=lambda window, key, mods: record("key", window.name, key, mods)))
+        windows = [ns(name=name, get_visible=lambda open=open: open) for name, open in (("open", True), ("closed", False))]
+        [p.get_background_items(window, fake_file(self.folder)) for window in windows + windows]
+        (_, path, changed), = [event for event in events if event[0] == "watch"]
+        [changed() for _ in range(3)]
+        (_, refresh), = [event for event in events if event[0] == "timer"]
+        self.assertEqual((path, refresh(), [event for event in events if event[0] in ("signal", "key")]),
+                         (self.templates, False, [("signal",), ("key", "open", "r", "ctrl")]))
 
     def run_entry(self, entry):
         """Runs an entry's Exec line as a desktop launcher does, with the folder for %f: first the string value's

@@ -102,8 +102,12 @@ def _local_folder(item):
     return path if path and os.path.isdir(path) else None
 
 
+def _is_thunar(module):
+    return getattr(module, "__name__", "").endswith("Thunarx")
+
+
 def _menu_item(module, name, label, tip):
-    if getattr(module, "__name__", "").endswith("Thunarx"):  # Thunar's items have a tooltip and an icon
+    if _is_thunar(module):  # Thunar's items have a tooltip and an icon
         return module.MenuItem(name=name, label=label, tooltip=tip, icon=None)
     return module.MenuItem(name=name, label=label, tip=tip)
 
@@ -139,30 +143,96 @@ def _file_manager_module():
     return None
 
 
+def _reload(window):
+    """Reloads the folder a GTK 3 file manager's window shows, through its Ctrl+R; False once the
+    window is gone."""
+    try:
+        if not window.get_visible():
+            return False
+        import gi
+        gi.require_version("Gtk", "3.0")
+        gi.require_version("Gdk", "3.0")
+        from gi.repository import Gdk, Gtk
+        Gtk.accel_groups_activate(window, Gdk.KEY_r, Gdk.ModifierType.CONTROL_MASK)
+        return True
+    except Exception:
+        return False
+
+
+def _reload_application_windows():
+    """Reloads every window of a file manager that names no window to its extensions (Nautilus
+    43 on): GTK exports each window's "reload" action on the session bus. Both calls are
+    asynchronous, since they come back into this very process."""
+    try:
+        from gi.repository import Gio, GLib
+        application = Gio.Application.get_default()
+        bus, name = application.get_dbus_connection(), application.get_application_id()
+        windows = application.get_dbus_object_path() + "/window"
+    except Exception:
+        return
+
+    def reload_each(connection, result, _data):
+        try:
+            nodes = Gio.DBusNodeInfo.new_for_xml(connection.call_finish(result).unpack()[0]).nodes
+        except Exception:
+            return
+        for node in nodes:
+            connection.call(name, windows + "/" + node.path, "org.gtk.Actions", "Activate",
+                            GLib.Variant("(sava{sv})", ("reload", [], {})), None, Gio.DBusCallFlags.NONE, -1, None, None, None)
+
+    if bus is not None:
+        bus.call(name, windows, "org.freedesktop.DBus.Introspectable", "Introspect", None, GLib.VariantType("(s)"),
+                 Gio.DBusCallFlags.NONE, -1, None, reload_each, None)
+
+
 def _make_provider(module):
     from gi.repository import GObject
 
     class BrindlemarkMenuProvider(GObject.GObject, module.MenuProvider):
         def __init__(self):
             super().__init__()
-            self._monitor = None
-            try:  # Nemo and Caja keep a folder's menu until told that the items changed
+            self._windows = []  # the windows whose menus this provider filled
+            self._passes_windows = False  # Nautilus 43 on names no window
+            self._refresh_pending = False
+            try:
                 from gi.repository import Gio
                 self._monitor = Gio.File.new_for_path(templates_file()).monitor_file(Gio.FileMonitorFlags.NONE, None)
-                self._monitor.connect("changed", lambda *_: self._items_changed())
+                self._monitor.connect("changed", lambda *_: self._templates_changed())
             except Exception:
                 self._monitor = None
 
-        def _items_changed(self):
+        def _templates_changed(self):
+            # One save is several file events: the menus are refreshed once, shortly after.
+            if not self._refresh_pending:
+                self._refresh_pending = True
+                from gi.repository import GLib
+                GLib.timeout_add(200, self._refresh_menus)
+
+        def _refresh_menus(self):
+            self._refresh_pending = False
             try:
                 module.MenuProvider.emit_items_updated_signal(self)
             except Exception:
                 pass
+            # Nautilus, Nemo and Caja build a folder's background menu when they load the folder
+            # and keep it, whatever the signal says: their folder windows are reloaded, as the
+            # user's Reload (Ctrl+R) would, so that the next right-click is new.
+            self._windows = [window for window in self._windows if _reload(window)]
+            if not _is_thunar(module) and not self._passes_windows:
+                _reload_application_windows()
+            return False
+
+        def _remember(self, window):
+            self._passes_windows = self._passes_windows or window is not None
+            # Thunar asks at every right-click: its windows need no reload.
+            if window is not None and not _is_thunar(module) and not any(known is window for known in self._windows):
+                self._windows.append(window)
 
         # Nautilus 43 and later pass (files) and (folder); older versions and Nemo and Caja
         # pass the window first.
         def get_file_items(self, *args):
             try:
+                self._remember(args[0] if len(args) == 2 else None)
                 files = args[-1]
                 if len(files) != 1:
                     return []
@@ -173,6 +243,7 @@ def _make_provider(module):
 
         def get_background_items(self, *args):
             try:
+                self._remember(args[0] if len(args) == 2 else None)
                 folder = _local_folder(args[-1])
                 return build_menu(module, folder, "BrindlemarkBackground") if folder else []
             except Exception:
