@@ -109,7 +109,6 @@ int main(int argc, char** argv)
     QDir().mkpath(root + "/run");
     QFile::setPermissions(root + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     qputenv("XDG_RUNTIME_DIR", (root + "/run").toUtf8());
-    qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     // The new files are shown through xdg-open: a silent one keeps the benchmark off the desktop.
     QDir().mkpath(root + "/bin");

@@ -6,7 +6,7 @@ import json, os, pathlib, shlex, subprocess, sys, tempfile, unittest
 DOCTOR = os.environ["BRINDLEMARK_DOCTOR"]
 ID, PK = "org.brindlemark.Brindlemark.BrindlemarkFinderSync", shlex.quote(os.path.dirname(DOCTOR) + "/brindlemark-pluginkit")
 APPEX = shlex.quote(os.path.dirname(DOCTOR) + "/PlugIns/BrindlemarkFinderSync.appex")
-PACKAGES = ["python3-nautilus", "thunarx-python", "gir1.2-thunarx-3.0", "kde-cli-tools"]
+PACKAGES = ["python3-nautilus", "thunarx-python", "gir1.2-thunarx-3.0"]
 MENUS = {"Nautilus": ("nautilus-python/extensions/brindlemark_menu.py", "restart Nautilus: nautilus -q"),
          "Thunar": ("thunarx-python/extensions/brindlemark_menu.py", "restart Thunar: thunar -q"),
          "Dolphin": ("kio/servicemenus/brindlemark-new-file.desktop", "open a new Dolphin window")}
@@ -15,8 +15,7 @@ MIME = "xdg-mime default org.brindlemark.Brindlemark.desktop x-scheme-handler/br
 URLS = "brindlemark:// URLs (xdg-mime query default x-scheme-handler/brindlemark) ... "
 NO_TRAY = "System tray ... none: Brindlemark's window is then reached by running brindlemark again — fix: "
 SUPPORT = {"python3-nautilus": "Nautilus: extension support (python3-nautilus)",  # in the order of the report
-           "thunarx-python gir1.2-thunarx-3.0": "Thunar: extension support (thunarx-python, gir1.2-thunarx-3.0)",
-           "kde-cli-tools": "Dolphin: KDE command-line tools (kde-cli-tools)"}
+           "thunarx-python gir1.2-thunarx-3.0": "Thunar: extension support (thunarx-python, gir1.2-thunarx-3.0)"}
 menu = lambda name, verdict, fix=ENABLE: f"{name}: Brindlemark's menu (~/.local/share/{MENUS[name][0]}) ... {verdict} — fix: {fix}{MENUS[name][1]}"
 missing = lambda packages, verdict="missing": f"{SUPPORT[packages]} ... {verdict} — fix: sudo apt-get install {packages}"
 
@@ -28,7 +27,6 @@ CASES = [  # what differs from a machine with everything; the lines with a fix t
      [SUPPORT["thunarx-python gir1.2-thunarx-3.0"] + " ... missing gir1.2-thunarx-3.0 — fix: sudo apt-get install gir1.2-thunarx-3.0"]),
     ("no thunar support", {"packages": PACKAGES[1:3]},
      [missing("thunarx-python gir1.2-thunarx-3.0", "missing thunarx-python, gir1.2-thunarx-3.0")]),
-    ("no kde-cli-tools", {"packages": ["kde-cli-tools"]}, [missing("kde-cli-tools")]),
     ("thunar menu file gone", {"deleted": ["Thunar"]}, [menu("Thunar", "not installed, extension enabled")]),
     ("nautilus menu not listed", {"unlisted": ["Nautilus"]}, [menu("Nautilus", "not installed, extension enabled")]),
     ("dolphin folder gone", {"deleted": ["Dolphin"], "no_folder": True}, [

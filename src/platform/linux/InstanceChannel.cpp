@@ -10,7 +10,6 @@
 #include <thread>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace brindlemark::channel {
@@ -21,12 +20,6 @@ void appendNumber(std::string& out, std::uint32_t value)
 {
     for (int shift = 24; shift >= 0; shift -= 8)
         out.push_back(static_cast<char>((value >> shift) & 0xff));
-}
-
-std::uint32_t readNumber(const char* bytes)
-{
-    const auto* b = reinterpret_cast<const unsigned char*>(bytes);
-    return (std::uint32_t(b[0]) << 24) | (std::uint32_t(b[1]) << 16) | (std::uint32_t(b[2]) << 8) | b[3];
 }
 
 bool writeAll(int fd, const std::string& bytes)
@@ -112,7 +105,23 @@ std::string encodeMessage(const std::vector<std::string>& urls)
     return message + body;
 }
 
-bool decodeBody(const std::string& body, std::vector<std::string>& urls)
+std::uint32_t readNumber(const char* bytes)
+{
+    const auto* b = reinterpret_cast<const unsigned char*>(bytes);
+    return (std::uint32_t(b[0]) << 24) | (std::uint32_t(b[1]) << 16) | (std::uint32_t(b[2]) << 8) | b[3];
+}
+
+bool socketAddress(const std::string& path, sockaddr_un& address)
+{
+    address = sockaddr_un {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        return false;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+bool decodeBody(std::string_view body, std::vector<std::string>& urls)
 {
     if (body.size() < 4)
         return false;
@@ -125,7 +134,7 @@ bool decodeBody(const std::string& body, std::vector<std::string>& urls)
         at += 4;
         if (body.size() - at < length)
             return false;
-        urls.emplace_back(body, at, length);
+        urls.emplace_back(body.substr(at, length));
         at += length;
     }
     return at == body.size();
@@ -133,11 +142,9 @@ bool decodeBody(const std::string& body, std::vector<std::string>& urls)
 
 Forwarding forward(const std::string& path, const std::vector<std::string>& urls, int timeoutMilliseconds)
 {
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
+    sockaddr_un address;
+    if (!socketAddress(path, address))
         return Forwarding::NoInstance;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const std::string message = encodeMessage(urls);
     if (message.size() - 4 > LargestMessage)
         return Forwarding::TooLong;

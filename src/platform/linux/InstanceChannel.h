@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <sys/un.h>
 #include <vector>
 
 namespace brindlemark::channel {
@@ -31,11 +33,17 @@ std::string socketPath(const char* applicationIdentifier, std::string& problem);
 // True when the process at the other end of the connected socket runs as this user.
 bool peerIsThisUser(int fd);
 
+// The socket's address; false when the path is too long for one.
+bool socketAddress(const std::string& path, sockaddr_un& address);
+
 std::string encodeMessage(const std::vector<std::string>& urls);
+
+// A 32-bit big-endian number of the message: a length or a count.
+std::uint32_t readNumber(const char* bytes);
 
 // The URLs of a message body (without its length prefix); false when it is malformed or has
 // bytes after its last URL.
-bool decodeBody(const std::string& body, std::vector<std::string>& urls);
+bool decodeBody(std::string_view body, std::vector<std::string>& urls);
 
 enum class Forwarding { Delivered, NoInstance, Failed, Stranger, TooLong };
 

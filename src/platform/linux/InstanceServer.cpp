@@ -7,10 +7,8 @@
 #include <QSocketNotifier>
 
 #include <cerrno>
-#include <cstring>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace brindlemark {
@@ -48,11 +46,9 @@ bool InstanceServer::listen(const QString& socketPath)
 
 bool InstanceServer::bindListener()
 {
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    if (m_path.size() >= sizeof(address.sun_path))
+    sockaddr_un address;
+    if (!channel::socketAddress(m_path, address))
         return false;
-    std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0)
         return false;
@@ -112,9 +108,7 @@ void InstanceServer::read(int fd)
     for (;;) {
         std::size_t wanted = 4 - std::min<std::size_t>(received.size(), 4);
         if (received.size() >= 4) {
-            std::uint32_t size = 0;
-            for (int i = 0; i < 4; ++i)
-                size = (size << 8) | static_cast<unsigned char>(received[std::size_t(i)]);
+            const std::uint32_t size = channel::readNumber(received.data());
             if (size > channel::LargestMessage) {
                 drop(fd);
                 return;
@@ -141,7 +135,7 @@ void InstanceServer::read(int fd)
     }
 
     std::vector<std::string> decoded;
-    if (!channel::decodeBody(received.substr(4), decoded)) {
+    if (!channel::decodeBody(std::string_view(received).substr(4), decoded)) {
         drop(fd);
         return;
     }

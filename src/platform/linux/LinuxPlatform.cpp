@@ -202,9 +202,10 @@ std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& ur
 
 void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)> deliver)
 {
-    std::string problem;
-    if (m_socketPath.empty()) // not through the hand-off (started in-process, as in tests)
+    if (m_socketPath.empty()) { // not through the hand-off (started in-process, as in tests)
+        std::string problem;
         m_socketPath = channel::socketPath(ApplicationBundleIdentifier, problem);
+    }
     const QString socketPath = QString::fromStdString(m_socketPath);
     m_server = std::make_unique<InstanceServer>();
     QObject::connect(m_server.get(), &InstanceServer::urlsReceived, m_server.get(), std::move(deliver));

@@ -63,9 +63,8 @@ std::string percentEncoded(const std::string& text)
 int main(int argc, char** argv)
 {
     using namespace brindlemark;
-    const std::string application = applicationPath();
     if (argc > 1 && std::strcmp(argv[1], "--doctor") == 0) {
-        const std::string doctor = besideApplication(application, "brindlemark-doctor");
+        const std::string doctor = besideApplication(applicationPath(), "brindlemark-doctor");
         argv[1] = const_cast<char*>(doctor.c_str());
         ::execv(doctor.c_str(), argv + 1);
         std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", doctor.c_str(), std::strerror(errno));
@@ -74,19 +73,16 @@ int main(int argc, char** argv)
 
     // "--in FOLDER" gives every URL that folder as its "path": a file manager's menu entry passes
     // the folder as an argument of its own, where it cannot be written into the URL.
+    auto isFolderOption = [&](int i) { return std::strcmp(argv[i], "--in") == 0 && i + 1 < argc; };
     std::string folder;
     bool inFolder = false;
     std::vector<std::string> urls;
-    std::vector<char*> forwarded{nullptr}; // what brindlemark-app gets, when it is to be started
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--in") == 0 && i + 1 < argc) {
+        if (isFolderOption(i)) {
             folder = argv[++i];
             inFolder = true;
         } else if (isUrlArgument(argv[i])) {
             urls.emplace_back(argv[i]);
-            forwarded.push_back(nullptr); // the URL, once complete
-        } else {
-            forwarded.push_back(argv[i]);
         }
     }
     for (std::string& url : urls)
@@ -95,11 +91,17 @@ int main(int argc, char** argv)
 
     if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, urls))
         return *handedOff;
-    forwarded[0] = const_cast<char*>(application.c_str());
+
+    // brindlemark-app gets the same arguments, with the URLs completed and "--in" consumed.
+    const std::string application = applicationPath();
+    std::vector<char*> forwarded{const_cast<char*>(application.c_str())};
     auto url = urls.begin();
-    for (std::size_t i = 1; i < forwarded.size(); ++i)
-        if (!forwarded[i])
-            forwarded[i] = (url++)->data();
+    for (int i = 1; i < argc; ++i) {
+        if (isFolderOption(i))
+            ++i;
+        else
+            forwarded.push_back(isUrlArgument(argv[i]) ? (url++)->data() : argv[i]);
+    }
     forwarded.push_back(nullptr);
     // Started for URLs (by the desktop's URL opener), Brindlemark goes on in the background and
     // this launch returns at once, as opening a URL does; started by the user, it stays in the
