@@ -5,7 +5,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 build_project
-ensure_packages python3 desktop-file-utils   # the file-manager menu tests
+ensure_packages python3 desktop-file-utils xvfb dbus-daemon   # the menu tests; an X server and a bus of the tests' own
 # A short run of every fuzz target first (a clang build of its own), then the test suite.
 if [ $# -eq 0 ]; then
     bash "$BRINDLEMARK_ROOT/scripts/fuzz.sh" 10

@@ -2,6 +2,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/MainWindow.h"
+#include "bridge/LaunchArguments.h"
 #include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"
@@ -30,11 +31,15 @@ void AppDelegate::applicationWillFinishLaunching()
 {
     // The handler for later launches, installed before the start-up sequence runs: a URL that
     // arrives meanwhile is handled first and keeps the window hidden. No URL: a reopen.
-    m_platform.receiveLaterLaunches([this](const QStringList& urls) {
-        if (urls.isEmpty())
+    m_platform.receiveLaterLaunches([this](const QStringList& items) {
+        if (items.isEmpty())
             applicationShouldHandleReopen(window() && window()->isVisible());
-        for (const QString& url : urls)
-            handleGetURLEvent(url);
+        for (const QString& item : items) {
+            if (isFolderCommandArgument(item.toUtf8().constData()))
+                handleFolderCommand(item);
+            else
+                handleGetURLEvent(item);
+        }
     });
 }
 

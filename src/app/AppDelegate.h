@@ -82,6 +82,9 @@ public:
     void createTemplateInFinderFolder(QObject* sender = nullptr);
     void openTerminalInFinderFolder(QObject* sender = nullptr);
     void openITermInFinderFolder(QObject* sender = nullptr);
+    // A keyboard shortcut's command ("--new-file", "--new-file=ID", "--open-terminal"): the
+    // same commands, for the same folder.
+    void handleFolderCommand(const QString& command);
 
     // The file-manager extension and the file manager.
     QString extensionBundlePath() const;

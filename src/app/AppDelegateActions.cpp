@@ -100,6 +100,18 @@ void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(fo
 
 void AppDelegate::openITermInFinderFolder(QObject*) { openITermInFolder(folderForCommand()); }
 
+void AppDelegate::handleFolderCommand(const QString& command)
+{
+    m_handledURLLaunch = true;
+    static const QString newFileWith = QStringLiteral("--new-file=");
+    if (command == QLatin1String("--open-terminal"))
+        openTerminalInFinderFolder();
+    else if (command.startsWith(newFileWith) && command.size() > newFileWith.size())
+        createTemplate(templateWithIdentifier(command.mid(newFileWith.size())), folderForCommand());
+    else if (command.startsWith(QLatin1String("--new-file")))
+        createInFinderFolder();
+}
+
 // ---- the file-manager extension ----------------------------------------------------------
 
 QString AppDelegate::extensionBundlePath() const

@@ -13,12 +13,17 @@ namespace brindlemark {
 
 int runBrindlemark(int argc, char** argv)
 {
-    QStringList urls;
-    for (int i = 1; i < argc; ++i)
+    QStringList urls, folderCommands, forwarded;
+    for (int i = 1; i < argc; ++i) {
+        if (isForwardedArgument(argv[i]))
+            forwarded << QString::fromLocal8Bit(argv[i]);
         if (isUrlArgument(argv[i]))
-            urls << QString::fromLocal8Bit(argv[i]);
+            urls << forwarded.constLast();
+        else if (isFolderCommandArgument(argv[i]))
+            folderCommands << forwarded.constLast();
+    }
     const std::unique_ptr<Platform> platform = createPlatform();
-    if (const std::optional<int> handedOff = platform->handOffToRunningInstance(urls))
+    if (const std::optional<int> handedOff = platform->handOffToRunningInstance(forwarded))
         return *handedOff;
 
     QApplication application(argc, argv);
@@ -36,6 +41,15 @@ int runBrindlemark(int argc, char** argv)
     for (const QString& url : urls)
         delegate.handleGetURLEvent(url);
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
+    // A keyboard shortcut's command needs the templates: it runs once launching has finished,
+    // and like a URL it keeps the window hidden.
+    if (!folderCommands.isEmpty()) {
+        delegate.setHandledURLLaunch(true);
+        QTimer::singleShot(0, &delegate, [&delegate, folderCommands] {
+            for (const QString& command : folderCommands)
+                delegate.handleFolderCommand(command);
+        });
+    }
     return application.exec();
 }
 

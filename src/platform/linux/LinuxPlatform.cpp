@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "Identifiers.h"
+#include "platform/linux/FrontFolder.h"
 #include "platform/linux/IniFile.h"
 #include "platform/linux/InstanceChannel.h"
 #include "platform/linux/InstanceServer.h"
@@ -101,9 +102,10 @@ void LinuxPlatform::openSettings()
 
 std::optional<QString> LinuxPlatform::frontFileManagerFolder()
 {
-    // The freedesktop file-manager interface can show folders but cannot say which window is in
-    // front, and the file managers' own interfaces do not either: there is no reliable answer.
-    return std::nullopt;
+    // Asked at every command, never remembered: the user may have moved to another window since.
+    // However slowly a file manager answers, the command waits at most a tenth of a second.
+    return frontfolder::frontFolder(QCoreApplication::applicationPid(), frontfolder::sessionBusIfRunning(),
+                                    QDeadlineTimer(100));
 }
 
 QString LinuxPlatform::desktopFolder()

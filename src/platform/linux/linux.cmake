@@ -17,6 +17,13 @@ add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/PluginRe
             ${linux}/XdgFolders.cpp)
 target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
 
+# The front file-manager folder: the X server (xcb) and the file managers' D-Bus interfaces.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET GLOBAL xcb)
+add_library(brindlemark_front_folder STATIC ${linux}/FrontFolder.cpp)
+target_link_libraries(brindlemark_front_folder PUBLIC Qt6::DBus PRIVATE PkgConfig::XCB)
+target_include_directories(brindlemark_front_folder PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+
 add_library(brindlemark_platform STATIC
   platform/Platform.cpp
   ${linux}/InstanceServer.cpp
@@ -24,7 +31,7 @@ add_library(brindlemark_platform STATIC
 )
 target_link_libraries(brindlemark_platform
   PUBLIC brindlemark_core
-  PRIVATE brindlemark_linux_base brindlemark_channel Qt6::Widgets Qt6::DBus)
+  PRIVATE brindlemark_linux_base brindlemark_channel brindlemark_front_folder Qt6::Widgets Qt6::DBus)
 
 # What the desktop and the user run: forwards to a running instance without loading Qt.
 add_executable(brindlemark ${linux}/launcher/main.cpp)

@@ -6,6 +6,9 @@
 //
 //   brindlemark [URL...]               hand the URLs to Brindlemark (none: show its window)
 //   brindlemark --in FOLDER URL...     the same, each URL given FOLDER as its "path"
+//   brindlemark --new-file[=ID]        a new file (from the template ID) in the folder the file
+//                                      manager shows: for a keyboard shortcut
+//   brindlemark --open-terminal        a terminal at the folder the file manager shows
 //   brindlemark --doctor               say what the file managers' menus need on this machine
 #include "Identifiers.h"
 #include "bridge/LaunchArguments.h"
@@ -76,44 +79,44 @@ int main(int argc, char** argv)
     auto isFolderOption = [&](int i) { return std::strcmp(argv[i], "--in") == 0 && i + 1 < argc; };
     std::string folder;
     bool inFolder = false;
-    std::vector<std::string> urls;
+    std::vector<std::string> forwarded; // the URLs and the folder commands, in order
     for (int i = 1; i < argc; ++i) {
         if (isFolderOption(i)) {
             folder = argv[++i];
             inFolder = true;
-        } else if (isUrlArgument(argv[i])) {
-            urls.emplace_back(argv[i]);
+        } else if (isForwardedArgument(argv[i])) {
+            forwarded.emplace_back(argv[i]);
         }
     }
-    for (std::string& url : urls)
-        if (inFolder)
+    for (std::string& url : forwarded)
+        if (inFolder && isUrlArgument(url.c_str()))
             url += (url.find('?') == std::string::npos ? "?path=" : "&path=") + percentEncoded(folder);
 
-    if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, urls))
+    if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, forwarded))
         return *handedOff;
 
     // brindlemark-app gets the same arguments, with the URLs completed and "--in" consumed.
     const std::string application = applicationPath();
-    std::vector<char*> forwarded{const_cast<char*>(application.c_str())};
-    auto url = urls.begin();
+    std::vector<char*> arguments{const_cast<char*>(application.c_str())};
+    auto item = forwarded.begin();
     for (int i = 1; i < argc; ++i) {
         if (isFolderOption(i))
             ++i;
         else
-            forwarded.push_back(isUrlArgument(argv[i]) ? (url++)->data() : argv[i]);
+            arguments.push_back(isForwardedArgument(argv[i]) ? (item++)->data() : argv[i]);
     }
-    forwarded.push_back(nullptr);
-    // Started for URLs (by the desktop's URL opener), Brindlemark goes on in the background and
-    // this launch returns at once, as opening a URL does; started by the user, it stays in the
-    // foreground.
-    if (!urls.empty()) {
+    arguments.push_back(nullptr);
+    // Started for URLs (by the desktop's URL opener) or a keyboard shortcut, Brindlemark goes on
+    // in the background and this launch returns at once, as opening a URL does; started by the
+    // user, it stays in the foreground.
+    if (!forwarded.empty()) {
         const pid_t child = ::fork();
         if (child > 0)
             return 0;
         if (child == 0)
             ::setsid();
     }
-    ::execv(application.c_str(), forwarded.data());
+    ::execv(application.c_str(), arguments.data());
     std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", application.c_str(), std::strerror(errno));
     return 1;
 }

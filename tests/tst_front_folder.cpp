@@ -1,0 +1,463 @@
+// The folder the user is looking at: front-window choice on a real X server (Xvfb) with windows
+// carrying the properties window managers and file managers set, stand-in Nautilus and Dolphin
+// services on a private session bus, and the keyboard shortcut's commands through the launcher.
+#include "TestSupport.h"
+
+#include "platform/linux/FrontFolder.h"
+
+#include <QDBusConnection>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QScopeGuard>
+
+#include <csignal>
+#include <memory>
+#include <xcb/xcb.h>
+
+using namespace brindlemark;
+using namespace brindlemark::frontfolder;
+
+namespace {
+
+constexpr qint64 OwnPid = 4242; // the pid the tests' "own" windows carry
+
+// Draws windows on the test's X server and plays the window manager's part: the root window's
+// stacking list and active window are what the test says.
+class Windows {
+public:
+    Windows() : m_c(xcb_connect(nullptr, nullptr))
+    {
+        if (connected())
+            m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
+    }
+    ~Windows()
+    {
+        for (xcb_window_t w : m_made)
+            xcb_destroy_window(m_c, w);
+        clearRoot();
+        xcb_disconnect(m_c);
+    }
+    bool connected() const { return !xcb_connection_has_error(m_c); }
+
+    xcb_atom_t atom(const char* name)
+    {
+        std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
+            xcb_intern_atom_reply(m_c, xcb_intern_atom(m_c, 0, std::uint16_t(std::strlen(name)), name), nullptr), &std::free);
+        return reply->atom;
+    }
+    void set(xcb_window_t w, const char* property, xcb_atom_t type, int format, const void* data, std::uint32_t count)
+    {
+        xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, w, atom(property), type, std::uint8_t(format), count, data);
+        sync();
+    }
+    void setText(xcb_window_t w, const char* property, const QByteArray& text, xcb_atom_t type = XCB_ATOM_STRING)
+    {
+        set(w, property, type, 8, text.constData(), std::uint32_t(text.size()));
+    }
+    void setWords(xcb_window_t w, const char* property, xcb_atom_t type, const QList<std::uint32_t>& words)
+    {
+        set(w, property, type, 32, words.constData(), std::uint32_t(words.size()));
+    }
+
+    // A top-level window: "instance\0Class\0" and the rest as a file manager sets them.
+    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = QString(), bool map = false)
+    {
+        const xcb_window_t w = xcb_generate_id(m_c);
+        xcb_create_window(m_c, XCB_COPY_FROM_PARENT, w, m_root, 0, 0, 50, 50, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                          XCB_COPY_FROM_PARENT, 0, nullptr);
+        setText(w, "WM_CLASS", wmClass + '\0' + wmClass + '\0');
+        if (pid)
+            setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
+        if (!title.isNull())
+            setText(w, "_NET_WM_NAME", title.toUtf8(), atom("UTF8_STRING"));
+        if (map)
+            xcb_map_window(m_c, w);
+        m_made << w;
+        return w;
+    }
+    void stack(const QList<xcb_window_t>& bottomToTop, xcb_window_t active = XCB_WINDOW_NONE)
+    {
+        setWords(m_root, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, bottomToTop);
+        setWords(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {active});
+        sync();
+    }
+    void clearRoot()
+    {
+        xcb_delete_property(m_c, m_root, atom("_NET_CLIENT_LIST_STACKING"));
+        xcb_delete_property(m_c, m_root, atom("_NET_ACTIVE_WINDOW"));
+        sync();
+    }
+    void sync() { std::free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
+
+    // The mapped top-level windows whose WM_CLASS names `program`.
+    int mappedWindowsOf(const QByteArray& program)
+    {
+        int count = 0;
+        auto* tree = xcb_query_tree_reply(m_c, xcb_query_tree(m_c, m_root), nullptr);
+        for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
+            const xcb_window_t w = xcb_query_tree_children(tree)[i];
+            auto* attributes = xcb_get_window_attributes_reply(m_c, xcb_get_window_attributes(m_c, w), nullptr);
+            auto* wmClass = xcb_get_property_reply(m_c, xcb_get_property(m_c, 0, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64), nullptr);
+            if (attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE && wmClass &&
+                QByteArray(static_cast<const char*>(xcb_get_property_value(wmClass)), xcb_get_property_value_length(wmClass)).contains(program))
+                ++count;
+            std::free(attributes);
+            std::free(wmClass);
+        }
+        std::free(tree);
+        return count;
+    }
+
+private:
+    xcb_connection_t* m_c;
+    xcb_window_t m_root = XCB_WINDOW_NONE;
+    QList<xcb_window_t> m_made;
+};
+
+// A stand-in file manager on the test's bus, described as the helper takes it; its unique bus
+// name and pid once it answers.
+struct FakeFileManager {
+    QProcess process;
+    QString busName;
+    bool start(const QJsonObject& setup)
+    {
+        process.start(FAKE_FILE_MANAGER, {QString::fromUtf8(QJsonDocument(setup).toJson(QJsonDocument::Compact))});
+        if (!process.waitForReadyRead(10'000))
+            return false;
+        busName = QString::fromUtf8(process.readLine()).trimmed();
+        return !busName.isEmpty();
+    }
+    qint64 pid() const { return process.processId(); }
+    ~FakeFileManager()
+    {
+        process.kill();
+        process.waitForFinished();
+    }
+};
+
+QString uri(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }
+
+// The windows of a stacking-list case, bottom to top, in a few words each:
+//   NAME[@TYPE][!hidden][>N]   NAME a file manager's class, "xterm", or "own" (this process's);
+//   @TYPE a _NET_WM_WINDOW_TYPE suffix; >N transient for the N-th window.
+QList<xcb_window_t> makeStack(Windows& x, const QString& description)
+{
+    const QStringList words = description.split(u' ', Qt::SkipEmptyParts);
+    QList<xcb_window_t> made;
+    for (const QString& word : words) {
+        static const QRegularExpression form(R"(^([\w.]+)(?:@(\w+))?(!hidden)?(?:>(\d+))?$)");
+        const QRegularExpressionMatch m = form.match(word);
+        const bool own = m.captured(1) == "own";
+        const xcb_window_t w = x.make(own ? QByteArray("brindlemark-app") : m.captured(1).toUtf8(), own ? OwnPid : 100);
+        if (m.hasCaptured(2))
+            x.setWords(w, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, {x.atom(("_NET_WM_WINDOW_TYPE_" + m.captured(2)).toLatin1())});
+        if (m.hasCaptured(3))
+            x.setWords(w, "_NET_WM_STATE", XCB_ATOM_ATOM, {x.atom("_NET_WM_STATE_HIDDEN")});
+        made << w;
+    }
+    for (int i = 0; i < words.size(); ++i)
+        if (const qsizetype at = words[i].indexOf(u'>'); at > 0)
+            x.setWords(made[i], "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, {made[words[i].mid(at + 1).toInt()]});
+    return made;
+}
+
+} // namespace
+
+class FrontFolderTest : public QObject {
+    Q_OBJECT
+
+    QProcess m_xvfb, m_bus;
+    QTemporaryDir m_busFolder;
+    QString m_display, m_busAddress;
+
+    QDBusConnection bus() { return QDBusConnection::connectToBus(m_busAddress, "front-folder-test"); }
+
+private slots:
+    void initTestCase()
+    {
+        // One X server and one session bus of the test's own, for the whole program.
+        m_xvfb.start("Xvfb", {"-displayfd", "1", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
+        QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
+        m_display = ":" + QString::fromLatin1(m_xvfb.readLine()).trimmed();
+        m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1", "--address=unix:path=" + m_busFolder.filePath("bus")});
+        QVERIFY2(m_bus.waitForReadyRead(20'000), "dbus-daemon did not start (Debian package dbus-daemon)");
+        m_busAddress = QString::fromLatin1(m_bus.readLine()).trimmed();
+        qputenv("DISPLAY", m_display.toUtf8());
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
+        qunsetenv("WAYLAND_DISPLAY");
+        qputenv("XDG_SESSION_TYPE", "x11");
+    }
+    void cleanupTestCase()
+    {
+        m_bus.kill();
+        m_xvfb.kill();
+        m_bus.waitForFinished();
+        m_xvfb.waitForFinished();
+    }
+
+    void frontWindow_data()
+    {
+        QTest::addColumn<QString>("stack");
+        QTest::addColumn<int>("active");
+        QTest::addColumn<int>("expected"); // index in the stack; -1 none
+
+        QTest::newRow("the upper of two") << "nemo org.gnome.Nautilus" << -1 << 1;
+        QTest::newRow("the active one first") << "nemo org.gnome.Nautilus" << 0 << 0;
+        QTest::newRow("another program above") << "dolphin xterm" << 1 << 0;
+        QTest::newRow("own window above") << "thunar own" << 1 << 0;
+        QTest::newRow("panels, menus, tooltips") << "caja nemo@DOCK dolphin@POPUP_MENU thunar@TOOLTIP nemo@NOTIFICATION caja@DROPDOWN_MENU" << -1 << 0;
+        QTest::newRow("the desktop a file manager draws") << "caja@DESKTOP" << 0 << -1;
+        QTest::newRow("a minimised one") << "nemo dolphin!hidden" << -1 << 0;
+        QTest::newRow("a dialog stands for its owner") << "nemo dolphin xterm@DIALOG>0" << 2 << 0;
+        QTest::newRow("own dialog") << "nemo own own@DIALOG>1" << 2 << 0;
+        QTest::newRow("another program's dialog") << "caja xterm xterm@DIALOG>1" << -1 << 0;
+        QTest::newRow("transients in a loop") << "caja xterm>2 xterm>1" << -1 << 0;
+        QTest::newRow("none at all") << "xterm own" << 1 << -1;
+    }
+    void frontWindow()
+    {
+        QFETCH(QString, stack);
+        QFETCH(int, active);
+        QFETCH(int, expected);
+        Windows x;
+        QVERIFY(x.connected());
+        const QList<xcb_window_t> made = makeStack(x, stack);
+        x.stack(made, active < 0 ? xcb_window_t(XCB_WINDOW_NONE) : made[active]);
+        const std::optional<Window> front = frontFileManagerWindow(OwnPid);
+        QCOMPARE(front ? int(made.indexOf(front->id)) : -1, expected);
+    }
+
+    void withoutWindowManager()
+    {
+        // No stacking list: the mapped windows in the server's own order, unmapped ones not.
+        Windows x;
+        QVERIFY(x.connected());
+        x.clearRoot();
+        const xcb_window_t lower = x.make("nemo", 100, "/tmp", true);
+        x.make("caja", 100, "/", false);
+        x.sync();
+        const std::optional<Window> front = frontFileManagerWindow(OwnPid);
+        QVERIFY(front);
+        QCOMPARE(front->id, lower);
+        QCOMPARE(front->fileManager, FileManager::Nemo);
+        QCOMPARE(front->title, QString("/tmp"));
+    }
+
+    void nautilusTabs_data()
+    {
+        QTest::addColumn<QStringList>("tabs");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("expected"); // empty: none
+        const QString home = "file:///home/ann";
+        QTest::newRow("one tab") << QStringList{home + "/alpha"} << "alpha" << "/home/ann/alpha";
+        QTest::newRow("percent-decoded, by name not by order")
+            << QStringList{home + "/Beta%20Folder", home + "/Gr%C3%B6%C3%9Fe", home + "/alpha"} << "Größe" << "/home/ann/Größe";
+        QTest::newRow("trailing slash") << QStringList{"file:///srv/x/", "file:///srv/y"} << "x" << "/srv/x";
+        QTest::newRow("the root") << QStringList{"file:///srv", "file:///"} << "/" << "/";
+        QTest::newRow("home's display name, one tab") << QStringList{home} << "Home" << "/home/ann";
+        QTest::newRow("home's display name beside folders") << QStringList{"file:///srv/x", home} << "Persönlicher Ordner" << "/home/ann";
+        QTest::newRow("home beside a place that is no folder") << QStringList{home, "trash:///"} << "Home" << "";
+        QTest::newRow("the trash in front") << QStringList{"file:///srv/x", "trash:///"} << "Trash" << "";
+        QTest::newRow("a remote place of the same name") << QStringList{"file:///srv/x", "sftp://host/srv/x"} << "x" << "";
+        QTest::newRow("two folders of that name") << QStringList{"file:///srv/x", "file:///opt/x"} << "x" << "";
+        QTest::newRow("one folder twice") << QStringList{"file:///srv/x", "file:///srv/x"} << "x" << "/srv/x";
+        QTest::newRow("a file URI of another host") << QStringList{"file://elsewhere/srv/x"} << "x" << "";
+        QTest::newRow("one place, not a folder") << QStringList{"recent:///"} << "Recent" << "";
+        QTest::newRow("no tabs") << QStringList{} << "x" << "";
+    }
+    void nautilusTabs()
+    {
+        QFETCH(QStringList, tabs);
+        QFETCH(QString, title);
+        QFETCH(QString, expected);
+        QCOMPARE(nautilusFolder(tabs, title, "/home/ann/").value_or(QString()), expected);
+    }
+
+    void fullPathTitles()
+    {
+        TestHome home;
+        for (const char* folder : {"alpha", "Beta Folder", "a - b", "Größe"})
+            QVERIFY(QDir().mkpath(home.file(folder)));
+        QVERIFY(writeFile(home.file("notes.txt"), "x"));
+        const QString h = home.path();
+        expectEach([](const QString& title) { return folderFromFullPathTitle(title).value_or("none"); },
+                   {
+                       {h + "/alpha", h + "/alpha"},
+                       {h + "/Beta Folder - File Manager", h + "/Beta Folder"},
+                       {h + "/a - b", h + "/a - b"},
+                       {h + "/a - b — Dolphin", h + "/a - b"},
+                       {h + "/Größe – Caja", h + "/Größe"},
+                       {"~/alpha", h + "/alpha"},
+                       {"alpha", "none"},
+                       {h + "/missing - File Manager", "none"},
+                       {h + "/notes.txt", "none"},
+                       {"", "none"},
+                   });
+    }
+
+    void throughTheFileManagers()
+    {
+        TestHome home;
+        const QString alpha = home.file("alpha"), beta = home.file("Beta Folder"), gone = home.file("gone");
+        for (const QString& folder : {alpha, beta, gone})
+            QVERIFY(QDir().mkpath(folder));
+        Windows x;
+        QVERIFY(x.connected());
+        QDBusConnection connection = bus();
+        QVERIFY(connection.isConnected());
+        QDeadlineTimer unhurried(5'000);
+
+        // Nautilus: two windows, the second with two tabs; its object path in both places.
+        FakeFileManager nautilus;
+        QVERIFY(nautilus.start({{"kind", "nautilus"},
+                                {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}},
+                                                        {"/org/gnome/Nautilus/window/2", QJsonArray{uri(alpha), uri(beta), "trash:///"}}}}}));
+        auto nautilusWindow = [&](int n, const QString& title) {
+            const xcb_window_t w = x.make("org.gnome.Nautilus", nautilus.pid(), title);
+            x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/" + QByteArray::number(n), x.atom("UTF8_STRING"));
+            x.setText(w, "_GTK_UNIQUE_BUS_NAME", nautilus.busName.toUtf8(), x.atom("UTF8_STRING"));
+            return w;
+        };
+        const xcb_window_t n1 = nautilusWindow(1, "alpha"), n2 = nautilusWindow(2, "Beta Folder");
+        x.stack({n1, n2});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), beta);
+        x.stack({n2, n1});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), alpha);
+        x.setText(n2, "_NET_WM_NAME", "Trash", x.atom("UTF8_STRING"));
+        x.stack({n1, n2});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+        x.stack({n1, nautilusWindow(3, "alpha")}); // a window Nautilus does not list
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+        x.stack({n1});
+        QCOMPARE(frontFolder(OwnPid, QDBusConnection("no bus"), unhurried), std::nullopt);
+
+        // Dolphin: its windows by their X ids; a title that is a full path, confirmed; a title
+        // that is a folder name, confirmed when exactly one such folder is open.
+        FakeFileManager dolphin;
+        const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"), d2 = x.make("dolphin", 0, "Beta Folder — Dolphin");
+        QVERIFY(dolphin.start({{"kind", "dolphin"},
+                               {"windows", QJsonArray{QJsonObject{{"winId", qint64(d1)}, {"open", QJsonArray{uri(alpha)}}},
+                                                      QJsonObject{{"winId", qint64(d2)}, {"open", QJsonArray{uri(alpha), uri(beta)}}}}}}));
+        for (xcb_window_t w : {d1, d2})
+            x.setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.pid())});
+        x.stack({d2, d1});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), alpha);
+        x.stack({d1, d2});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), beta);
+        x.setText(d2, "_NET_WM_NAME", (gone + " — Dolphin").toUtf8(), x.atom("UTF8_STRING")); // not open there
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+        x.setText(d2, "_NET_WM_NAME", "Home — Dolphin", x.atom("UTF8_STRING")); // neither is the home folder
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+
+        // The others by their titles, when those show a full path; a folder removed meanwhile
+        // is no answer.
+        const xcb_window_t nemo = x.make("nemo", 100, gone);
+        x.stack({d1, nemo});
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), gone);
+        QVERIFY(QDir(gone).removeRecursively());
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+        x.setText(nemo, "_NET_WM_NAME", "alpha", x.atom("UTF8_STRING"));
+        QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
+    }
+
+    void boundedAndQuietWithoutAnswers()
+    {
+        TestHome home;
+        QVERIFY(QDir().mkpath(home.file("alpha")));
+        Windows x;
+        QVERIFY(x.connected());
+        // A Nautilus that holds its names and never answers: the query ends at its deadline.
+        FakeFileManager hung;
+        QVERIFY(hung.start({{"kind", "nautilus"}, {"hang", true}}));
+        const xcb_window_t w = x.make("org.gnome.Nautilus", hung.pid(), "alpha");
+        x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/1");
+        x.setText(w, "_GTK_UNIQUE_BUS_NAME", hung.busName.toUtf8());
+        x.stack({w});
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(100)), std::nullopt);
+        QVERIFY2(clock.elapsed() < 2'000, qPrintable(QString::number(clock.elapsed()))); // not D-Bus's 25 s
+
+        // No X server, or none where DISPLAY points: nothing.
+        const QByteArray display = qgetenv("DISPLAY");
+        const auto restore = qScopeGuard([&] { qputenv("DISPLAY", display); });
+        for (const char* nowhere : {"", ":4093"}) {
+            qputenv("DISPLAY", nowhere);
+            QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
+        }
+
+        // No bus named and none in the runtime folder: not connected, and none started.
+        const QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+        const auto restoreBus = qScopeGuard([&] { qputenv("DBUS_SESSION_BUS_ADDRESS", address); });
+        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        QVERIFY(!sessionBusIfRunning().isConnected());
+        qputenv("XDG_RUNTIME_DIR", m_busFolder.path().toUtf8()); // the bus at its standard place
+        QVERIFY(sessionBusIfRunning().isConnected());
+    }
+
+    void onWaylandOnlyWhatIsCertain()
+    {
+        TestHome home;
+        QVERIFY(QDir().mkpath(home.file("alpha")));
+        qputenv("XDG_SESSION_TYPE", "wayland");
+        const auto restore = qScopeGuard([] { qputenv("XDG_SESSION_TYPE", "x11"); });
+        Windows x;
+        QVERIFY(x.connected());
+        x.stack({x.make("nemo", 100, "/")}); // X windows say nothing about Wayland's front window
+        QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), std::nullopt);
+        {
+            FakeFileManager one;
+            QVERIFY(one.start({{"kind", "nautilus"}, {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(home.file("alpha"))}}}}}));
+            QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), home.file("alpha"));
+        }
+        FakeFileManager two;
+        QVERIFY(two.start({{"kind", "nautilus"},
+                           {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(home.file("alpha"))}},
+                                                   {"/org/gnome/Nautilus/window/2", QJsonArray{uri(home.path())}}}}}));
+        QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), std::nullopt);
+    }
+
+    void keyboardShortcutCommands()
+    {
+        // The launcher as a keyboard shortcut runs it: the first one starts Brindlemark without
+        // its window, and each command acts on the front file-manager window's folder.
+        TestHome home;
+        auto instancePid = [] { return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock").split('\n')[0].toLongLong()); };
+        const auto stop = qScopeGuard([&] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
+        const QString alpha = home.file("Pro jects/alpha"), desktop = home.file("Desktop");
+        QVERIFY(QDir().mkpath(alpha) && QDir().mkpath(desktop));
+        writeScript(home.file("bin/xdg-open"), "exit 0");
+        writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
+        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
+        qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
+        qputenv("QT_QPA_PLATFORM", "xcb"); // Brindlemark's own windows on the test's X server
+        const auto offscreen = qScopeGuard([] { qputenv("QT_QPA_PLATFORM", "offscreen"); });
+
+        Windows x;
+        QVERIFY(x.connected());
+        FakeFileManager nautilus;
+        QVERIFY(nautilus.start({{"kind", "nautilus"}, {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}}}}}));
+        const xcb_window_t w = x.make("org.gnome.Nautilus", nautilus.pid(), "alpha");
+        x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/1");
+        x.setText(w, "_GTK_UNIQUE_BUS_NAME", nautilus.busName.toUtf8());
+        x.stack({w});
+
+        auto launch = [](const QStringList& arguments) { return QProcess::execute(BRINDLEMARK_EXECUTABLE, arguments); };
+        QCOMPARE(launch({"--new-file"}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(entries(alpha), QStringList{"New Text File.txt"}, 20'000);
+        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), alpha.toUtf8() + "\n", 20'000);
+        QCOMPARE(entries(alpha), QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
+        QCOMPARE(x.mappedWindowsOf("rindlemark"), 0);
+
+        // No file-manager window: the Desktop. A plain launch then shows the window, as always.
+        x.stack({});
+        QCOMPARE(launch({"--new-file"}), 0);
+        QCOMPARE(entries(desktop), QStringList{"New Text File.txt"});
+        QCOMPARE(launch({}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(x.mappedWindowsOf("rindlemark"), 1, 20'000);
+    }
+};
+
+QTEST_GUILESS_MAIN(FrontFolderTest)
+#include "tst_front_folder.moc"
