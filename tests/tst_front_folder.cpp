@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <memory>
+#include <sys/prctl.h>
 #include <xcb/xcb.h>
 
 using namespace brindlemark;
@@ -20,6 +21,12 @@ using namespace brindlemark::frontfolder;
 namespace {
 
 constexpr qint64 OwnPid = 4242; // the pid the tests' "own" windows carry
+
+// A helper process that ends with the test, even when the test crashes.
+void tiedToTheTest(QProcess& process)
+{
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+}
 
 // Draws windows on the test's X server and plays the window manager's part: the root window's
 // stacking list and active window are what the test says.
@@ -32,9 +39,11 @@ public:
     }
     ~Windows()
     {
-        for (xcb_window_t w : m_made)
-            xcb_destroy_window(m_c, w);
-        clearRoot();
+        if (connected()) {
+            for (xcb_window_t w : m_made)
+                xcb_destroy_window(m_c, w);
+            clearRoot();
+        }
         xcb_disconnect(m_c);
     }
     bool connected() const { return !xcb_connection_has_error(m_c); }
@@ -121,6 +130,7 @@ struct FakeFileManager {
     QString busName;
     bool start(const QJsonObject& setup)
     {
+        tiedToTheTest(process);
         process.start(FAKE_FILE_MANAGER, {QString::fromUtf8(QJsonDocument(setup).toJson(QJsonDocument::Compact))});
         if (!process.waitForReadyRead(10'000))
             return false;
@@ -176,7 +186,9 @@ private slots:
     void initTestCase()
     {
         // One X server and one session bus of the test's own, for the whole program.
-        m_xvfb.start("Xvfb", {"-displayfd", "1", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
+        tiedToTheTest(m_xvfb);
+        tiedToTheTest(m_bus);
+        m_xvfb.start("Xvfb", {"-displayfd", "1", "-noreset", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
         QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
         m_display = ":" + QString::fromLatin1(m_xvfb.readLine()).trimmed();
         m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1", "--address=unix:path=" + m_busFolder.filePath("bus")});
@@ -283,7 +295,10 @@ private slots:
         expectEach([](const QString& title) { return folderFromFullPathTitle(title).value_or("none"); },
                    {
                        {h + "/alpha", h + "/alpha"},
-                       {h + "/Beta Folder - File Manager", h + "/Beta Folder"},
+                       {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
+                       {"Beta Folder - " + h + "/Beta Folder", h + "/Beta Folder"},
+                       {"a - b - " + h + "/a - b", h + "/a - b"},
+                       {"/ - /", "/"},
                        {h + "/a - b", h + "/a - b"},
                        {h + "/a - b — Dolphin", h + "/a - b"},
                        {h + "/Größe – Caja", h + "/Größe"},
@@ -375,7 +390,7 @@ private slots:
         x.stack({w});
         QElapsedTimer clock;
         clock.start();
-        QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(100)), std::nullopt);
+        QCOMPARE(frontFolder(OwnPid, bus()), std::nullopt);
         QVERIFY2(clock.elapsed() < 2'000, qPrintable(QString::number(clock.elapsed()))); // not D-Bus's 25 s
 
         // No X server, or none where DISPLAY points: nothing.

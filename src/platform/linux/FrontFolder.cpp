@@ -322,24 +322,30 @@ std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString&
 
 std::optional<QString> folderFromFullPathTitle(const QString& title)
 {
-    // The path itself, or the path followed by the file manager's " - Name" or " — Name": try
-    // the whole title first, then without each such ending from the right.
-    QString candidate = title.trimmed();
-    if (candidate.startsWith(QLatin1String("~/")) || candidate == QLatin1String("~"))
-        candidate = QDir::homePath() + candidate.mid(1);
-    if (!candidate.startsWith(u'/'))
-        return std::nullopt;
+    // The path may stand alone ("/srv/x"), be followed by the file manager's name ("/srv/x -
+    // Thunar", "/srv/x — Dolphin") or follow the folder's name ("x - /srv/x", as Nemo has it).
+    // Try every run of the title's " - " parts that starts with a path, longest first, since a
+    // folder's own name may hold " - " too.
     static const QRegularExpression separator(QStringLiteral(" [-–—] "));
-    while (true) {
-        if (isFolder(candidate))
-            return withoutTrailingSeparators(QDir::cleanPath(candidate));
-        qsizetype cut = -1;
-        for (QRegularExpressionMatchIterator it = separator.globalMatch(candidate); it.hasNext();)
-            cut = it.next().capturedStart();
-        if (cut <= 0)
-            return std::nullopt;
-        candidate.truncate(cut);
+    QList<qsizetype> starts{0}, ends;
+    for (QRegularExpressionMatchIterator it = separator.globalMatch(title); it.hasNext();) {
+        const QRegularExpressionMatch match = it.next();
+        ends.prepend(match.capturedStart());
+        starts << match.capturedEnd();
     }
+    ends.prepend(title.size());
+    for (const qsizetype start : starts) {
+        for (const qsizetype end : ends) {
+            if (end <= start)
+                break;
+            QString candidate = title.mid(start, end - start);
+            if (candidate == QLatin1String("~") || candidate.startsWith(QLatin1String("~/")))
+                candidate = QDir::homePath() + candidate.mid(1);
+            if (candidate.startsWith(u'/') && isFolder(candidate))
+                return withoutTrailingSeparators(QDir::cleanPath(candidate));
+        }
+    }
+    return std::nullopt;
 }
 
 // ---- asking the file managers -----------------------------------------------------------------
@@ -392,8 +398,7 @@ std::optional<QString> nautilusWindowFolder(const QDBusConnection& bus, const Wi
 }
 
 // The folders a Dolphin title that is not a full path may name: the home folder's folder of
-// that name, the root, and the home folder itself (whose title may be a display name such as
-// "Home") when no other folder matches.
+// that name, the root, and the home folder itself, whose title is "Home".
 QStringList dolphinCandidates(const QString& title)
 {
     QString name = title;
@@ -405,7 +410,7 @@ QStringList dolphinCandidates(const QString& title)
         candidates << name;
     else if (!name.isEmpty() && !name.contains(u'/') && isFolder(home + u'/' + name))
         candidates << home + u'/' + name;
-    if (candidates.isEmpty() || name == folderName(home))
+    if (name == QLatin1String("Home") || name == folderName(home))
         candidates << home;
     return candidates;
 }

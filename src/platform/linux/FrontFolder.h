@@ -44,8 +44,11 @@ std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString&
 std::optional<QString> folderFromFullPathTitle(const QString& title);
 
 // The whole query, bounded by `deadline` however slowly the file manager answers. `bus` is the
-// session bus, or a disconnected one where there is none.
-std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus, QDeadlineTimer deadline);
+// session bus, or a disconnected one where there is none. A command waits at most a tenth of a
+// second: the file manager gets 90 ms of it, the X server's few round trips the rest.
+constexpr int FileManagerPatience = 90; // milliseconds
+std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
+                                   QDeadlineTimer deadline = QDeadlineTimer(FileManagerPatience));
 
 // The session bus when one is known to exist; a disconnected connection otherwise, so that a
 // machine without a bus never starts one just to be asked.

@@ -103,9 +103,7 @@ void LinuxPlatform::openSettings()
 std::optional<QString> LinuxPlatform::frontFileManagerFolder()
 {
     // Asked at every command, never remembered: the user may have moved to another window since.
-    // However slowly a file manager answers, the command waits at most a tenth of a second.
-    return frontfolder::frontFolder(QCoreApplication::applicationPid(), frontfolder::sessionBusIfRunning(),
-                                    QDeadlineTimer(100));
+    return frontfolder::frontFolder(QCoreApplication::applicationPid(), frontfolder::sessionBusIfRunning());
 }
 
 QString LinuxPlatform::desktopFolder()
