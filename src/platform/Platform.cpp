@@ -1,5 +1,10 @@
 #include "platform/Platform.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMessageBox>
+#include <QShortcut>
+
 namespace brindlemark {
 
 Platform::~Platform() = default;
@@ -15,6 +20,24 @@ QString shortenedInTheMiddle(const QString& text, qsizetype limit)
     if (tail > 0 && text.at(text.size() - tail).isLowSurrogate())
         --tail;
     return text.left(head) + QChar(0x2026) + text.right(tail);
+}
+
+void runMessageBox(const QString& messageText, const QString& informativeText)
+{
+    QMessageBox box;
+    box.setWindowTitle(QStringLiteral("Brindlemark"));
+    box.setText(shortenedInTheMiddle(messageText));
+    box.setInformativeText(shortenedInTheMiddle(informativeText));
+    box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+    // What is shown can be selected; the copy command copies the whole text, however long.
+    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QShortcut copyAll(QKeySequence::Copy, &box);
+    QObject::connect(&copyAll, &QShortcut::activated, &box, [&] {
+        QGuiApplication::clipboard()->setText(messageText + QStringLiteral("\n\n") + informativeText);
+    });
+    // Wide enough that a folder path reads on one line rather than broken at every slash.
+    box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));
+    box.exec();
 }
 
 } // namespace brindlemark

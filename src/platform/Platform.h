@@ -79,4 +79,8 @@ std::unique_ptr<Platform> createPlatform();
 // ends. The alert still copies the whole text.
 QString shortenedInTheMiddle(const QString& text, qsizetype limit = 600);
 
+// The alert of both systems: a message box with one "OK" button showing the texts shortened in
+// the middle, its copy command copying them whole. Returns when the user has closed it.
+void runMessageBox(const QString& messageText, const QString& informativeText);
+
 } // namespace brindlemark

@@ -7,19 +7,15 @@
 #include "platform/linux/InstanceServer.h"
 #include "platform/linux/XdgFolders.h"
 
-#include <QClipboard>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDeadlineTimer>
 #include <QFileInfo>
-#include <QGuiApplication>
 #include <QLockFile>
-#include <QMessageBox>
 #include <QProcess>
 #include <QSettings>
-#include <QShortcut>
 #include <QStandardPaths>
 #include <QThread>
 #include <QUrl>
@@ -155,20 +151,7 @@ void LinuxPlatform::showFileInFileManager(const QString& filePath)
 
 void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText)
 {
-    QMessageBox box;
-    box.setWindowTitle(QStringLiteral("Brindlemark"));
-    box.setText(shortenedInTheMiddle(messageText));
-    box.setInformativeText(shortenedInTheMiddle(informativeText));
-    box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
-    // What is shown can be selected; the copy command copies the whole text, however long.
-    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
-    QShortcut copyAll(QKeySequence::Copy, &box);
-    QObject::connect(&copyAll, &QShortcut::activated, &box, [&] {
-        QGuiApplication::clipboard()->setText(messageText + QStringLiteral("\n\n") + informativeText);
-    });
-    // Wide enough that a folder path reads on one line rather than broken at every slash.
-    box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));
-    box.exec();
+    runMessageBox(messageText, informativeText);
 }
 
 std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& urls)
