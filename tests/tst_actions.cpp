@@ -27,7 +27,8 @@ private slots:
             }
             const FileCreation made = createFileFromTemplate(json(input.section('|', 0, 0)), home.path());
             bool intact = made.status == FileCreation::Created && readFile(made.filePath).isEmpty() &&
-                          entries(home.path()).size() == existing.size() + 2; // the new file and "run"
+                          QDir(home.path()).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot).size() ==
+                              existing.size() + 2; // the new file and "run"
             for (const QString& entry : existing.filter(QRegularExpression("^[^/>]*$")))
                 intact = intact && readFile(home.file(entry)) == "kept";
             return made.filePath.section('/', -1) + (intact ? "" : " (something else changed)");
@@ -39,7 +40,9 @@ private slots:
             {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"}, {R"({"prefix":"x","suffix":".tar.gz"}|)", "x.tar.gz"},
             {R"({"prefix":"x","suffix":"sh"}|x.sh/,t,x 1.sh->t)", "x 2.sh"}, {R"({"prefix":"x","suffix":"sh"}|x.sh->gone)", "x 1.sh"},
             {R"({"prefix":"50%1 off","suffix":"%2"}|50%1 off.%2)", "50%1 off 1.%2"},
-            {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"}});
+            {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
+            // "." and ".." are in every folder: taken, and the numbering goes on.
+            {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"}, {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
     }
 
     void modes()

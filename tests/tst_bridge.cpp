@@ -4,6 +4,7 @@
 #include "TestSupport.h"
 
 #include "bridge/ExtensionManagement.h"
+#include "bridge/LaunchArguments.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
 #include "platform/linux/IniFile.h"
@@ -93,7 +94,24 @@ private slots:
             {"&id=mine&enabled=false&suffix=y", "3|/tmp|mine|Mine|Mine|y|1|0"}, {"&id=mine&prefix=%20a%20", "3|/tmp|mine|Mine| a |x|1|0"},
             {"&id=mine", "3|/tmp|mine|Mine|Mine|x|0|0"}, {"&title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "3|/tmp|*|>>>|>>>||0|0"},
             {"&payload=e30=&id=markdown", "3|/tmp|*|New File|New File||0|0"}, {"&payload=W10=&id=json", "3|/tmp|json|JSON File|JSONFile|json|0|0"},
+            {"&payload=eyJ0aXRsZSI6ImEJYiJ9&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}, // a raw tab in the JSON
+            {"&payload=eyJ0aXRsZSI6Ilx1MDBlOVx1ZDgzZFx1ZGUwMCJ9", "3|/tmp|*|\u00e9\U0001F600|\u00e9\U0001F600||0|0"},
             {"&payload=e30&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}, {"&payload=%2F%2F79&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}});
+    }
+
+    void launchArguments()
+    {
+        // U a URL, F a folder command (both handed to the running instance with ">"), - an argument
+        // that brindlemark-app keeps as it was given.
+        expectEach([](const QString& argument) {
+            const QByteArray bytes = argument.toUtf8();
+            const char* a = bytes.constData();
+            return QString(isUrlArgument(a) ? "U" : isFolderCommandArgument(a) ? "F" : "-") + (isForwardedArgument(a) ? ">" : "");
+        }, {{"brindlemark://create?path=/tmp", "U>"}, {"brindlemark:", "U>"}, {"BrindleMark://x", "U>"}, {"x+y-z.1:", "U>"},
+            {"a:b", "U>"}, {"C:\\x", "U>"}, {"Fusion", "-"}, {"xcb", "-"}, {"-style", "-"}, {"-platform", "-"}, {"-style=Fusion", "-"},
+            {"/tmp/a:b", "-"}, {"./a:b", "-"}, {"1a://x", "-"}, {"+a:b", "-"}, {"a_b://x", "-"}, {"a b:c", "-"}, {":x", "-"}, {"", "-"},
+            {"\u00fc:x", "-"}, {"brindlemark", "-"}, {"--in", "-"}, {"--new-file", "F>"}, {"--new-file=md", "F>"}, {"--new-files", "-"},
+            {"--open-terminal", "F>"}});
     }
 
     void toolRunner()

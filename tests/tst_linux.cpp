@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
 #include <QScopeGuard>
@@ -200,21 +201,39 @@ private slots:
         // "limit|text": the start and the end kept, never half a character outside the basic plane.
         expectEach([](const QString& input) { return shortenedInTheMiddle(input.section('|', 1), input.section('|', 0, 0).toInt()); },
                    {{"6|abcdef", "abcdef"}, {"5|abcdef", "ab…ef"}, {"4|abcdef", "a…ef"}, {"3|ab😀", "a…"}, {"4|😀😀😀", "…😀"}, {"5|😀😀😀", "😀…😀"}});
-        // A folder path of 10 MB: shown shortened at once, copied whole.
-        const QString message = "Not a folder: /" + QString(10'000'000, u'x') + "/end";
+        // A folder path of 10 MB, and markup in it shown as it is.
+        const QString message = "Not a folder: /" + QString(10'000'000, u'x') + "/<i>end";
         QString shown;
+        std::optional<bool> plainText;
         QTimer::singleShot(0, [&] {
             auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
             QVERIFY(box);
             shown = box->informativeText();
+            for (QLabel* label : box->findChildren<QLabel*>())
+                if (label->text().endsWith("<i>end"))
+                    plainText = label->textFormat() == Qt::PlainText;
             box->activateWindow();
             QVERIFY(QTest::qWaitForWindowActive(box));
             QTest::keyClick(box, Qt::Key_C, Qt::ControlModifier);
             box->accept();
         });
         LinuxPlatform().runAlert("New Text File failed", message);
-        QVERIFY(shown.size() <= 1000 && shown.startsWith("Not a folder: /xx") && shown.endsWith("xx/end"));
+        QVERIFY(shown.size() <= 1000 && shown.startsWith("Not a folder: /xx") && shown.endsWith("xx/<i>end"));
+        QCOMPARE(plainText, true);
         QCOMPARE(QGuiApplication::clipboard()->text(), "New Text File failed\n\n" + message);
+    }
+
+    void qtOptionsAreNoURLs()
+    {
+        // "-style Fusion" holds no URL: the launcher becomes brindlemark-app in the foreground (the
+        // same process, no fork into the background), which gets the options as they were given.
+        TestHome home;
+        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        QProcess launcher;
+        launcher.start(BRINDLEMARK_EXECUTABLE, {"-style", "Fusion"});
+        const auto stop = qScopeGuard([&] { launcher.kill(); launcher.waitForFinished(); });
+        QTRY_COMPARE_WITH_TIMEOUT(instancePid(), pid_t(launcher.processId()), 20'000);
+        QCOMPARE(readFile(QString("/proc/%1/cmdline").arg(launcher.processId())).split('\0').mid(1), (QByteArrayList{"-style", "Fusion", ""}));
     }
 
     void laterLaunchesForwardToTheRunningOne()

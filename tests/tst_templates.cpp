@@ -2,6 +2,7 @@
 // parsing, queries, the places it writes to and the backup of unreadable text.
 #include "TestSupport.h"
 
+#include "templates/StrictJson.h"
 #include "templates/TemplateStore.h"
 
 #include <QJsonArray>
@@ -64,8 +65,29 @@ private slots:
         }, {{"<none>", builtIns}, {"[]", builtIns}, {"[{\"id\":", builtIns + " (unreadable)"}, {"[] x", builtIns + " (unreadable)"},
             {R"({"id":"mine"})", builtIns + " (unreadable)"}, {R"("mine")", builtIns + " (unreadable)"},
             {R"([{"id":"b"},{"id":"a"},{"id":"b"}])", "b,a,b"}, {R"([1,{"id":"a"},"x",null])", "a (unreadable)"},
-            {"[1,2]", builtIns + " (unreadable)"}});
+            {"[1,2]", builtIns + " (unreadable)"}, {"[{\"id\":\"a\tb\"}]", builtIns + " (unreadable)"},
+            {"[{\"id\":\"a\",\"n\":1.}]", builtIns + " (unreadable)"}, {"[{\"id\":\"\\u0061\\ud83d\\ude00\"}]", "a😀"}});
         QCOMPARE(templatesJSONText({}), QString("[]"));
+    }
+
+    void strictJson()
+    {
+        // Bytes written as Latin-1, so that broken UTF-8 can be written too.
+        QList<std::pair<QString, QString>> cases{{QString(512, '[') + QString(512, ']'), "strict"},
+                                                 {QString("[{\"a\":").repeated(256) + "1" + QString("}]").repeated(256), "strict"},
+                                                 {QString(513, '[') + QString(513, ']'), "broken"}};
+        for (const char* good : {"[]", " \t\n\r{ } \r\n", "[0,-0,1.5,-0.25e+10,2E-3,1e5,10]", "{\"a\":{\"b\":[true,false,null,{}]},\"\":\"\"}",
+                                 "[\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00e9\\ud83d\\ude00\\uDBFF\\uDFFF\\ud800\"]", "\"top\"", "1", "null",
+                                 "[\"\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\x7F\"]", "{ \"a\" : 1 , \"b\" : [ ] }"})
+            cases.append({QString::fromLatin1(good), "strict"});
+        for (const char* bad : {"", " ", "[", "[\"abc", "[\"a\\", "[\"a\tb\"]", "[\"\x01\"]", "[\"\x1f\"]", "[1.]", "[.5]", "[01]", "[-01]", "[+1]",
+                                "[1e]", "[1e+]", "[-]", "[1.e5]", "[0x1]", "[NaN]", "[\"\\a\"]", "[\"\\u00e\"]", "[\"\\u00e", "[\"\\U0041\"]", "[\"\\'\"]",
+                                "[TRUE]", "[nul]", "[truex]", "[] x", "[][]", "1 2", "[1,]", "[,1]", "{\"a\":1,}", "{\"a\"}", "{a:1}", "{\"a\" 1}",
+                                "{\"a\":}", "{1:2}", "{:1}", "['a']", "[}", "{]", "[1}", "\f[]", "\xEF\xBB\xBF[]", "[\v1]", "[\xA0" "1]", "[\xC3\xBC]",
+                                "[\"\xC0\xAF\"]", "[\"\xE0\x80\xAF\"]", "[\"\xED\xA0\x80\"]", "[\"\xF4\x90\x80\x80\"]", "[\"\xF5\x80\x80\x80\"]",
+                                "[\"\xFF\"]", "[\"\x80\"]", "[\"\xC3\"]", "[\"\xE2\x82\xC0\"]", "[\"\xF0\x9F\x98\"]"})
+            cases.append({QString::fromLatin1(bad), "broken"});
+        expectEach([](const QString& text) { return isStrictJson(text.toLatin1()) ? "strict" : "broken"; }, cases);
     }
 
     void queries()

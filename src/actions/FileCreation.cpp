@@ -67,10 +67,11 @@ std::optional<TakenNames> takenNames(const QString& folder, const QByteArray& pl
     return taken;
 }
 
-bool staysInFolder(const QString& name)
-{
-    return !name.contains(u'/') && !name.contains(QChar(0)) && name != u"." && name != u"..";
-}
+bool staysInFolder(const QString& name) { return !name.contains(u'/') && !name.contains(QChar(0)); }
+
+// "." and ".." name the folder and its parent in every folder: always taken, never to be created,
+// also where the listing leaves them out (a file system need not list them).
+bool namesAFolderItself(const QString& name) { return name == u"." || name == u".."; }
 
 } // namespace
 
@@ -105,7 +106,7 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
     const std::optional<TakenNames> taken =
         takenNames(folder, QFile::encodeName(plain), QFile::encodeName(base + u' '),
                    suffix.isEmpty() ? QByteArray() : QFile::encodeName(u'.' + suffix));
-    for (qint64 n = 0;; ++n) {
+    for (qint64 n = namesAFolderItself(plain) ? 1 : 0;; ++n) {
         if (taken && (n == 0 ? taken->plain : taken->numbers.count(n) > 0))
             continue;
         // One multi-argument arg() call: a "%1" inside the prefix must stay literal text.

@@ -14,8 +14,8 @@ struct FileCreation {
 // "prefix.suffix", "prefix 1.suffix", "prefix 2.suffix", ... (without the dot and suffix when the
 // suffix is empty), mode 0755 for an executable template, the user's default mode otherwise.
 // The file is created exclusively: a name that appears meanwhile is never overwritten, the
-// numbering goes on instead. A name that would leave the folder ("/" in the prefix or suffix)
-// is refused.
+// numbering goes on instead: "." and ".." are always taken (". 1", ".. 1"). A name that would
+// leave the folder ("/" in the prefix or suffix) is refused.
 FileCreation createFileFromTemplate(const Template& record, const QString& folder);
 
 // True when the absolute path names an existing directory (a link to one counts).

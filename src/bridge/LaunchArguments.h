@@ -1,8 +1,9 @@
 #pragma once
 
 // Which arguments of a launch are for the running Brindlemark, in plain C++ for the Qt-free
-// launcher too: URLs, which are every argument that is not an option (options start with "-", as
-// Qt's own do), and the commands a keyboard shortcut runs for the folder the file manager shows:
+// launcher too: URLs, which are the arguments that begin with a scheme ("brindlemark:", any
+// other scheme too: the running instance ignores those), and the commands a keyboard shortcut
+// runs for the folder the file manager shows:
 //
 //   --new-file         a new file from the "text" template
 //   --new-file=ID      a new file from the template ID
@@ -12,7 +13,20 @@
 
 namespace brindlemark {
 
-inline bool isUrlArgument(const char* argument) { return argument[0] != '-'; }
+// A scheme is a letter, then letters, digits, "+", "-" or ".", ended by ":". Everything else
+// stays with brindlemark-app as it was given: its own options and their values ("-style Fusion",
+// "-platform xcb"). "C:\x" and "a:b" begin with a scheme and count as URLs; a bare Windows
+// path does not occur here.
+inline bool isUrlArgument(const char* argument)
+{
+    auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    if (!letter(argument[0]))
+        return false;
+    const char* c = argument + 1;
+    while (letter(*c) || (*c >= '0' && *c <= '9') || *c == '+' || *c == '-' || *c == '.')
+        ++c;
+    return *c == ':';
+}
 
 inline bool isFolderCommandArgument(const char* argument)
 {

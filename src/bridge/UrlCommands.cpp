@@ -1,5 +1,6 @@
 #include "bridge/UrlCommands.h"
 
+#include "templates/StrictJson.h"
 #include "templates/TemplateStore.h"
 
 #include <QHash>
@@ -13,7 +14,7 @@ std::optional<Template> templateFromBase64Payload(const QString& payload)
     if (payload.isEmpty())
         return std::nullopt;
     const std::optional<QByteArray> bytes = strictBase64Decode(payload);
-    if (!bytes || bytes->isEmpty())
+    if (!bytes || bytes->isEmpty() || !isStrictJson(*bytes))
         return std::nullopt;
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(*bytes, &error);

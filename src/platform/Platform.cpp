@@ -2,6 +2,7 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QShortcut>
 
@@ -28,6 +29,10 @@ void runMessageBox(const QString& messageText, const QString& informativeText)
     box.setWindowTitle(QStringLiteral("Brindlemark"));
     box.setText(shortenedInTheMiddle(messageText));
     box.setInformativeText(shortenedInTheMiddle(informativeText));
+    // Paths and tools' output are shown as they are, never read as markup.
+    box.setTextFormat(Qt::PlainText);
+    if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel")))
+        informative->setTextFormat(Qt::PlainText);
     box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
     // What is shown can be selected; the copy command copies the whole text, however long.
     box.setTextInteractionFlags(Qt::TextSelectableByMouse);

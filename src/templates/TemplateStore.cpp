@@ -1,6 +1,7 @@
 #include "templates/TemplateStore.h"
 
 #include "templates/AtomicFile.h"
+#include "templates/StrictJson.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,8 +15,11 @@ std::optional<QJsonArray> templatesFromJSONString(const QString& text)
 {
     if (text.isEmpty())
         return std::nullopt;
+    const QByteArray bytes = text.toUtf8();
+    if (!isStrictJson(bytes))
+        return std::nullopt;
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !document.isArray())
         return std::nullopt;
     return document.array();

@@ -4,7 +4,9 @@
 // exits, without loading any GUI library: a URL costs a process start and one socket round trip.
 // Otherwise it starts the application itself, brindlemark-app, with the same arguments.
 //
-//   brindlemark [URL...]               hand the URLs to Brindlemark (none: show its window)
+//   brindlemark [URL...]               hand the URLs to Brindlemark (none: show its window);
+//                                      a URL begins with a scheme, other arguments (Qt's options
+//                                      and their values, "-style Fusion") go to brindlemark-app
 //   brindlemark --in FOLDER URL...     the same, each URL given FOLDER as its "path"
 //   brindlemark --new-file[=ID]        a new file (from the template ID) in the folder the file
 //                                      manager shows: for a keyboard shortcut
@@ -95,7 +97,8 @@ int main(int argc, char** argv)
     if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, forwarded))
         return *handedOff;
 
-    // brindlemark-app gets the same arguments, with the URLs completed and "--in" consumed.
+    // brindlemark-app gets the same arguments, with the URLs completed and "--in" consumed; the
+    // rest, its own options and their values, stays as it was given.
     const std::string application = applicationPath();
     std::vector<char*> arguments{const_cast<char*>(application.c_str())};
     auto item = forwarded.begin();
