@@ -4,6 +4,8 @@
 #include "FakePlatform.h"
 #include "TestSupport.h"
 
+#include "Identifiers.h"
+#include "app/Symbols.h"
 #include "templates/TemplateTableModel.h"
 
 #include <QAction>
@@ -42,6 +44,7 @@ class AppTest : public QObject {
     std::unique_ptr<TestHome> home;
     std::unique_ptr<FakePlatform> platform;
     std::unique_ptr<AppDelegate> app;
+    QTemporaryDir iconTheme; // the tests' own icon theme, made once by initTestCase()
 
     QString tools() { return QString::fromUtf8(readFile(home->file("tools.log"))); }
     QString status() { return app->statusLabel() ? app->statusLabel()->text() : "<no window>"; }
@@ -59,6 +62,21 @@ class AppTest : public QObject {
     }
 
 private slots:
+    void initTestCase()
+    {
+        // An icon theme of the tests' own: symbolic icons as black squares (GTK's pre-rendered files,
+        // and one under the name Qt looks for), full-colour ones as red squares: "emblem-system" and
+        // the application's own icon.
+        QVERIFY(writeFile(iconTheme.filePath("t/index.theme"), "[Icon Theme]\nDirectories=16\n[16]\nSize=16\n") && QDir().mkpath(iconTheme.filePath("t/16")));
+        for (const QString name : {"view-refresh-symbolic.symbolic", "text-x-generic-symbolic.symbolic", "utilities-terminal-symbolic", "emblem-system", ApplicationBundleIdentifier}) {
+            QImage square(8, 8, QImage::Format_ARGB32);
+            square.fill(name.contains("symbolic") ? Qt::black : Qt::red);
+            QVERIFY(square.copy(-4, -4, 16, 16).save(iconTheme.filePath("t/16/" + name + ".png"))); // clear around it
+        }
+        QIcon::setThemeSearchPaths({iconTheme.path()});
+        QIcon::setThemeName("t");
+    }
+
     void init()
     {
         app.reset();
@@ -145,19 +163,20 @@ private slots:
         press("Create File");
         QPushButton bare; // a sender without a template
         app->createTemplateInFinderFolder(&bare);
-        app->setTemplates({json(R"({"id":"a","title":"Twin","prefix":"one","enabled":true})"),
+        app->setTemplates({json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
                            json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
         emit app->statusMenu()->aboutToShow(); // the menu is about to open
         QMenu* newFile = app->templateMenuItem()->menu();
-        QCOMPARE(titles(newFile), QString("Twin, Twin"));
-        QCOMPARE(newFile->actions()[1]->icon().name() + newFile->actions()[0]->icon().name(),
-                 QIcon::fromTheme("utilities-terminal").name() + QIcon::fromTheme("text-x-generic").name());
+        QCOMPARE(titles(newFile), QString("R&&D Notes, Twin")); // shown as written, without a mnemonic
+        QVERIFY(QKeySequence::mnemonic(newFile->actions()[0]->text()).isEmpty());
+        QCOMPARE(newFile->actions()[1]->icon().name() + " " + newFile->actions()[0]->icon().name(), "utilities-terminal-symbolic text-x-generic-symbolic");
         newFile->actions()[1]->trigger();
         QDir().mkpath(*(platform->frontFolder = home->file("front")));
         newFile->actions()[0]->trigger();
         QCOMPARE(entries(desktop), (QStringList{"New Text File 1.txt", "New Text File.txt", "two"}));
         QVERIFY(QFileInfo(desktop + "/two").isExecutable());
-        QCOMPARE(entries(*platform->frontFolder), QStringList{"one"});
+        QCOMPARE(entries(*platform->frontFolder), QStringList{"<i>one"});
+        QCOMPARE(status() + QString::number(app->statusLabel()->textFormat()), "Created <i>one" + QString::number(Qt::PlainText));
         app->setTemplates({});
         app->rebuildNewFileStatusMenu();
         QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
@@ -181,6 +200,55 @@ private slots:
         QCOMPARE(status() + tools().section('\n', -2), QString("Finder restarted.killall Finder\n"));
         press("Open System Settings");
         QCOMPARE(platform->settingsOpened, 1);
+    }
+
+    void buttonTitlesFitAtAnyDesktopFontSize()
+    {
+        const QFont desktop = QApplication::font();
+        const auto restore = qScopeGuard([&] { QApplication::setFont(desktop); });
+        for (const int points : {10, 11, 16}) {
+            QFont font = desktop;
+            font.setPointSize(points);
+            QApplication::setFont(font);
+            app = start(*platform);
+            for (QPushButton* button : app->window()->findChildren<QPushButton*>()) {
+                const int icon = button->icon().isNull() ? 0 : button->iconSize().width() + 4, margins = 12;
+                QVERIFY2(QFontMetrics(button->font()).horizontalAdvance(button->text()) + icon + margins <= button->width(),
+                         qPrintable(QString("%1 at %2 pt").arg(button->text()).arg(points)));
+            }
+        }
+    }
+
+    void keyboard()
+    {
+        // The first control has the focus and shows it; Tab leaves the table for "+".
+        app = start(*platform);
+        QWidget* window = app->window();
+        QVERIFY(QTest::qWaitForWindowActive(window));
+        auto focused = [] { return QApplication::focusWidget() ? QApplication::focusWidget()->property("text").toString() : "none"; };
+        QCOMPARE(focused() + QString::number(window->testAttribute(Qt::WA_KeyboardFocusChange)), "Enable Extension1");
+        app->templatesTableView()->setFocus();
+        app->templatesTableView()->setCurrentIndex(app->templateTableModel()->index(0, 1));
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(focused(), "+");
+    }
+
+    void uncheckedBoxesShowOnADarkBase()
+    {
+        app = start(*platform);
+        QTableView* table = app->templatesTableView();
+        QPalette dark = table->palette();
+        for (const auto role : {QPalette::Window, QPalette::Base, QPalette::AlternateBase, QPalette::Button})
+            dark.setColor(role, QColor(0x2b, 0x2b, 0x2b));
+        dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
+        table->setPalette(dark);
+        // The "Enabled" box of "JSON File", unticked: lines clearly lighter than the base.
+        const QImage cell = table->viewport()->grab(table->visualRect(table->model()->index(2, 0))).toImage();
+        int light = 0;
+        for (int y = 0; y < cell.height(); ++y)
+            for (int x = 0; x < cell.width(); ++x)
+                light += qGray(cell.pixel(x, y)) > 0x2b + 80;
+        QVERIFY2(light >= 20, qPrintable(QString::number(light)));
     }
 
     void windowAndTable()
@@ -227,6 +295,33 @@ private slots:
         model->setObjectValue("x", "title", 99); // a row that is gone: nothing stored
         QCOMPARE(platform->changeNotices.size(), 7);
         QCOMPARE(status(), QString("Templates saved. Finder menu updates on the next right-click."));
+    }
+
+    void symbols()
+    {
+        const auto look = [](const QIcon& icon, QIcon::Mode mode = QIcon::Normal) { // the fully opaque and clear pixels' colours
+            QStringList colours;
+            const QImage image = icon.pixmap(16, mode).toImage();
+            for (int i = 0; i < image.width() * image.height(); ++i)
+                if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width()); pixel.alpha() % 255 == 0)
+                    colours << pixel.name(QColor::HexArgb);
+            colours.removeDuplicates();
+            colours.sort();
+            return colours.join(' ');
+        };
+        const QPalette light = qApp->palette(), dark(Qt::white, QColor(0x30, 0x30, 0x30)); // text colour, window colour
+        qApp->setPalette(dark);
+        // symbol, or the tray -> its colours in the dark palette|its theme name
+        expectEach([&](const QString& symbol) {
+            const QIcon icon = symbol == "tray" ? statusItemIcon() : symbolImage(symbol);
+            return look(icon) + "|" + icon.name();
+        }, {{"arrow.clockwise", "#00000000 #ffffffff|view-refresh-symbolic"}, {"terminal", "#00000000 #ffffffff|utilities-terminal-symbolic"},
+            {"doc.badge.plus", "#00000000 #ffffffff|"}, {"tray", "#00000000 #ffbebebe|"}, {"gearshape", "#00000000 #ffff0000|emblem-system"},
+            {"power", "|"}, {"no.such.symbol", "|"}});
+        const QIcon refresh = symbolImage("arrow.clockwise");
+        QCOMPARE(look(refresh, QIcon::Disabled), "#00000000 " + dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
+        qApp->setPalette(light); // icons handed out earlier follow the palette
+        QCOMPARE(look(refresh), "#00000000 #ff000000");
     }
 };
 

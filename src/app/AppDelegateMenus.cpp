@@ -58,7 +58,7 @@ void AppDelegate::buildStatusItem()
     }
 
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        m_statusItem = new QSystemTrayIcon(symbolImage(NewFile.symbol, 17, QFont::Medium), this);
+        m_statusItem = new QSystemTrayIcon(statusItemIcon(), this);
         m_statusItem->setToolTip(QStringLiteral("Brindlemark"));
         m_statusItem->setContextMenu(m_statusMenu.get());
         // A plain click opens the menu too, as a click on a menu-bar item does.
@@ -84,7 +84,8 @@ void AppDelegate::rebuildNewFileStatusMenu()
     }
     for (const Template& record : enabled) {
         const bool executable = record.value(TemplateKey::executable).toBool(); // normalised: a flag
-        QAction* item = menuItemWithTitle(record.value(TemplateKey::title).toString(),
+        // The title as the user wrote it: an "&" in it is a character, not a keyboard mnemonic.
+        QAction* item = menuItemWithTitle(record.value(TemplateKey::title).toString().replace(u'&', QStringLiteral("&&")),
                                           executable ? QStringLiteral("terminal") : QStringLiteral("doc"),
                                           &AppDelegate::createTemplateInFinderFolder);
         item->setParent(submenu);

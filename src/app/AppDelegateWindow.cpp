@@ -72,14 +72,19 @@ void AppDelegate::showWindow(QObject*)
     if (!m_window)
         buildWindow();
     refreshExtensionStatus();
+    // Centred by its content: the window manager's frame is not known before the first show,
+    // and centring by it afterwards would place every later show differently from the first.
     if (QScreen* screen = QGuiApplication::primaryScreen()) {
-        QRect frame = m_window->frameGeometry();
-        frame.moveCenter(screen->availableGeometry().center());
-        m_window->move(frame.topLeft());
+        QRect content = m_window->geometry();
+        content.moveCenter(screen->availableGeometry().center());
+        m_window->setGeometry(content);
     }
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+    // The focused control shows it, the first one at first: the window is used from the
+    // keyboard too.
+    m_window->setAttribute(Qt::WA_KeyboardFocusChange);
 }
 
 void AppDelegate::hideWindow(QObject*)

@@ -29,7 +29,7 @@ int runBrindlemark(int argc, char** argv)
     QApplication application(argc, argv);
     application.setApplicationName(QStringLiteral("Brindlemark"));
     application.setDesktopFileName(QLatin1String(ApplicationBundleIdentifier));
-    application.setWindowIcon(symbolImage(QStringLiteral("doc.badge.plus")));
+    application.setWindowIcon(applicationIcon());
     // The desktop's icon theme first; Adwaita where the desktop names none.
     QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
     AppDelegate delegate(*platform);

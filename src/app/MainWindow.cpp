@@ -10,7 +10,9 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
+#include <QPainter>
 #include <QPalette>
+#include <QProxyStyle>
 #include <QPushButton>
 #include <QTableView>
 
@@ -19,6 +21,37 @@ namespace brindlemark {
 namespace {
 
 void setSecondary(QLabel* label) { label->setForegroundRole(QPalette::PlaceholderText); }
+
+// The table's check boxes with a border in the text's colour at half strength: the styles' own
+// border all but vanishes on a dark base.
+class CheckBoxStyle : public QProxyStyle {
+public:
+    using QProxyStyle::QProxyStyle;
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override
+    {
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+        if (element != PE_IndicatorItemViewItemCheck)
+            return;
+        QColor border = option->palette.color(QPalette::Text);
+        border.setAlphaF(0.55f);
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing, false);
+        painter->setPen(border);
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+        painter->restore();
+    }
+};
+
+// Buttons have fixed frames: their titles are set in a fixed size, as the labels are, so that
+// they fit whatever font size the desktop uses.
+void withFixedFont(QPushButton* button)
+{
+    QFont font = button->font();
+    font.setPixelSize(13);
+    button->setFont(font);
+}
 
 } // namespace
 
@@ -69,6 +102,9 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     m_templatesTableView->setObjectName(QStringLiteral("templatesTableView"));
     m_templatesTableView->setGeometry(frameInParent(30, 82, 680, 184, Height));
     m_templatesTableView->setModel(templates);
+    auto* checkBoxes = new CheckBoxStyle(style()->name());
+    checkBoxes->setParent(m_templatesTableView);
+    m_templatesTableView->setStyle(checkBoxes);
     m_templatesTableView->setAlternatingRowColors(true);
     m_templatesTableView->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_templatesTableView->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -76,6 +112,9 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
                                           QAbstractItemView::SelectedClicked);
     m_templatesTableView->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     m_templatesTableView->setWordWrap(false);
+    // Tab leaves the table for "+" and "-", as it leaves every other control; the arrow keys
+    // move between its cells.
+    m_templatesTableView->setTabKeyNavigation(false);
     m_templatesTableView->setTextElideMode(Qt::ElideRight);
     m_templatesTableView->verticalHeader()->hide();
     m_templatesTableView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
@@ -102,6 +141,8 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
     auto* label = new QLabel(text, parent);
     label->setGeometry(frameInParent(x, y, width, height, parent->height()));
     label->setTextInteractionFlags(Qt::NoTextInteraction);
+    // File names and messages are shown as they are: "<i>draft" is not markup.
+    label->setTextFormat(Qt::PlainText);
     QFont font = label->font();
     font.setPixelSize(qRound(fontSize));
     font.setWeight(weight);
@@ -141,6 +182,7 @@ QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int widt
     auto* button = new QPushButton(symbolImage(symbol, 15), title, parent);
     button->setGeometry(frameInParent(x, y, width, height, parent->height()));
     button->setIconSize(QSize(16, 16));
+    withFixedFont(button);
     return button;
 }
 
@@ -149,6 +191,7 @@ QPushButton* MainWindow::smallButtonWithFrame(QWidget* parent, int x, int y, int
 {
     auto* button = new QPushButton(title, parent);
     button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    withFixedFont(button);
     return button;
 }
 

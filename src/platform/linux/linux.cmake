@@ -65,6 +65,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${BRINDLEMARK_APP_ID}.desktop
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/icons/brindlemark.svg
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps
         RENAME ${BRINDLEMARK_APP_ID}.svg)
+# The mark in one colour: panels that look the tray icon up by name recolour it to their style.
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/icons/brindlemark-symbolic.svg
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps
+        RENAME ${BRINDLEMARK_APP_ID}-symbolic.svg)
 foreach(size 16 22 24 32 48 64 128 256)
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/icons/png/brindlemark-${size}.png
           DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps
