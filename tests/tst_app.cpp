@@ -320,8 +320,12 @@ private slots:
             {"power", "|"}, {"no.such.symbol", "|"}});
         const QIcon refresh = symbolImage("arrow.clockwise");
         QCOMPARE(look(refresh, QIcon::Disabled), "#00000000 " + dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
-        qApp->setPalette(light); // icons handed out earlier follow the palette
-        QCOMPARE(look(refresh), "#00000000 #ff000000");
+        app = start(*platform);
+        QLabel* header = app->window()->findChild<QLabel*>("headerImage");
+        qApp->setPalette(light); // icons handed out earlier follow the palette, and so does the header
+        QEvent changed(QEvent::PaletteChange); // as a running application's widgets are told
+        QCoreApplication::sendEvent(header, &changed);
+        QCOMPARE(look(refresh) + " " + look(QIcon(header->pixmap())), "#00000000 #ff000000 #00000000 #ff000000");
     }
 };
 

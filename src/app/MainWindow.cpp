@@ -6,6 +6,7 @@
 #include "app/Symbols.h"
 #include "templates/TemplateTableModel.h"
 
+#include <QEvent>
 #include <QFrame>
 #include <QHeaderView>
 #include <QLabel>
@@ -69,7 +70,8 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     header->setObjectName(QStringLiteral("headerImage"));
     header->setGeometry(frameInParent(34, 524, 56, 56, Height));
     header->setAlignment(Qt::AlignCenter);
-    header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
+    drawHeaderImage();
+    header->installEventFilter(this);
 
     labelWithFrame(this, 108, 550, 560, 30, QStringLiteral("Brindlemark"), 25, QFont::DemiBold);
     setSecondary(labelWithFrame(this, 110, 525, 560, 22, QStringLiteral("Finder context menu and menu bar shortcut"),
@@ -133,6 +135,20 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     setSecondary(m_statusLabel);
     m_statusLabel->setWordWrap(true);
     m_statusLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    // The header image is drawn in the palette's text colour: again when the theme changes.
+    if (event->type() == QEvent::PaletteChange && watched->objectName() == QLatin1String("headerImage"))
+        drawHeaderImage();
+    return QWidget::eventFilter(watched, event);
+}
+
+void MainWindow::drawHeaderImage()
+{
+    if (auto* header = findChild<QLabel*>(QStringLiteral("headerImage")))
+        header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
 }
 
 QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int height,

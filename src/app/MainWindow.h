@@ -50,7 +50,11 @@ public:
     // Sets a label's text and the colour it is drawn in.
     static void setColouredText(QLabel* label, const QString& text, const QColor& colour);
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
+    void drawHeaderImage();
     QPushButton* commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command);
 
     QLabel* m_statusLabel = nullptr;
