@@ -116,14 +116,20 @@ QIcon bundledMark()
 // module), but the panels that look names up do.
 QString installedMarkName()
 {
+    // Looked up once per themes and places: the menus ask at every opening.
+    static QHash<QString, QString> found;
+    const QString key = QIcon::themeName() + u'\n' + QIcon::themeSearchPaths().join(u'\n');
+    if (const auto known = found.constFind(key); known != found.constEnd())
+        return *known;
     const QString name = markThemeName();
+    QString installed;
     if (QIcon::fromTheme(name).name() == name)
-        return name;
+        installed = name;
     for (const QString& base : QIcon::themeSearchPaths())
         if (QFileInfo::exists(base + QLatin1String("/hicolor/scalable/apps/") + name +
                               QLatin1String(".svg")))
-            return name;
-    return QString();
+            installed = name;
+    return *found.insert(key, installed);
 }
 
 // A theme's symbolic icon as GTK's pre-rendered "<name>.symbolic.png" files in its fixed-size
