@@ -1,6 +1,6 @@
 """Brindlemark's Linux helpers without a desktop: the file managers' context menus (the python
 extension driven through a stand-in for the file manager's module, Dolphin's service menu
-validated and its command lines run), the install, uninstall and refresh steps, and the tools
+validated and its command lines run), the install and uninstall steps, and the tools
 brindlemark-open and brindlemark-killall among fake terminals and file managers. The URLs the
 menus would open are read back here, and one of them, run by the real launcher, creates its file through the
 application."""
@@ -172,19 +172,18 @@ class FileManagerMenuTest(unittest.TestCase):
         self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
         self.assertFalse(os.path.exists(self.folder + "/pwned"))
 
-    def test_install_refresh_uninstall(self):
+    def test_install_uninstall(self):
         files = lambda: {os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names}
         outside = [self.data + "/../outside", self.data + "/x/../../outside2", self.data + "2/outside", self.home + "/outside3"]
         [write(path, "") for path in outside + [self.data + "/nautilus-python/extensions/someone-else.py", self.data + "/x/y"]]
-        subprocess.run([APPEX + "/refresh"], check=True)  # not installed: writes nothing, else it counts as the user's below
         before, manifest = files(), self.data + "/brindlemark/installed-integration"
         subprocess.run([APPEX + "/install"], check=True, env=dict(os.environ, BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja thunar dolphin"))
         installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja", "thunarx")}
         installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher"}
         self.assertEqual((set(read(manifest).splitlines()), files() - before), (installed, installed | {manifest}))
         self.assertEqual(read(self.data + "/brindlemark/launcher"), os.path.realpath(LAUNCHER) + "\n")  # the one beside the bundle
-        write(self.templates, "[]")  # once installed, refresh rewrites Dolphin's menu
-        subprocess.run([APPEX + "/refresh"], check=True)
+        write(self.templates, "[]")  # what the application starts when the templates change
+        subprocess.run([APPEX + "/brindlemark-menu-action", "write-service-menu"], check=True, stdout=subprocess.DEVNULL)
         self.assertIn("No Templates Enabled", read(self.data + "/kio/servicemenus/brindlemark-new-file.desktop"))
         write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted
         subprocess.run([APPEX + "/uninstall"], check=True)

@@ -19,6 +19,7 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace brindlemark;
@@ -106,6 +107,64 @@ private slots:
             for (const QString& place : QStringList{LinuxPlatform::extensionPreferencesFilePath(), LinuxPlatform::userDefaultsFilePath()})
                 QCOMPARE(QSettings(place, QSettings::IniFormat).value("TemplatesJSON").toString(), templatesJSONText(thousand.mid(1)));
             QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), templatesJSONText(thousand.mid(1)).toUtf8());
+        }
+    }
+
+    void savesWriteOnlyChangedPlaces()
+    {
+        TestHome home;
+        LinuxPlatform platform;
+        const auto app = start(platform, true);
+        QStringList places = platform.templateConfigFilePaths();
+        places << LinuxPlatform::userDefaultsFilePath() << LinuxPlatform::extensionPreferencesFilePath();
+        // Each place's inode: a place written again (a new file renamed over it) gets a new one.
+        auto inodes = [&] {
+            QList<quint64> numbers;
+            for (const QString& place : places) {
+                struct stat info {};
+                numbers << (::stat(QFile::encodeName(place).constData(), &info) == 0 ? quint64(info.st_ino) : 0);
+            }
+            return numbers;
+        };
+        const QList<quint64> first = inodes();
+        QVERIFY(!first.contains(0));
+        QVERIFY(!platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())));
+        QCOMPARE(inodes(), first);
+
+        QVERIFY(QFile::remove(places[1]));
+        QVERIFY(platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())));
+        const QList<quint64> repaired = inodes();
+        for (int i = 0; i < places.size(); ++i)
+            QVERIFY2((repaired[i] == first[i]) == (i != 1), qPrintable(places[i]));
+
+        TemplateList edited = app->templates();
+        edited[0]["title"] = "Edited";
+        store(*app, edited);
+        const QList<quint64> afterEdit = inodes();
+        for (int i = 0; i < places.size(); ++i)
+            QVERIFY2(afterEdit[i] != repaired[i], qPrintable(places[i]));
+        QCOMPARE(readFile(places[2]), templatesJSONText(edited).toUtf8());
+        QVERIFY(QSettings(places[3], QSettings::IniFormat).value("TemplatesJSON").toString().contains("Edited"));
+    }
+
+    void dolphinMenusFollowChangedTemplates()
+    {
+        // Only an installed Dolphin menu (named in the install step's list) is written again.
+        for (const auto& [manifest, started] : QList<std::pair<QByteArray, bool>>{
+                 {QByteArray(), false}, {"/d/nautilus-python/extensions/brindlemark_menu.py\n", false},
+                 {"/d/brindlemark/launcher\n/d/kio/servicemenus/brindlemark-new-file.desktop\n", true},
+                 {"/d/kio/servicemenus/brindlemark-new-file.desktop.old\n", false}}) {
+            TestHome home;
+            const QString bundle = home.file("Bundle.appex");
+            writeScript(bundle + "/brindlemark-menu-action", "echo \"$@\" >> \"$HOME/ran\"; echo /some/path");
+            if (!manifest.isNull())
+                QVERIFY(writeFile(home.file("data/brindlemark/installed-integration"), manifest));
+            LinuxPlatform().templatesChanged(bundle);
+            if (started)
+                QTRY_COMPARE(readFile(home.file("ran")), "write-service-menu\n");
+            else
+                QTest::qWait(100);
+            QCOMPARE(QFile::exists(home.file("ran")), started);
         }
     }
 

@@ -79,10 +79,8 @@ void AppDelegate::saveTemplates()
 {
     // Failures to persist are not reported: every place that can be written is.
     const QString text = templatesJSONText(m_templates);
-    m_platform.setUserDefaultsValue(TemplatesJSONKey, text);
-    m_platform.setExtensionPreferenceValue(TemplatesJSONKey, text);
-    writeTemplatesJSONFiles(text, m_platform.templateConfigFilePaths());
-    m_platform.templatesChanged(extensionBundlePath());
+    if (m_platform.storeTemplatesJSONText(TemplatesJSONKey, text))
+        m_platform.templatesChanged(extensionBundlePath());
     rebuildNewFileStatusMenu();
     setStatusText(QStringLiteral("Templates saved. Finder menu updates on the next right-click."));
 }

@@ -1,5 +1,7 @@
 #include "platform/Platform.h"
 
+#include "templates/TemplateStore.h"
+
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QLabel>
@@ -9,6 +11,16 @@
 namespace brindlemark {
 
 Platform::~Platform() = default;
+
+bool Platform::storeTemplatesJSONText(const QString& key, const QString& text)
+{
+    // The preference stores of other systems keep the value themselves; only the files are
+    // compared here, so a change cannot be ruled out.
+    setUserDefaultsValue(key, text);
+    setExtensionPreferenceValue(key, text);
+    writeTemplatesJSONFiles(text, templateConfigFilePaths());
+    return true;
+}
 
 QString shortenedInTheMiddle(const QString& text, qsizetype limit)
 {

@@ -23,6 +23,11 @@ public:
     // The companion extension's preferences domain; the setter flushes to disk at once.
     virtual void setExtensionPreferenceValue(const QString& key, const QString& value) = 0;
 
+    // Stores the templates text in all its places: the user defaults and the extension's
+    // preferences under `key`, then the three files. A place that holds the text already is not
+    // written again. Failures are not reported. True when any place was written.
+    virtual bool storeTemplatesJSONText(const QString& key, const QString& text);
+
     // The three Templates.json files in their fixed order: the extension's data folder, the
     // application's data folder, the plain configuration folder.
     virtual QStringList templateConfigFilePaths() = 0;

@@ -1,86 +1,45 @@
 #include "templates/AtomicFile.h"
 
-#include <QDir>
+#include "templates/AtomicWrite.h"
+
 #include <QFile>
 #include <QFileInfo>
-
-#include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace brindlemark {
 
 namespace {
 
-bool writeAll(int fd, const QByteArray& bytes)
-{
-    qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += n;
-    }
-    return true;
-}
+std::string nativePath(const QString& path) { return QFile::encodeName(QFileInfo(path).absoluteFilePath()).toStdString(); }
 
-mode_t modeForNewFile(const QByteArray& target)
+bool holdsExactly(const QString& path, const QByteArray& bytes)
 {
-    struct stat existing {};
-    if (::stat(target.constData(), &existing) == 0)
-        return existing.st_mode & 07777; // keep the mode the user gave the file
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
-}
-
-// The file a chain of links ends at, however long: the link keeps being a link and only its final
-// target is replaced. A dangling chain gives the name it dangles at; a loop gives nothing.
-QByteArray finalTarget(QByteArray path)
-{
-    for (int hops = 0; hops < 40; ++hops) {
-        struct stat info {};
-        if (::lstat(path.constData(), &info) != 0 || !S_ISLNK(info.st_mode))
-            return path;
-        QByteArray link(4096, '\0');
-        const ssize_t n = ::readlink(path.constData(), link.data(), size_t(link.size()));
-        if (n <= 0 || n >= link.size())
-            return QByteArray();
-        link.truncate(n);
-        if (!link.startsWith('/'))
-            link.prepend(path.left(path.lastIndexOf('/') + 1));
-        path = link;
-    }
-    return QByteArray();
+    QFile file(path);
+    // A file of another size differs without being read.
+    return file.size() == bytes.size() && file.open(QIODevice::ReadOnly) && file.readAll() == bytes;
 }
 
 } // namespace
 
 bool writeFileAtomically(const QString& path, const QByteArray& bytes)
 {
-    const QByteArray target = finalTarget(QFile::encodeName(QFileInfo(path).absoluteFilePath()));
-    if (target.isEmpty() || !QDir().mkpath(QFileInfo(QFile::decodeName(target)).absolutePath()))
-        return false;
+    return replaceFileAtomically(nativePath(path), std::string_view(bytes.constData(), std::size_t(bytes.size())));
+}
 
-    QByteArray temporary = target + ".XXXXXX";
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0)
-        return false;
-    // Every byte must be on the disk before the new file takes the old one's name: a short write
-    // or a failed flush (a disk that filled up meanwhile) leaves the old file in place.
-    struct stat onDisk {};
-    const bool written = writeAll(fd, bytes) && ::fchmod(fd, modeForNewFile(target)) == 0 && ::fsync(fd) == 0 &&
-                         ::fstat(fd, &onDisk) == 0 && onDisk.st_size == bytes.size();
-    const bool closed = ::close(fd) == 0;
-    if (!written || !closed || ::rename(temporary.constData(), target.constData()) != 0) {
-        ::unlink(temporary.constData());
-        return false;
+FileWrites writeChangedFilesAtomically(const QList<std::pair<QString, QByteArray>>& files)
+{
+    std::vector<FileReplacement> changed;
+    QStringList changedPaths;
+    for (const auto& [path, bytes] : files) {
+        if (holdsExactly(path, bytes))
+            continue;
+        changed.push_back({nativePath(path), bytes.toStdString()});
+        changedPaths.append(path);
     }
-    return true;
+    replaceFilesAtomically(changed);
+    FileWrites outcome;
+    for (std::size_t i = 0; i < changed.size(); ++i)
+        (changed[i].replaced ? outcome.written : outcome.failed).append(changedPaths[qsizetype(i)]);
+    return outcome;
 }
 
 } // namespace brindlemark

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
+#include <QStringList>
+
+#include <utility>
 
 namespace brindlemark {
 
@@ -14,5 +18,12 @@ namespace brindlemark {
 // Qt's QSaveFile is not used: on a full disk the one in Qt 6.4 reports success and leaves an
 // empty file in place of the old one.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes);
+
+// Gives each file its bytes, the same way, in one batch: a file that already holds exactly those
+// bytes is not written again (nor flushed), the others are flushed once each.
+struct FileWrites {
+    QStringList written, failed; // in the order given
+};
+FileWrites writeChangedFilesAtomically(const QList<std::pair<QString, QByteArray>>& files);
 
 } // namespace brindlemark

@@ -82,11 +82,10 @@ Template templateWithIdentifier(const TemplateList& templates, const QString& id
 QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& paths)
 {
     const QByteArray bytes = text.toUtf8();
-    QStringList failed;
+    QList<std::pair<QString, QByteArray>> files;
     for (const QString& path : paths)
-        if (!writeFileAtomically(path, bytes))
-            failed.append(path);
-    return failed;
+        files.append({path, bytes});
+    return writeChangedFilesAtomically(files).failed;
 }
 
 QString keepUnreadableTemplatesText(const QString& text, const QString& folder)

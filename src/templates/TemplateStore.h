@@ -34,8 +34,9 @@ TemplateList enabledTemplates(const TemplateList& templates);
 // with that id; else the built-in "text" template. A null identifier matches nothing.
 Template templateWithIdentifier(const TemplateList& templates, const QString& identifier);
 
-// Writes the text atomically to every path, creating missing folders. A path that fails does
-// not stop the others. Returns the paths that could not be written.
+// Writes the text atomically to every path that does not hold it already, creating missing
+// folders. A path that fails does not stop the others. Returns the paths that could not be
+// written.
 QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& paths);
 
 // Keeps a copy of stored text that could not be read, as "Templates.json.unreadable" in

@@ -71,16 +71,22 @@ QByteArray withValue(const QByteArray& existing, const QString& key, const QStri
     return kept.join('\n') + '\n';
 }
 
-bool storeValue(const QString& path, const QString& key, const QString& value)
+std::optional<QByteArray> fileWithValue(const QString& path, const QString& key, const QString& value)
 {
     QByteArray existing;
     QFile file(path);
     if (file.exists()) {
         if (!file.open(QIODevice::ReadOnly))
-            return false; // writing now would drop whatever else the file holds
+            return std::nullopt; // writing now would drop whatever else the file holds
         existing = file.readAll();
     }
-    return writeFileAtomically(path, withValue(existing, key, value));
+    return withValue(existing, key, value);
+}
+
+bool storeValue(const QString& path, const QString& key, const QString& value)
+{
+    const std::optional<QByteArray> contents = fileWithValue(path, key, value);
+    return contents && writeChangedFilesAtomically({{path, *contents}}).failed.isEmpty();
 }
 
 } // namespace brindlemark::ini

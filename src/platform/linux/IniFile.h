@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <optional>
+
 namespace brindlemark::ini {
 
 // The settings files are QSettings INI files, read with QSettings. They are written here instead:
@@ -13,8 +15,13 @@ namespace brindlemark::ini {
 // stays as it was, an earlier value of the key goes. `key` is a plain name (letters, digits, '_').
 QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value);
 
-// Sets the key in the INI file at `path`, writing the file whole or not at all. False, and the
-// file as it was, when the old file cannot be read or the new one cannot be written in full.
+// The whole text of the INI file at `path` once `key` is set to `value`; nothing when the
+// present file cannot be read.
+std::optional<QByteArray> fileWithValue(const QString& path, const QString& key, const QString& value);
+
+// Sets the key in the INI file at `path`, writing the file whole or not at all, and not at all
+// when it holds that value already. False, and the file as it was, when the old file cannot be
+// read or the new one cannot be written in full.
 bool storeValue(const QString& path, const QString& key, const QString& value);
 
 } // namespace brindlemark::ini

@@ -6,12 +6,14 @@
 #include "platform/linux/InstanceChannel.h"
 #include "platform/linux/InstanceServer.h"
 #include "platform/linux/XdgFolders.h"
+#include "templates/AtomicFile.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 #include <QProcess>
@@ -51,6 +53,20 @@ void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& valu
 void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value)
 {
     ini::storeValue(extensionPreferencesFilePath(), key, value);
+}
+
+bool LinuxPlatform::storeTemplatesJSONText(const QString& key, const QString& text)
+{
+    // All five places are files here: they go to the disk in one batch, and those that hold the
+    // text already are left alone.
+    QList<std::pair<QString, QByteArray>> files;
+    for (const QString& settings : {userDefaultsFilePath(), extensionPreferencesFilePath()})
+        if (const std::optional<QByteArray> contents = ini::fileWithValue(settings, key, text))
+            files.append({settings, *contents});
+    const QByteArray bytes = text.toUtf8();
+    for (const QString& path : templateConfigFilePaths())
+        files.append({path, bytes});
+    return !writeChangedFilesAtomically(files).written.isEmpty();
 }
 
 QStringList LinuxPlatform::templateConfigFilePaths()
@@ -109,11 +125,22 @@ QString LinuxPlatform::desktopFolder()
 
 void LinuxPlatform::templatesChanged(const QString& extensionBundlePath)
 {
-    // Dolphin's service menus name every template: the bundle's "refresh" writes them again
-    // when they are installed, and does nothing otherwise.
-    const QString refresh = extensionBundlePath + QStringLiteral("/refresh");
-    if (QFileInfo(refresh).isExecutable())
-        QProcess::startDetached(refresh, {});
+    // Dolphin's service menus name every template: they are written again when the install step
+    // put them there (its list of written files names them), and nothing is started otherwise.
+    QFile installed(xdg::dataHome() + QStringLiteral("/brindlemark/installed-integration"));
+    if (!installed.open(QIODevice::ReadOnly))
+        return;
+    bool dolphinMenus = false;
+    while (!installed.atEnd() && !dolphinMenus)
+        dolphinMenus = installed.readLine().trimmed().endsWith("/brindlemark-new-file.desktop");
+    const QString writer = extensionBundlePath + QStringLiteral("/brindlemark-menu-action");
+    if (!dolphinMenus || !QFileInfo(writer).isExecutable())
+        return;
+    QProcess process;
+    process.setProgram(writer);
+    process.setArguments({QStringLiteral("write-service-menu")});
+    process.setStandardOutputFile(QProcess::nullDevice()); // the paths it wrote: not needed here
+    process.startDetached();
 }
 
 namespace {

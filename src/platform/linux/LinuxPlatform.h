@@ -22,6 +22,7 @@ public:
     QVariant userDefaultsValue(const QString& key) override;
     void setUserDefaultsValue(const QString& key, const QString& value) override;
     void setExtensionPreferenceValue(const QString& key, const QString& value) override;
+    bool storeTemplatesJSONText(const QString& key, const QString& text) override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
     QString toolPath(Tool tool) override;

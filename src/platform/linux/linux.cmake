@@ -53,7 +53,7 @@ endforeach()
 # The file-manager extension's bundle, in the application's plug-ins folder.
 set(appex ${CMAKE_CURRENT_BINARY_DIR}/PlugIns/BrindlemarkFinderSync.appex)
 configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/Info.ini.in ${appex}/Info.ini @ONLY)
-foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall refresh)
+foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/extension/${part} ${appex}/${part} COPYONLY)
 endforeach()
 install(DIRECTORY ${appex} DESTINATION ${BRINDLEMARK_TOOLS_DIR}/PlugIns USE_SOURCE_PERMISSIONS)
