@@ -10,24 +10,41 @@
 #include <QPalette>
 #include <QSettings>
 
+#include <algorithm>
+#include <memory>
+#include <optional>
+
 namespace brindlemark {
 
 namespace {
 
-// Draws the shape of another icon (its alpha) in one colour: a fixed one, or else the
-// application palette's text colour at the moment of drawing, so that icons already handed to
-// buttons and menus follow a change of palette.
-class MonochromeIconEngine final : public QIconEngine {
+// What a symbol is drawn from: a shape recoloured to one colour, or, where the theme has no
+// symbolic form, the theme's ordinary icon in its own colours.
+struct SymbolShape {
+    QIcon icon;
+    QString name;
+    bool monochrome = true;
+};
+
+SymbolShape symbolShape(const QString& symbol);
+
+// Draws a symbol: the shape (its alpha) in one colour, a fixed one, or else the application
+// palette's text colour at the moment of drawing, so that icons already handed to buttons and
+// menus follow a change of palette. The shape is looked up when the icon is first drawn or
+// measured, not when it is made: a tray menu built at start-up costs no theme look-ups until it
+// opens.
+class SymbolIconEngine final : public QIconEngine {
 public:
-    MonochromeIconEngine(const QIcon& shape, const QString& name,
-                         const QColor& fixedColour = QColor())
-        : m_shape(shape), m_name(name), m_fixedColour(fixedColour)
+    explicit SymbolIconEngine(const QString& symbol, const QColor& fixedColour = QColor())
+        : m_symbol(symbol), m_fixedColour(fixedColour)
     {
     }
 
     QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
     {
-        QPixmap pixmap = m_shape.pixmap(size, 1.0, QIcon::Normal, state);
+        if (!shape().monochrome)
+            return shape().icon.pixmap(size, mode, state);
+        QPixmap pixmap = shape().icon.pixmap(size, 1.0, QIcon::Normal, state);
         if (pixmap.isNull())
             return pixmap;
         QPainter painter(&pixmap);
@@ -42,21 +59,28 @@ public:
         painter->drawPixmap(rect, pixmap(rect.size() * scale, mode, state));
     }
 
-    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State state) override
+    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override
     {
-        return m_shape.actualSize(size, QIcon::Normal, state);
+        return shape().icon.actualSize(size, shape().monochrome ? QIcon::Normal : mode, state);
     }
 
-    QList<QSize> availableSizes(QIcon::Mode, QIcon::State state) override
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
     {
-        return m_shape.availableSizes(QIcon::Normal, state);
+        return shape().icon.availableSizes(shape().monochrome ? QIcon::Normal : mode, state);
     }
-    QString iconName() override { return m_name; }
-    bool isNull() override { return m_shape.isNull(); }
-    QString key() const override { return QStringLiteral("brindlemark.monochrome"); }
-    QIconEngine* clone() const override { return new MonochromeIconEngine(*this); }
+    QString iconName() override { return shape().name; }
+    bool isNull() override { return shape().icon.isNull(); }
+    QString key() const override { return QStringLiteral("brindlemark.symbol"); }
+    QIconEngine* clone() const override { return new SymbolIconEngine(*this); }
 
 private:
+    const SymbolShape& shape()
+    {
+        if (!m_shape)
+            m_shape = symbolShape(m_symbol);
+        return *m_shape;
+    }
+
     QColor colour(QIcon::Mode mode) const
     {
         if (m_fixedColour.isValid())
@@ -74,103 +98,182 @@ private:
         return disabled;
     }
 
-    QIcon m_shape;
-    QString m_name;
+    QString m_symbol;
     QColor m_fixedColour;
+    std::optional<SymbolShape> m_shape;
 };
 
-QString markThemeName()
-{
-    return QLatin1String(ApplicationBundleIdentifier) + QLatin1String("-symbolic");
-}
-
-// Decoding is what costs here (a quarter of a millisecond for each small PNG), and the menus
-// are rebuilt each time they open: each file is read once. Kept as images, not pixmaps, as they
-// outlive the application object.
-QIcon iconFromFiles(const QStringList& files)
-{
-    static QHash<QString, QImage> images;
-    QIcon icon;
-    for (const QString& file : files) {
-        auto image = images.constFind(file);
-        if (image == images.constEnd())
-            image = images.insert(file, QImage(file));
-        if (!image->isNull())
-            icon.addPixmap(QPixmap::fromImage(*image));
+// PNG files of known sizes as one icon, each decoded only when a size near its own is first
+// drawn: the largest, never shown in a menu, cost nothing. (Qt's own QIcon::addFile decodes every
+// file at once.) Copies of the icon share what was decoded.
+class FilesIconEngine final : public QIconEngine {
+public:
+    explicit FilesIconEngine(QList<std::pair<QString, int>> files) : m_files(std::make_shared<Files>())
+    {
+        std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+        for (const auto& [file, size] : files)
+            m_files->append({file, size, QImage(), false});
     }
-    return icon;
+
+    // The same pixmap in every mode: these icons are the shapes the symbol engine recolours, and
+    // the windows' icon.
+    QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override
+    {
+        const QImage& image = imageFor(size);
+        if (image.isNull() || (image.width() <= size.width() && image.height() <= size.height()))
+            return QPixmap::fromImage(image);
+        return QPixmap::fromImage(image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    }
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        const qreal scale = painter->device() ? painter->device()->devicePixelRatio() : 1.0;
+        painter->drawPixmap(rect, pixmap(rect.size() * scale, mode, state));
+    }
+
+    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override
+    {
+        const Entry* entry = entryFor(size);
+        if (!entry)
+            return QSize();
+        return QSize(entry->size, entry->size).boundedTo(size);
+    }
+
+    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override
+    {
+        QList<QSize> sizes;
+        for (const Entry& entry : *m_files)
+            sizes.append(QSize(entry.size, entry.size));
+        return sizes;
+    }
+    bool isNull() override { return m_files->isEmpty(); }
+    QString key() const override { return QStringLiteral("brindlemark.files"); }
+    QIconEngine* clone() const override { return new FilesIconEngine(*this); }
+
+private:
+    struct Entry {
+        QString file;
+        int size;
+        QImage image;
+        bool decoded;
+    };
+    using Files = QList<Entry>;
+
+    // The smallest file at least as large as asked for, else the largest.
+    Entry* entryFor(const QSize& size)
+    {
+        if (m_files->isEmpty())
+            return nullptr;
+        const int wanted = qMax(size.width(), size.height());
+        for (Entry& entry : *m_files)
+            if (entry.size >= wanted)
+                return &entry;
+        return &m_files->last();
+    }
+
+    const QImage& imageFor(const QSize& size)
+    {
+        static const QImage none;
+        Entry* entry = entryFor(size);
+        if (!entry)
+            return none;
+        if (!entry->decoded) {
+            entry->image = QImage(entry->file);
+            entry->decoded = true;
+        }
+        return entry->image;
+    }
+
+    std::shared_ptr<Files> m_files;
+};
+
+QIcon iconFromFiles(const QList<std::pair<QString, int>>& files)
+{
+    return files.isEmpty() ? QIcon() : QIcon(new FilesIconEngine(files));
 }
 
 // The mark, from the PNGs rendered from packaging/icons/brindlemark-symbolic.svg: drawing it
 // needs no SVG support.
 QIcon bundledMark()
 {
-    QStringList files;
+    QList<std::pair<QString, int>> files;
     for (int size : {16, 22, 24, 32, 48, 64, 96, 128})
-        files << QStringLiteral(":/icons/symbolic/brindlemark-symbolic-%1.png").arg(size);
+        files.append({QStringLiteral(":/icons/symbolic/brindlemark-symbolic-%1.png").arg(size), size});
     return iconFromFiles(files);
 }
 
 // The mark's theme name where the desktop can find it (our package installs it into hicolor),
 // else an empty text. Qt itself may not see the installed SVG (it draws SVG only with its SVG
-// module), but the panels that look names up do.
+// module), but the panels that look names up do. Only the installed file is looked for: asking
+// Qt's theme loader for a name it lacks searches every folder of every theme.
 QString installedMarkName()
 {
-    // Looked up once per themes and places: the menus ask at every opening.
-    static QHash<QString, QString> found;
-    const QString key = QIcon::themeName() + u'\n' + QIcon::themeSearchPaths().join(u'\n');
-    if (const auto known = found.constFind(key); known != found.constEnd())
-        return *known;
-    const QString name = markThemeName();
-    QString installed;
-    if (QIcon::fromTheme(name).name() == name)
-        installed = name;
+    const QString name = QLatin1String(ApplicationBundleIdentifier) + QLatin1String("-symbolic");
     for (const QString& base : QIcon::themeSearchPaths())
-        if (QFileInfo::exists(base + QLatin1String("/hicolor/scalable/apps/") + name +
-                              QLatin1String(".svg")))
-            installed = name;
-    return *found.insert(key, installed);
+        if (QFileInfo::exists(base + QLatin1String("/hicolor/scalable/apps/") + name + QLatin1String(".svg")))
+            return name;
+    return QString();
 }
+
+// hicolor holds applications' own icons, not symbolic sets or actions, and lists hundreds of
+// folders: searching it for a symbol costs milliseconds and finds nothing.
+bool isSymbolTheme(const QString& theme) { return !theme.isEmpty() && theme != QLatin1String("hicolor"); }
 
 // A theme's symbolic icon as GTK's pre-rendered "<name>.symbolic.png" files in its fixed-size
 // folders (Adwaita ships all its symbolic icons so, besides the SVGs): they need no SVG support,
 // and their alpha is the shape. Looked for in the desktop's theme, then in the fallback theme.
-QStringList prerenderedSymbolicFiles(const QString& name)
+QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
 {
     for (const QString& theme : {QIcon::themeName(), QIcon::fallbackThemeName()}) {
-        // hicolor holds applications' own icons, not symbolic sets, and lists hundreds of folders.
-        if (theme.isEmpty() || theme == QLatin1String("hicolor"))
+        if (!isSymbolTheme(theme))
             continue;
         for (const QString& base : QIcon::themeSearchPaths()) {
             const QString root = base + '/' + theme;
             if (!QFileInfo::exists(root + QLatin1String("/index.theme")))
                 continue;
-            QStringList files;
+            QList<std::pair<QString, int>> files;
             const QSettings index(root + QLatin1String("/index.theme"), QSettings::IniFormat);
-            for (const QString& folder :
-                 index.value(QStringLiteral("Icon Theme/Directories")).toStringList())
-                if (const QString file =
-                        root + '/' + folder + '/' + name + QLatin1String(".symbolic.png");
-                    QFileInfo::exists(file))
-                    files << file;
+            for (const QString& folder : index.value(QStringLiteral("Icon Theme/Directories")).toStringList())
+                if (const QString file = root + '/' + folder + '/' + name + QLatin1String(".symbolic.png"); QFileInfo::exists(file))
+                    files.append({file, index.value(folder + QLatin1String("/Size")).toInt()});
             if (!files.isEmpty())
                 return files;
         }
     }
-    return QStringList();
+    return {};
 }
 
-QIcon prerenderedSymbolicIcon(const QString& name)
+SymbolShape lookUpSymbolShape(const QString& symbol)
 {
-    // A look through a theme's folders is kept, per themes, places and name.
-    static QHash<QString, QStringList> found;
-    const QString key = QStringList{QIcon::themeName(), QIcon::fallbackThemeName(),
-                                    QIcon::themeSearchPaths().join('\n'), name}
-                            .join('\n');
-    auto files = found.constFind(key);
-    if (files == found.constEnd())
-        files = found.insert(key, prerenderedSymbolicFiles(name));
-    return iconFromFiles(*files);
+    if (symbol == QLatin1String("doc.badge.plus"))
+        return {bundledMark(), installedMarkName()};
+    const QString symbolic = themeIconName(symbol);
+    if (symbolic.isEmpty())
+        return {};
+    // The pre-rendered shapes first: found with a look at one theme's index.
+    if (const QList<std::pair<QString, int>> files = prerenderedSymbolicFiles(symbolic); !files.isEmpty())
+        return {iconFromFiles(files), symbolic};
+    if (!isSymbolTheme(QIcon::themeName()) && !isSymbolTheme(QIcon::fallbackThemeName()))
+        return {};
+    // Qt answers a name its theme lacks with a shorter one ("view-refresh" for
+    // "view-refresh-symbolic"), a full-colour icon: only the exact name will do here.
+    if (const QIcon shape = QIcon::fromTheme(symbolic); shape.name() == symbolic && !shape.isNull())
+        return {shape, symbolic};
+    // A theme without symbolic icons: its ordinary icon (the name without "-symbolic") rather
+    // than none.
+    const QIcon plain = QIcon::fromTheme(symbolic.section('-', 0, -2));
+    return {plain, plain.name(), false};
+}
+
+// Each symbol is looked up once per themes and places: menus are rebuilt at every opening.
+SymbolShape symbolShape(const QString& symbol)
+{
+    static QHash<QString, SymbolShape> found;
+    const QString key = QStringList{QIcon::themeName(), QIcon::fallbackThemeName(), QIcon::themeSearchPaths().join('\n'), symbol}.join('\n');
+    auto shape = found.constFind(key);
+    if (shape == found.constEnd())
+        shape = found.insert(key, lookUpSymbolShape(symbol));
+    return *shape;
 }
 
 } // namespace
@@ -192,38 +295,22 @@ QString themeIconName(const QString& symbol)
     return names.value(symbol);
 }
 
-QIcon symbolImage(const QString& name, qreal, QFont::Weight)
-{
-    if (name == QLatin1String("doc.badge.plus"))
-        return QIcon(new MonochromeIconEngine(bundledMark(), installedMarkName()));
-    const QString symbolic = themeIconName(name);
-    if (symbolic.isEmpty())
-        return QIcon();
-    // Qt answers a name its theme lacks with a shorter one ("view-refresh" for
-    // "view-refresh-symbolic"), a full-colour icon: only the exact name will do here.
-    QIcon shape = QIcon::fromTheme(symbolic);
-    if (shape.name() != symbolic)
-        shape = prerenderedSymbolicIcon(symbolic);
-    if (!shape.isNull())
-        return QIcon(new MonochromeIconEngine(shape, symbolic));
-    // A theme without symbolic icons: its ordinary icon (the name without "-symbolic") rather
-    // than none.
-    return QIcon::fromTheme(symbolic.section('-', 0, -2));
-}
+QIcon symbolImage(const QString& name, qreal, QFont::Weight) { return QIcon(new SymbolIconEngine(name)); }
 
 QIcon statusItemIcon()
 {
     // The grey GTK gives symbolic icons where it knows no colour: readable on light and dark
     // panels.
-    return QIcon(
-        new MonochromeIconEngine(bundledMark(), installedMarkName(), QColor(0xbe, 0xbe, 0xbe)));
+    return QIcon(new SymbolIconEngine(QStringLiteral("doc.badge.plus"), QColor(0xbe, 0xbe, 0xbe)));
 }
 
 QIcon applicationIcon()
 {
-    QStringList files;
-    for (int size : {16, 22, 24, 32, 48, 64, 128, 256})
-        files << QStringLiteral(":/icons/brindlemark-%1.png").arg(size);
+    QList<std::pair<QString, int>> files;
+    // Up to 128 pixels: the window manager is sent every size, and larger ones only cost. The
+    // desktop's menus take the larger icons from the icon theme.
+    for (int size : {16, 22, 24, 32, 48, 64, 128})
+        files.append({QStringLiteral(":/icons/brindlemark-%1.png").arg(size), size});
     return iconFromFiles(files);
 }
 
