@@ -22,6 +22,7 @@ namespace {
 
 // One script for the three tools: it writes down every run, and answers as the real ones do.
 const QByteArray recordingTool = R"sh(echo "${0##*/} $*" >> "$HOME/tools.log"
+[ -e "$HOME/slow" ] && [ "$1" != -a ] && sleep 0.15
 case "${0##*/} $1" in
   "pluginkit -e") touch "$HOME/elected"; echo "cannot elect" ;;
   "pluginkit -mAD") [ -e "$HOME/elected" ] && s=+ || s=-; echo "$s    org.brindlemark.Brindlemark.BrindlemarkFinderSync(1)" ;;
@@ -190,7 +191,18 @@ private slots:
         QCOMPARE(status(), QString("no bundle there\n"));
         QFile::remove(home->file("pluginkit.says"));
         QFile::remove(home->file("tools.log"));
+        // The window answers while the tools run, one after another: the status line follows them,
+        // and a second press meanwhile changes nothing.
+        QVERIFY(writeFile(home->file("slow"), ""));
+        QStringList seen;
+        QTimer watch;
+        connect(&watch, &QTimer::timeout, [&] { if (seen.value(seen.size() - 1) != status()) seen << status(); });
+        watch.start(5);
         press("Enable Extension");
+        press("Enable Extension");
+        QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
+        QFile::remove(home->file("slow"));
+        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")), QStringList({"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
         QCOMPARE(tools(), "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") + "\npluginkit -mAD -p com.apple.FinderSync\n"
                           "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall Finder\npluginkit -mAD -p com.apple.FinderSync\n");
         QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(), QString("Finder Extension: Enabled (off) Finder extension enabled."));

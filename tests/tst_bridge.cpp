@@ -122,14 +122,36 @@ private slots:
             writeScript(tool, script.toUtf8());
             QElapsedTimer timer;
             timer.start();
-            const QString output = runTool(tool, {"a b", "'q'", "$HOME;|&", ""}, 500);
-            return timer.elapsed() < 5'000 ? output : "not stopped in time";
+            const QStringList arguments{"a b", "'q'", "$HOME;|&", ""};
+            const QString output = runTool(tool, arguments, 500);
+            // The same tool in a sequence, the event loop running meanwhile, gives the same text.
+            QString inSequence = "never finished";
+            QEventLoop loop;
+            ToolSequence sequence([&] { loop.quit(); }, 500);
+            sequence.append(tool, arguments, [&](const QString& text) { inSequence = text; });
+            sequence.start();
+            QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
+            loop.exec();
+            if (inSequence != output)
+                return "in a sequence: " + inSequence;
+            return timer.elapsed() < 10'000 ? output : "not stopped in time";
         }, {{"exit 3", ""}, {"echo a; echo b >&2; echo c", "a\nb\nc\n"}, {"printf 'ok\\377'", ""},
             {"printf '[%s]' \"$@\"", "[a b]['q'][$HOME;|&][]"}, {"cat; echo done", "done\n"},
             {"head -c 3000000 /dev/zero | tr '\\0' a", QString(3'000'000, u'a')},
             {"echo started; exec sleep 600", "started\ntool did not finish within 0.5 seconds and was stopped."},
             {"printf x; exec >&- 2>&-; sleep 600", "x\ntool did not finish within 0.5 seconds and was stopped."}});
         QVERIFY(!runTool(home.file("missing"), {}).isEmpty() && !runTool(home.path(), {}).isEmpty()); // no tool there: a reason
+        // A sequence goes on past a tool that cannot start, handing on the reason.
+        QStringList outputs;
+        QEventLoop loop;
+        ToolSequence sequence([&] { loop.quit(); });
+        sequence.append(home.file("missing"), {}, [&](const QString& text) { outputs << text; });
+        writeScript(tool, "echo second");
+        sequence.append(tool, {}, [&](const QString& text) { outputs << text; });
+        sequence.start();
+        QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
+        loop.exec();
+        QVERIFY2(outputs.size() == 2 && !outputs[0].isEmpty() && outputs[1] == "second\n", qPrintable(outputs.join('|')));
     }
 
     void extensionState()

@@ -133,6 +133,7 @@ private slots:
             QCOMPARE(readFile(file), builtInTemplatesJSON);
 
         app->enableExtension();
+        QTRY_VERIFY(!app->isEnablingExtension());
         app->openTerminalInFinderFolder();
         // The new file is shown in the Finder without waiting for open, which takes its time.
         useTool("open", "[ \"$1\" != -R ] || { exec >/dev/null 2>&1; sleep 5; }");

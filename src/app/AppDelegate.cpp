@@ -3,6 +3,7 @@
 
 #include "app/MainWindow.h"
 #include "bridge/LaunchArguments.h"
+#include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"

@@ -20,6 +20,7 @@ struct Command;
 class MainWindow;
 class Platform;
 class TemplateTableModel;
+class ToolSequence;
 
 // The one controller: it owns the application's state, and every operation the user or the
 // desktop can ask for is one of its methods. The rules themselves live in the UI-free core
@@ -93,6 +94,8 @@ public:
     void restartFinder(QObject* sender = nullptr);
     void openSettings(QObject* sender = nullptr);
     void refreshExtensionStatus();
+    // True from an "Enable Extension" until its last tool has run.
+    bool isEnablingExtension() const;
 
     // Menus, built with the start-up sequence.
     void buildApplicationMenu();
@@ -116,6 +119,10 @@ private:
     void showQueuedErrors();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
+    QStringList registrationArguments() const;
+    static QStringList listingArguments();
+    void showRegistration(const QString& output);
+    void showExtensionState(const QString& listing);
 
     Platform& m_platform;
     TemplateList m_templates;
@@ -133,6 +140,7 @@ private:
     QTableView* m_templatesTableView = nullptr;
     QQueue<QString> m_pendingErrors;
     bool m_showingErrors = false;
+    std::unique_ptr<ToolSequence> m_enabling;
 };
 
 } // namespace brindlemark

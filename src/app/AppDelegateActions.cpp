@@ -12,6 +12,7 @@
 #include <QAction>
 #include <QFileInfo>
 #include <QLabel>
+#include <QTimer>
 
 namespace brindlemark {
 
@@ -119,24 +120,50 @@ QString AppDelegate::extensionBundlePath() const
     return m_platform.builtInPlugInsPath() + u'/' + ExtensionBundleName;
 }
 
+// The registry tool's and the restart tool's command lines, shared by the single operations and
+// by the enabling, which runs them in a row without blocking.
+QStringList AppDelegate::registrationArguments() const { return {QStringLiteral("-a"), extensionBundlePath()}; }
+
+QStringList AppDelegate::listingArguments()
+{
+    return {QStringLiteral("-mAD"), QStringLiteral("-p"), FileManagerExtensionProtocol};
+}
+
+void AppDelegate::showRegistration(const QString& output)
+{
+    setStatusText(output.isEmpty() ? QStringLiteral("Extension registered.") : output);
+}
+
 void AppDelegate::registerExtension(QObject*)
 {
-    const QString output = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
-                                   {QStringLiteral("-a"), extensionBundlePath()});
-    setStatusText(output.isEmpty() ? QStringLiteral("Extension registered.") : output);
+    showRegistration(runTool(m_platform.toolPath(Platform::Tool::PluginKit), registrationArguments()));
     refreshExtensionStatus();
 }
 
 void AppDelegate::enableExtension(QObject*)
 {
-    registerExtension();
-    runTool(m_platform.toolPath(Platform::Tool::PluginKit),
-            {QStringLiteral("-e"), QStringLiteral("use"), QStringLiteral("-i"),
-             QLatin1String(ExtensionBundleIdentifier)});
-    restartFinder();
-    refreshExtensionStatus();
-    setStatusText(QStringLiteral("Finder extension enabled."));
+    // The five tools in their order, the status line following them, while the window goes on
+    // answering: electing the extension installs the file managers' menus, which takes a while.
+    // A second request while one runs is the same request: it is not queued.
+    if (m_enabling)
+        return;
+    const QString pluginKit = m_platform.toolPath(Platform::Tool::PluginKit);
+    const auto showState = [this](const QString& listing) { showExtensionState(listing); };
+    m_enabling = std::make_unique<ToolSequence>([this] {
+        setStatusText(QStringLiteral("Finder extension enabled."));
+        QTimer::singleShot(0, this, [this] { m_enabling.reset(); });
+    });
+    m_enabling->append(pluginKit, registrationArguments(), [this](const QString& output) { showRegistration(output); });
+    m_enabling->append(pluginKit, listingArguments(), showState);
+    m_enabling->append(pluginKit, {QStringLiteral("-e"), QStringLiteral("use"), QStringLiteral("-i"),
+                                   QLatin1String(ExtensionBundleIdentifier)});
+    m_enabling->append(m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")},
+                       [this](const QString&) { setStatusText(QStringLiteral("Finder restarted.")); });
+    m_enabling->append(pluginKit, listingArguments(), showState);
+    m_enabling->start();
 }
+
+bool AppDelegate::isEnablingExtension() const { return m_enabling != nullptr; }
 
 void AppDelegate::restartFinder(QObject*)
 {
@@ -148,14 +175,17 @@ void AppDelegate::openSettings(QObject*) { m_platform.openSettings(); }
 
 void AppDelegate::refreshExtensionStatus()
 {
-    const QString listing = runTool(m_platform.toolPath(Platform::Tool::PluginKit),
-                                    {QStringLiteral("-mAD"), QStringLiteral("-p"), FileManagerExtensionProtocol});
+    showExtensionState(runTool(m_platform.toolPath(Platform::Tool::PluginKit), listingArguments()));
+}
+
+void AppDelegate::showExtensionState(const QString& listing)
+{
     const ExtensionState state = extensionStateFromListing(listing, QLatin1String(ExtensionBundleIdentifier));
     if (m_extensionMenuItem)
         m_extensionMenuItem->setText(extensionMenuTitle(state));
     if (m_extensionStateLabel)
         MainWindow::setColouredText(m_extensionStateLabel, extensionStateText(state),
-                              state == ExtensionState::Enabled ? SystemGreen : SystemOrange);
+                                    state == ExtensionState::Enabled ? SystemGreen : SystemOrange);
 }
 
 } // namespace brindlemark

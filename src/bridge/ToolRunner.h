@@ -2,6 +2,12 @@
 
 #include <QStringList>
 
+#include <functional>
+#include <memory>
+
+class QProcess;
+class QTimer;
+
 namespace brindlemark {
 
 // How long a tool may run before it is stopped. The tools Brindlemark runs end at once; the
@@ -15,5 +21,42 @@ inline constexpr int ToolTimeoutMilliseconds = 10'000;
 // is its output so far followed by a line saying it was stopped. Its standard input is empty.
 QString runTool(const QString& path, const QStringList& arguments,
                 int timeoutMilliseconds = ToolTimeoutMilliseconds);
+
+// Tools run one after another without blocking the thread's event loop: each starts when the one
+// before has ended, and its output, as runTool gives it, goes to its step's function. For work
+// that runs several tools, some of them slow (installing the file-manager menus), while the
+// window must go on answering.
+class ToolSequence final {
+public:
+    using Done = std::function<void(const QString& output)>;
+
+    // `finished` is called once the last step's function has run. Each tool has
+    // `timeoutMilliseconds` to end, as with runTool.
+    explicit ToolSequence(std::function<void()> finished = {}, int timeoutMilliseconds = ToolTimeoutMilliseconds);
+    // A tool still running is given the rest of its time to end, not killed halfway through.
+    ~ToolSequence();
+    ToolSequence(const ToolSequence&) = delete;
+    ToolSequence& operator=(const ToolSequence&) = delete;
+
+    void append(const QString& path, const QStringList& arguments, Done done = {});
+    void start();
+    bool isRunning() const { return m_process != nullptr; }
+
+private:
+    struct Step {
+        QString path;
+        QStringList arguments;
+        Done done;
+    };
+    void startNext();
+    void finishStep(const QString& output);
+
+    QList<Step> m_steps;
+    std::function<void()> m_finished;
+    int m_timeoutMilliseconds;
+    std::unique_ptr<QProcess> m_process;
+    std::unique_ptr<QTimer> m_timeout;
+    QByteArray m_output;
+};
 
 } // namespace brindlemark
