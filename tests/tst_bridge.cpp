@@ -10,6 +10,7 @@
 #include "platform/linux/IniFile.h"
 #include "platform/linux/PluginRegistry.h"
 
+#include <QJsonArray>
 #include <QSettings>
 
 using namespace brindlemark;
@@ -170,7 +171,8 @@ private slots:
     {
         TestHome home;
         const QString bundle = home.file("Some.appex");
-        QVERIFY(writeFile(bundle + "/Info.ini", "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=2\n"));
+        // Read as QSettings reads it: only its group, blanks around keys and values, quotes around a value.
+        QVERIFY(writeFile(bundle + "/Info.ini", "[Extension]\n Identifier = x.y \nProtocol=p\nVersion=\"2\"\n[Other]\nIdentifier=other\n"));
         writeScript(bundle + "/install", "echo installed > \"$HOME/step\"; echo done installing");
         writeScript(bundle + "/uninstall", "echo uninstalled > \"$HOME/step\"");
         QVERIFY(writeFile(home.file("data/brindlemark/plugin-registry.json"), "{ broken"));
@@ -178,8 +180,11 @@ private slots:
         auto run = [&](const QList<QStringList>& commands) {
             QString text;
             for (const QStringList& arguments : commands) {
-                const PluginKitResult result = runPluginKit(arguments);
-                text += QString::number(result.exitCode) + ":" + result.output;
+                std::vector<std::string> converted;
+                for (const QString& argument : arguments)
+                    converted.push_back(argument.toStdString());
+                const PluginKitResult result = runPluginKit(converted);
+                text += QString::number(result.exitCode) + ":" + QString::fromStdString(result.output);
             }
             return text + readFile(home.file("step"));
         };
@@ -196,6 +201,53 @@ private slots:
         QCOMPARE(run({{"-r", "/tmp"}}), "1:pluginkit: no plug-in is registered at /tmp\n");
         for (const QStringList& usage : QList<QStringList>{{}, {"-e", "maybe", "-i", "x"}, {"-mAD", "-p"}, {"-mX"}, {"-m", "-q", "x"}, {"-a"}})
             QVERIFY2(run({usage}).startsWith("64:usage: brindlemark-pluginkit"), qPrintable(usage.join(' ')));
+
+        // Bundle paths are made absolute and cleaned as QFileInfo does; a trailing slash stays.
+        const QString previous = QDir::currentPath();
+        const auto restore = qScopeGuard([&] { QDir::setCurrent(previous); });
+        QDir::setCurrent(home.path());
+        expectEach([&](const QString& path) { return run({{"-a", path}}).section(' ', 1, 1); },
+                   {{"x/../y/./z//w", home.file("y/z/w")}, {".", home.path()}, {"../" + QFileInfo(home.path()).fileName() + "//x/..", home.path()},
+                    {"/a/./b/../c/", "/a/c/"}, {"//a//b/.", "/a/b"}});
+    }
+
+    void registryFromEarlierVersions()
+    {
+        TestHome home;
+        const QString registry = home.file("data/brindlemark/plugin-registry.json");
+        auto listing = [&](const QByteArray& text) {
+            writeFile(registry, text);
+            return QString::fromStdString(runPluginKit({"-mAD"}).output);
+        };
+        // As QJsonDocument wrote it (indented, escapes), with members and values the registry ignores.
+        const QByteArray written = "[\n    {\n        \"elected\": true,\n"
+            "        \"extra\": {\"n\": [1, -2.5e3, null, false, {}, \"]\"]},\n"
+            "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\ud83d\\ude00\",\n" // q"u\oé😀
+            "        \"path\": \"/no/such \\\"bundle\\\"\\\\\",\n"
+            R"(        "protocol": "p",)" "\n"
+            R"(        "version": "1\/2\t\u0001")" "\n    },\n"
+            R"(    {"identifier": 5, "path": "/x"}, "text", [],)" "\n"
+            R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
+        expectEach([&](const QString& text) { return listing(text.toUtf8()); },
+                   {{written, "+    q\"u\\oé😀(1/2\t\x01)\n-    n()\n"},
+                    // Broken, or not an array: read as empty.
+                    {R"([{"identifier": "a"}] x)", ""}, {R"({"identifier": "a"})", ""}, {R"([{"identifier": "a\u12x4"}])", ""},
+                    {R"([{"identifier": "a"},])", ""}, {R"([{"identifier": "a", "n": 01}])", ""}, {QString(100'000, '['), ""}});
+        QCOMPARE(listing("[{\"identifier\": \"a\xc3\"}]"), ""); // not UTF-8
+
+        // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
+        listing(written);
+        QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé😀"}).exitCode, 0);
+        const QJsonArray expected{QJsonObject{{"elected", false}, {"identifier", "q\"u\\oé😀"}, {"path", "/no/such \"bundle\"\\"},
+                                              {"protocol", "p"}, {"version", "1/2\t\x01"}},
+                                  QJsonObject{{"elected", false}, {"identifier", "n"}, {"path", ""}, {"protocol", ""}, {"version", ""}}};
+        QCOMPARE(readFile(registry), QJsonDocument(expected).toJson());
+
+        // A NUL in a registered path must not cut it short to a program that is not the bundle's step.
+        writeScript(home.file("program"), "touch \"$HOME/ran\"");
+        listing("[{\"identifier\": \"z\", \"path\": \"" + home.file("program").toUtf8() + "\\u0000\"}]");
+        QCOMPARE(runPluginKit({"-e", "use", "-i", "z"}).exitCode, 0);
+        QVERIFY(!QFile::exists(home.file("ran")));
     }
 };
 

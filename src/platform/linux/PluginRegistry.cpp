@@ -1,169 +1,688 @@
 #include "platform/linux/PluginRegistry.h"
 
-#include "templates/AtomicFile.h"
-#include "platform/linux/XdgFolders.h"
+#include "templates/AtomicWrite.h"
 
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QSettings>
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
 
 namespace brindlemark {
 
 namespace {
 
-const QString Usage = QStringLiteral(
+constexpr std::string_view Usage =
     "usage: brindlemark-pluginkit -a PATH | -r PATH | -e use|ignore -i IDENTIFIER"
-    " | -m[AD] [-p PROTOCOL] [-i IDENTIFIER]\n");
+    " | -m[AD] [-p PROTOCOL] [-i IDENTIFIER]\n";
 
 struct Registration {
-    QString identifier, path, protocol, version;
+    std::string identifier, path, protocol, version;
     bool elected = false;
 };
 
-QList<Registration> readRegistry()
+// ---- Text
+
+// The length of the well-formed UTF-8 sequence at `at` (no overlong forms, no surrogates, nothing
+// beyond U+10FFFF), or 0.
+std::size_t utf8Length(std::string_view text, std::size_t at)
 {
-    QFile file(pluginRegistryFilePath());
-    QList<Registration> registrations;
-    if (!file.open(QIODevice::ReadOnly))
-        return registrations;
-    // A broken registry reads as empty: registering again repairs it.
-    for (const QJsonValue& value : QJsonDocument::fromJson(file.readAll()).array()) {
-        const QJsonObject entry = value.toObject();
-        Registration r{entry.value("identifier").toString(), entry.value("path").toString(),
-                       entry.value("protocol").toString(), entry.value("version").toString(),
-                       entry.value("elected").toBool()};
-        if (!r.identifier.isEmpty())
-            registrations << r;
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(at);
+    if (lead < 0x80)
+        return 1;
+    std::size_t length = 0;
+    char32_t code = 0, smallest = 0;
+    if (lead >= 0xC2 && lead <= 0xDF)
+        length = 2, code = lead & 0x1F, smallest = 0x80;
+    else if (lead >= 0xE0 && lead <= 0xEF)
+        length = 3, code = lead & 0x0F, smallest = 0x800;
+    else if (lead >= 0xF0 && lead <= 0xF4)
+        length = 4, code = lead & 0x07, smallest = 0x10000;
+    if (length == 0 || text.size() - at < length)
+        return 0;
+    for (std::size_t i = at + 1; i < at + length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80)
+            return 0;
+        code = code << 6 | (byte(i) & 0x3F);
     }
-    return registrations;
+    return code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF) ? 0 : length;
 }
 
-bool writeRegistry(const QList<Registration>& registrations)
+bool isUtf8(std::string_view text)
 {
-    QJsonArray array;
-    for (const Registration& r : registrations)
-        array.append(QJsonObject{{"identifier", r.identifier}, {"path", r.path}, {"protocol", r.protocol},
-                                 {"version", r.version}, {"elected", r.elected}});
-    return writeFileAtomically(pluginRegistryFilePath(), QJsonDocument(array).toJson());
+    for (std::size_t at = 0, length = 0; at < text.size(); at += length)
+        if ((length = utf8Length(text, at)) == 0)
+            return false;
+    return true;
 }
 
-PluginKitResult failure(const QString& message, int code = 1) { return {code, message + u'\n'}; }
-
-PluginKitResult cannotWrite()
+// Text from outside (arguments, the manifest, what a bundle's step prints) as Qt decoded it: each
+// byte that starts no well-formed sequence becomes U+FFFD. What reaches the registry then stays
+// the valid JSON that Qt reads.
+std::string utf8(std::string_view bytes)
 {
-    return failure(QStringLiteral("pluginkit: cannot write the registry %1").arg(pluginRegistryFilePath()));
+    if (isUtf8(bytes))
+        return std::string(bytes);
+    std::string text;
+    for (std::size_t at = 0; at < bytes.size();) {
+        const std::size_t length = utf8Length(bytes, at);
+        text += length ? bytes.substr(at, length) : "\xEF\xBF\xBD";
+        at += length ? length : 1;
+    }
+    return text;
 }
 
-PluginKitResult add(const QString& bundlePath)
+void appendUtf8(std::string& out, char32_t code)
 {
-    const QString path = QFileInfo(bundlePath).absoluteFilePath();
-    const QString info = path + QStringLiteral("/Info.ini");
-    if (!QFileInfo(info).isFile())
-        return failure(QStringLiteral("pluginkit: %1 is not an extension bundle (it has no Info.ini)").arg(path));
-    QSettings manifest(info, QSettings::IniFormat);
-    Registration added{manifest.value("Extension/Identifier").toString(), path,
-                       manifest.value("Extension/Protocol").toString(),
-                       manifest.value("Extension/Version").toString(), false};
-    if (added.identifier.isEmpty() || added.protocol.isEmpty())
-        return failure(QStringLiteral("pluginkit: %1 names no identifier or protocol").arg(info));
+    if (code < 0x80) {
+        out += char(code);
+    } else if (code < 0x800) {
+        out += char(0xC0 | code >> 6);
+        out += char(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        out += char(0xE0 | code >> 12);
+        out += char(0x80 | (code >> 6 & 0x3F));
+        out += char(0x80 | (code & 0x3F));
+    } else {
+        out += char(0xF0 | code >> 18);
+        out += char(0x80 | (code >> 12 & 0x3F));
+        out += char(0x80 | (code >> 6 & 0x3F));
+        out += char(0x80 | (code & 0x3F));
+    }
+}
 
-    QList<Registration> registrations = readRegistry();
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+
+std::string_view trimmed(std::string_view text)
+{
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+bool readFile(const std::string& path, std::string& bytes)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    char buffer[16384];
+    ssize_t n;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))
+        bytes.append(buffer, std::size_t(std::max<ssize_t>(n, 0)));
+    ::close(fd);
+    return n == 0;
+}
+
+// ---- Paths, with Qt's rules, since registrations made by earlier versions hold paths in its form
+
+// QDir::cleanPath: no "." segments, no repeated or trailing slashes, ".." taking away the segment
+// before it; a ".." with nothing before it stays, even right below the root.
+std::string cleanPath(std::string_view path)
+{
+    if (path.empty())
+        return {};
+    const bool absolute = path.front() == '/';
+    std::vector<std::string_view> segments;
+    while (!path.empty()) {
+        const std::size_t slash = std::min(path.find('/'), path.size());
+        const std::string_view segment = path.substr(0, slash);
+        path.remove_prefix(std::min(slash + 1, path.size()));
+        if (segment == ".." && !segments.empty() && segments.back() != "..")
+            segments.pop_back();
+        else if (!segment.empty() && segment != ".")
+            segments.push_back(segment);
+    }
+    std::string cleaned = absolute ? "/" : "";
+    for (const std::string_view segment : segments)
+        cleaned.append(segment).append("/");
+    if (cleaned.size() > 1)
+        cleaned.pop_back();
+    return cleaned.empty() ? "." : cleaned;
+}
+
+std::string currentFolder()
+{
+    std::string folder(256, '\0');
+    while (::getcwd(folder.data(), folder.size()) == nullptr) {
+        if (errno != ERANGE)
+            return {};
+        folder.resize(folder.size() * 2);
+    }
+    folder.resize(folder.find('\0'));
+    return folder;
+}
+
+// QFileInfo::absoluteFilePath: relative to the current folder, cleaned, links left as they are;
+// a trailing slash stays.
+std::string absoluteFilePath(const std::string& path)
+{
+    if (path.empty())
+        return {};
+    std::string joined = path.front() == '/' ? std::string() : currentFolder();
+    if (path != ".") {
+        if (!joined.empty() && joined.back() != '/')
+            joined += '/';
+        joined += path;
+    }
+    if (joined == "/")
+        return joined;
+    return utf8(cleanPath(joined) + (joined.back() == '/' ? "/" : ""));
+}
+
+std::string environmentPath(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+bool isFile(const std::string& path)
+{
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// ---- The registry file: the JSON array of objects that Qt's QJsonDocument wrote and reads
+
+// Reads exactly what a registration needs from any valid JSON text; members it does not know
+// and values of other types are skipped. Qt's own leniencies that cost nothing are kept: raw
+// control characters in strings, any escaped ASCII character, and a lone half of a surrogate
+// pair, which reads as "?" as Qt shows it.
+class RegistryReader {
+public:
+    explicit RegistryReader(std::string_view text) : m_text(text) {}
+
+    // Empty for a text that is not one JSON array: a broken registry is then rebuilt by the
+    // next registration.
+    std::vector<Registration> registrations()
+    {
+        std::vector<Registration> read;
+        if (m_text.starts_with("\xEF\xBB\xBF"))
+            m_text.remove_prefix(3);
+        if (!isUtf8(m_text) || !next('[') || !array(1, &read) || (blanks(), m_at != m_text.size()))
+            return {};
+        return read;
+    }
+
+private:
+    // Qt's nesting limit: deeper texts are broken, and the stack stays small.
+    static constexpr int MaxDepth = 1024;
+
+    // A value as far as a registration looks at it.
+    struct Scalar {
+        bool isString = false, isTrue = false;
+        std::string text;
+    };
+
+    void blanks()
+    {
+        while (m_at < m_text.size() && std::string_view(" \t\n\r").find(m_text[m_at]) != std::string_view::npos)
+            ++m_at;
+    }
+
+    // Skips blanks and takes `c` if it comes next.
+    bool next(char c)
+    {
+        blanks();
+        return m_at < m_text.size() && m_text[m_at] == c && ++m_at;
+    }
+
+    bool word(std::string_view w)
+    {
+        if (m_text.substr(m_at, w.size()) != w)
+            return false;
+        m_at += w.size();
+        return true;
+    }
+
+    bool digits()
+    {
+        const std::size_t start = m_at;
+        while (m_at < m_text.size() && m_text[m_at] >= '0' && m_text[m_at] <= '9')
+            ++m_at;
+        return m_at > start;
+    }
+
+    bool number()
+    {
+        word("-");
+        if (!word("0") && !digits())
+            return false;
+        if (word(".") && !digits())
+            return false;
+        if (word("e") || word("E")) {
+            if (!word("+"))
+                word("-");
+            return digits();
+        }
+        return true;
+    }
+
+    bool hex4(char32_t& unit)
+    {
+        if (m_text.size() - m_at < 4)
+            return false;
+        const char* digits = m_text.data() + m_at;
+        std::uint32_t value = 0;
+        const auto [end, error] = std::from_chars(digits, digits + 4, value, 16);
+        if (error != std::errc() || end != digits + 4)
+            return false;
+        unit = value;
+        m_at += 4;
+        return true;
+    }
+
+    // After the opening quote.
+    bool string(std::string& out)
+    {
+        while (m_at < m_text.size()) {
+            const char c = m_text[m_at++];
+            if (c == '"')
+                return true;
+            if (c != '\\') {
+                out += c;
+                continue;
+            }
+            if (m_at == m_text.size())
+                return false;
+            char32_t unit = 0;
+            switch (m_text[m_at++]) {
+            case '"': out += '"'; break;
+            case '\\': out += '\\'; break;
+            case '/': out += '/'; break;
+            case 'b': out += '\b'; break;
+            case 'f': out += '\f'; break;
+            case 'n': out += '\n'; break;
+            case 'r': out += '\r'; break;
+            case 't': out += '\t'; break;
+            case 'u':
+                if (!hex4(unit))
+                    return false;
+                if (unit >= 0xD800 && unit <= 0xDBFF && m_text.substr(m_at, 2) == "\\u") {
+                    const std::size_t second = m_at;
+                    char32_t low = 0;
+                    m_at += 2;
+                    if (hex4(low) && low >= 0xDC00 && low <= 0xDFFF)
+                        unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+                    else
+                        m_at = second;
+                }
+                appendUtf8(out, unit >= 0xD800 && unit <= 0xDFFF ? U'?' : unit);
+                break;
+            default:
+                // Qt takes any other escaped ASCII character as itself.
+                if (static_cast<unsigned char>(m_text[m_at - 1]) >= 0x80)
+                    return false;
+                out += m_text[m_at - 1];
+            }
+        }
+        return false;
+    }
+
+    // Any value; one that is an object is read into `entry` when there is one.
+    bool value(int depth, Scalar& scalar, Registration* entry = nullptr)
+    {
+        blanks();
+        if (m_at == m_text.size())
+            return false;
+        switch (m_text[m_at++]) {
+        case '"': scalar.isString = true; return string(scalar.text);
+        case '{': return object(depth + 1, entry);
+        case '[': return array(depth + 1, nullptr);
+        case 't': scalar.isTrue = word("rue"); return scalar.isTrue;
+        case 'f': return word("alse");
+        case 'n': return word("ull");
+        default: return (--m_at, number());
+        }
+    }
+
+    // After the opening bracket; the array's objects become registrations when `into` is given.
+    bool array(int depth, std::vector<Registration>* into)
+    {
+        if (depth > MaxDepth)
+            return false;
+        if (next(']'))
+            return true;
+        do {
+            Registration entry;
+            Scalar ignored;
+            if (!value(depth, ignored, into ? &entry : nullptr))
+                return false;
+            if (into && !entry.identifier.empty())
+                into->push_back(std::move(entry));
+        } while (next(','));
+        return next(']');
+    }
+
+    // After the opening brace. As in Qt, the last of repeated members counts.
+    bool object(int depth, Registration* entry)
+    {
+        if (depth > MaxDepth)
+            return false;
+        if (next('}'))
+            return true;
+        do {
+            std::string key;
+            Scalar member;
+            if (!next('"') || !string(key) || !next(':') || !value(depth, member))
+                return false;
+            if (!entry)
+                continue;
+            const std::string text = member.isString ? std::move(member.text) : std::string();
+            if (key == "identifier")
+                entry->identifier = text;
+            else if (key == "path")
+                entry->path = text;
+            else if (key == "protocol")
+                entry->protocol = text;
+            else if (key == "version")
+                entry->version = text;
+            else if (key == "elected")
+                entry->elected = member.isTrue;
+        } while (next(','));
+        return next('}');
+    }
+
+    std::string_view m_text;
+    std::size_t m_at = 0;
+};
+
+std::vector<Registration> readRegistry()
+{
+    std::string text;
+    if (!readFile(pluginRegistryFilePath(), text))
+        return {};
+    return RegistryReader(text).registrations();
+}
+
+void appendJsonString(std::string& out, std::string_view text)
+{
+    static constexpr char hex[] = "0123456789abcdef";
+    out += '"';
+    for (const char c : text) {
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (static_cast<unsigned char>(c) < 0x20)
+                out.append("\\u00").append(1, hex[c >> 4]).append(1, hex[c & 0xF]);
+            else
+                out += c;
+        }
+    }
+    out += '"';
+}
+
+// In QJsonDocument's indented form, members in its order, so that the file reads as before.
+bool writeRegistry(const std::vector<Registration>& registrations)
+{
+    std::string json = "[\n";
+    for (const Registration& r : registrations) {
+        json += "    {\n        \"elected\": ";
+        json += r.elected ? "true" : "false";
+        for (const auto& [key, text] : {std::pair{"identifier", &r.identifier}, {"path", &r.path},
+                                        {"protocol", &r.protocol}, {"version", &r.version}}) {
+            json.append(",\n        \"").append(key).append("\": ");
+            appendJsonString(json, *text);
+        }
+        json += &r == &registrations.back() ? "\n    }\n" : "\n    },\n";
+    }
+    json += "]\n";
+    return replaceFileAtomically(pluginRegistryFilePath(), json);
+}
+
+// ---- The bundle's manifest
+
+struct Manifest {
+    std::string identifier, protocol, version;
+};
+
+// The [Extension] group of the bundle's Info.ini, as QSettings reads such plain values: blanks
+// around keys and values go, and so do the double quotes around a value; a later key wins.
+Manifest readManifest(const std::string& path)
+{
+    Manifest manifest;
+    std::string text;
+    if (!readFile(path, text))
+        return manifest;
+    std::string_view rest = text;
+    if (rest.starts_with("\xEF\xBB\xBF"))
+        rest.remove_prefix(3);
+    std::string_view group;
+    while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        const std::string_view line = trimmed(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        const std::size_t equals = line.find('=');
+        if (line.starts_with('[') && line.ends_with(']')) {
+            group = trimmed(line.substr(1, line.size() - 2));
+        } else if (group == "Extension" && equals != std::string_view::npos && !line.starts_with(';') &&
+                   !line.starts_with('#')) {
+            const std::string_view key = trimmed(line.substr(0, equals));
+            std::string_view value = trimmed(line.substr(equals + 1));
+            if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+                value = value.substr(1, value.size() - 2);
+            std::string* field = key == "Identifier" ? &manifest.identifier : key == "Protocol" ? &manifest.protocol
+                               : key == "Version"    ? &manifest.version
+                                                     : nullptr;
+            if (field)
+                *field = utf8(value);
+        }
+    }
+    return manifest;
+}
+
+// ---- The commands
+
+PluginKitResult failure(std::string message, int code = 1) { return {code, std::move(message) + '\n'}; }
+
+PluginKitResult cannotWrite() { return failure("pluginkit: cannot write the registry " + pluginRegistryFilePath()); }
+
+PluginKitResult written(const std::vector<Registration>& registrations)
+{
+    return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+}
+
+PluginKitResult add(const std::string& bundlePath)
+{
+    const std::string path = absoluteFilePath(bundlePath);
+    const std::string info = path + "/Info.ini";
+    if (!isFile(info))
+        return failure("pluginkit: " + path + " is not an extension bundle (it has no Info.ini)");
+    Manifest manifest = readManifest(info);
+    Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol), std::move(manifest.version)};
+    if (added.identifier.empty() || added.protocol.empty())
+        return failure("pluginkit: " + info + " names no identifier or protocol");
+
+    std::vector<Registration> registrations = readRegistry();
     for (Registration& r : registrations) {
         if (r.identifier == added.identifier) {
             added.elected = r.elected; // registering again keeps the user's choice
-            r = added;
-            return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+            r = std::move(added);
+            return written(registrations);
         }
     }
-    registrations << added;
-    return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+    registrations.push_back(std::move(added));
+    return written(registrations);
 }
 
-PluginKitResult remove(const QString& bundlePath)
+PluginKitResult remove(const std::string& bundlePath)
 {
-    const QString path = QFileInfo(bundlePath).absoluteFilePath();
-    QList<Registration> registrations = readRegistry();
-    const qsizetype removed = registrations.removeIf([&](const Registration& r) { return r.path == path; });
-    if (removed == 0)
-        return failure(QStringLiteral("pluginkit: no plug-in is registered at %1").arg(path));
-    return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+    const std::string path = absoluteFilePath(bundlePath);
+    std::vector<Registration> registrations = readRegistry();
+    if (std::erase_if(registrations, [&](const Registration& r) { return r.path == path; }) == 0)
+        return failure("pluginkit: no plug-in is registered at " + path);
+    return written(registrations);
+}
+
+// Reads the child's merged output until it ends or `deadline` passes; false when it did not end.
+// The child's end, not the pipe's, is what is waited for: something it started in the
+// background may hold the pipe open long after.
+bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadline, std::string& output)
+{
+    // A pidfd becomes readable when the child ends; without one (an old kernel), short naps.
+#ifdef SYS_pidfd_open
+    const int ended = int(::syscall(SYS_pidfd_open, child, 0));
+#else
+    const int ended = -1;
+#endif
+    pollfd watched[2] = {{pipe, POLLIN, 0}, {ended, POLLIN, 0}};
+    bool finished = false;
+    char buffer[16384];
+    for (;;) {
+        if (::waitpid(child, nullptr, WNOHANG) == child) {
+            finished = true;
+            break;
+        }
+        using std::chrono::milliseconds;
+        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        if (left <= 0)
+            break;
+        const int ready = ::poll(watched, 2, int(ended >= 0 ? left : std::min<decltype(left)>(left, 10)));
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (ready > 0 && watched[0].revents != 0) {
+            const ssize_t n = ::read(pipe, buffer, sizeof buffer);
+            if (n > 0)
+                output.append(buffer, std::size_t(n));
+            else if (n == 0 || errno != EINTR)
+                watched[0].fd = -1; // the pipe's end: only the child's is left to wait for
+        }
+    }
+    if (finished && watched[0].fd >= 0 && ::fcntl(pipe, F_SETFL, O_NONBLOCK) == 0) {
+        ssize_t n;
+        while ((n = ::read(pipe, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))
+            output.append(buffer, std::size_t(std::max<ssize_t>(n, 0)));
+    }
+    if (ended >= 0)
+        ::close(ended);
+    return finished;
 }
 
 // Runs the bundle's own install or uninstall step, if it has one, and passes on what it says.
-QString runBundleStep(const Registration& r, const QString& step)
+std::string runBundleStep(const Registration& r, const char* step)
 {
-    const QString program = r.path + u'/' + step;
-    if (!QFileInfo(program).isExecutable())
-        return QString();
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, {});
-    if (!process.waitForStarted() || !process.waitForFinished(60'000)) {
-        process.kill();
-        return QStringLiteral("pluginkit: %1 did not run to its end\n").arg(program);
+    std::string program = r.path + '/' + step;
+    // A path from the registry may hold a NUL ("\u0000"), which would cut it short to another program.
+    if (program.find('\0') != std::string::npos || ::access(program.c_str(), X_OK) != 0)
+        return {};
+    const std::string stopped = "pluginkit: " + program + " did not run to its end\n";
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0)
+        return stopped;
+    // Its output and errors in one pipe, in the order written; nothing to read on its input.
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    ::posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
+    char* argv[] = {program.data(), nullptr};
+    pid_t child = 0;
+    const int error = ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv, environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(fds[1]);
+    std::string output;
+    const bool finished =
+        error == 0 && collect(child, fds[0], std::chrono::steady_clock::now() + std::chrono::seconds(60), output);
+    ::close(fds[0]);
+    if (error == 0 && !finished) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
     }
-    return QString::fromUtf8(process.readAll());
+    return finished ? utf8(output) : stopped;
 }
 
-PluginKitResult elect(const QString& choice, const QString& identifier)
+PluginKitResult elect(const std::string& choice, const std::string& identifier)
 {
-    QList<Registration> registrations = readRegistry();
+    std::vector<Registration> registrations = readRegistry();
     for (Registration& r : registrations) {
         if (r.identifier != identifier)
             continue;
-        r.elected = choice == QLatin1String("use");
+        r.elected = choice == "use";
         if (!writeRegistry(registrations))
             return cannotWrite();
-        return {0, runBundleStep(r, r.elected ? QStringLiteral("install") : QStringLiteral("uninstall"))};
+        return {0, runBundleStep(r, r.elected ? "install" : "uninstall")};
     }
-    return failure(QStringLiteral("pluginkit: no plug-in is registered as %1").arg(identifier));
+    return failure("pluginkit: no plug-in is registered as " + identifier);
 }
 
-PluginKitResult list(const QString& protocol, const QString& identifier)
+PluginKitResult list(const std::string& protocol, const std::string& identifier)
 {
     PluginKitResult result;
     for (const Registration& r : readRegistry()) {
-        if ((!protocol.isEmpty() && r.protocol != protocol) || (!identifier.isEmpty() && r.identifier != identifier))
+        if ((!protocol.empty() && r.protocol != protocol) || (!identifier.empty() && r.identifier != identifier))
             continue;
-        const QString sign = r.elected ? QStringLiteral("+") : QStringLiteral("-");
-        result.output += QStringLiteral("%1    %2(%3)\n").arg(sign, r.identifier, r.version);
+        result.output.append(r.elected ? "+" : "-").append("    ").append(r.identifier);
+        result.output.append("(").append(r.version).append(")\n");
     }
     return result;
 }
 
+// -m with optional letters of its own: -mAD.
+bool isMatchFlag(std::string_view argument)
+{
+    return argument.starts_with("-m") && argument.find_first_not_of("ADv", 2) == std::string_view::npos;
+}
+
 } // namespace
 
-QString pluginRegistryFilePath() { return xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"); }
-
-PluginKitResult runPluginKit(const QStringList& arguments)
+// The same folder as the application's: $XDG_DATA_HOME when it is an absolute path, else
+// ~/.local/share, cleaned as Qt cleans it.
+std::string pluginRegistryFilePath()
 {
-    const QString first = arguments.value(0);
-    if (arguments.size() == 2 && first == QLatin1String("-a"))
+    const std::string data = environmentPath("XDG_DATA_HOME");
+    if (data.starts_with('/'))
+        return cleanPath(data) + "/brindlemark/plugin-registry.json";
+    const std::string home = environmentPath("HOME");
+    return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") + "/brindlemark/plugin-registry.json";
+}
+
+PluginKitResult runPluginKit(const std::vector<std::string>& given)
+{
+    std::vector<std::string> arguments;
+    for (const std::string& argument : given)
+        arguments.push_back(utf8(argument));
+    const std::string first = arguments.empty() ? std::string() : arguments[0];
+    if (arguments.size() == 2 && first == "-a")
         return add(arguments[1]);
-    if (arguments.size() == 2 && first == QLatin1String("-r"))
+    if (arguments.size() == 2 && first == "-r")
         return remove(arguments[1]);
-    if (arguments.size() == 4 && first == QLatin1String("-e") && arguments[2] == QLatin1String("-i") &&
-        (arguments[1] == QLatin1String("use") || arguments[1] == QLatin1String("ignore")))
+    if (arguments.size() == 4 && first == "-e" && arguments[2] == "-i" &&
+        (arguments[1] == "use" || arguments[1] == "ignore"))
         return elect(arguments[1], arguments[3]);
 
-    // -m with optional letters of its own (-mAD), then -p PROTOCOL and -i IDENTIFIER in any order.
-    static const QRegularExpression matchFlag(QStringLiteral("^-m[ADv]*$"));
-    if (!first.contains(matchFlag))
-        return failure(Usage.trimmed(), 64);
-    QString protocol, identifier;
-    for (qsizetype i = 1; i < arguments.size(); i += 2) {
+    // -m, then -p PROTOCOL and -i IDENTIFIER in any order.
+    const PluginKitResult usage{64, std::string(Usage)};
+    if (!isMatchFlag(first))
+        return usage;
+    std::string protocol, identifier;
+    for (std::size_t i = 1; i < arguments.size(); i += 2) {
         if (i + 1 >= arguments.size())
-            return failure(Usage.trimmed(), 64);
-        if (arguments[i] == QLatin1String("-p"))
+            return usage;
+        if (arguments[i] == "-p")
             protocol = arguments[i + 1];
-        else if (arguments[i] == QLatin1String("-i"))
+        else if (arguments[i] == "-i")
             identifier = arguments[i + 1];
         else
-            return failure(Usage.trimmed(), 64);
+            return usage;
     }
     return list(protocol, identifier);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QStringList>
+#include <string>
+#include <vector>
 
 namespace brindlemark {
 
@@ -14,14 +15,17 @@ namespace brindlemark {
 //                              list registrations: "+" (elected) or "-", four blanks,
 //                              the identifier and its version in parentheses
 // The registry is a JSON file in the user's data folder; nothing is written anywhere else.
+//
+// Plain C++ and POSIX, no Qt: the application runs the tool at start-up and at every opening of
+// its tray menu, so it has to start as fast as the smallest program. Texts are UTF-8.
 struct PluginKitResult {
     int exitCode = 0;
-    QString output;
+    std::string output;
 };
 
-PluginKitResult runPluginKit(const QStringList& arguments);
+PluginKitResult runPluginKit(const std::vector<std::string>& arguments);
 
 // $XDG_DATA_HOME/brindlemark/plugin-registry.json
-QString pluginRegistryFilePath();
+std::string pluginRegistryFilePath();
 
 } // namespace brindlemark

@@ -11,11 +11,15 @@ add_library(brindlemark_channel STATIC ${linux}/InstanceChannel.cpp)
 target_include_directories(brindlemark_channel PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
                            ${CMAKE_CURRENT_BINARY_DIR}/generated)
 
-# The Linux pieces on Qt Core alone: the settings files, the XDG folders and the plug-in
-# registry behind brindlemark-pluginkit.
-add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/PluginRegistry.cpp
-            ${linux}/XdgFolders.cpp)
+# The Linux pieces on Qt Core alone: the settings files and the XDG folders.
+add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/XdgFolders.cpp)
 target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
+
+# The plug-in registry behind brindlemark-pluginkit, plain C++: the application runs the tool at
+# every opening of its tray menu, and without Qt it starts as fast as the smallest program.
+add_library(brindlemark_plugin_registry STATIC ${linux}/PluginRegistry.cpp)
+target_link_libraries(brindlemark_plugin_registry PUBLIC brindlemark_atomic_write)
+target_include_directories(brindlemark_plugin_registry PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 
 # The front file-manager folder: the X server (xcb) and the file managers' D-Bus interfaces.
 find_package(PkgConfig REQUIRED)
@@ -41,7 +45,10 @@ add_dependencies(brindlemark brindlemark-app brindlemark-pluginkit)
 install(TARGETS brindlemark RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 add_executable(brindlemark-pluginkit ${linux}/tools/pluginkit/main.cpp)
-target_link_libraries(brindlemark-pluginkit PRIVATE brindlemark_linux_base)
+target_link_libraries(brindlemark-pluginkit PRIVATE brindlemark_plugin_registry)
+# Its own copy of the C++ runtime: loading and relocating the shared one takes about as long as
+# the rest of a run (measured 1.1 ms against 0.66 ms, /bin/true 0.62 ms).
+target_link_options(brindlemark-pluginkit PRIVATE -static-libstdc++ -static-libgcc)
 install(TARGETS brindlemark-pluginkit RUNTIME DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 
 # The tools the application runs: beside it in the build tree, in libexec once installed.

@@ -1,15 +1,15 @@
 // brindlemark-pluginkit: the plug-in registry command line Brindlemark runs on Linux in place of
-// macOS's pluginkit, with the same arguments and listing format.
+// macOS's pluginkit, with the same arguments and listing format. It links no Qt: the application
+// runs it at every opening of its tray menu.
 #include "platform/linux/PluginRegistry.h"
 
-#include <QCoreApplication>
-
+#include <algorithm>
 #include <cstdio>
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    const brindlemark::PluginKitResult result = brindlemark::runPluginKit(application.arguments().mid(1));
-    std::fputs(result.output.toUtf8().constData(), result.exitCode == 0 ? stdout : stderr);
+    const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    const brindlemark::PluginKitResult result = brindlemark::runPluginKit(arguments);
+    std::fputs(result.output.c_str(), result.exitCode == 0 ? stdout : stderr);
     return result.exitCode;
 }
