@@ -7,6 +7,8 @@
 
 #include <QJsonArray>
 
+#include <sys/stat.h>
+
 using namespace brindlemark;
 
 namespace {
@@ -111,6 +113,34 @@ private slots:
                                 home.file("a/b/c/Templates.json"), home.file("d/Templates.json")};
         QCOMPARE(writeTemplatesJSONFiles("[]", paths), paths.mid(0, 2));
         QCOMPARE(readFile(paths[2]) + readFile(paths[3]) + readFile(home.file("blocker")), QByteArray("[][]I am a file"));
+    }
+
+    void batchKeepsModesLinksAndTheMask()
+    {
+        // The files of a batch are written side by side: the creation mask must hold for every
+        // one of them (new folders too), a file keeps the mode the user gave it, and a link stays
+        // a link to the file that is replaced.
+        TestHome home;
+        QVERIFY(writeFile(home.file("kept/Templates.json"), "old"));
+        QVERIFY(QFile::setPermissions(home.file("kept/Templates.json"), QFile::ReadOwner | QFile::WriteOwner));
+        QVERIFY(writeFile(home.file("real/Templates.json"), "old"));
+        QVERIFY(QDir().mkpath(home.file("linked")));
+        QVERIFY(QFile::link(home.file("real/Templates.json"), home.file("linked/Templates.json")));
+        const QStringList paths{home.file("new1/a/Templates.json"), home.file("kept/Templates.json"), home.file("linked/Templates.json"),
+                                home.file("new2/Templates.json"), home.file("new3/b/Templates.json")};
+        const mode_t previous = ::umask(027);
+        const QStringList failed = writeTemplatesJSONFiles("[]", paths);
+        ::umask(previous);
+        QCOMPARE(failed, QStringList());
+        auto mode = [](const QString& path) {
+            struct stat info {};
+            return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? QString::number(info.st_mode & 07777, 8) : QString("none");
+        };
+        expectEach(mode, {{paths[0], "640"}, {home.file("new1"), "750"}, {home.file("new1/a"), "750"}, {paths[1], "600"},
+                          {paths[3], "640"}, {paths[4], "640"}, {home.file("new3/b"), "750"}, {home.file("real/Templates.json"), "644"}});
+        QVERIFY(QFileInfo(paths[2]).isSymLink());
+        QCOMPARE(readFile(home.file("real/Templates.json")), QByteArray("[]"));
+        QCOMPARE(QDir(home.file("kept")).entryList(QDir::Files | QDir::Hidden), QStringList{"Templates.json"}); // no temporary left
     }
 
     void unreadableTextIsKeptWithoutOverwritingOlderBackups()

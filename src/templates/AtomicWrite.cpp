@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace brindlemark {
@@ -24,13 +27,20 @@ bool writeAll(int fd, std::string_view bytes)
     return true;
 }
 
-mode_t modeForNewFile(const std::string& target)
+// The process's file-creation mask. Reading it means setting it for a moment, so it is read before
+// any thread of a batch starts: a folder one of them made meanwhile would be open to everyone.
+mode_t creationMask()
+{
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return mask;
+}
+
+mode_t modeForNewFile(const std::string& target, mode_t mask)
 {
     struct stat existing {};
     if (::stat(target.c_str(), &existing) == 0)
         return existing.st_mode & 07777; // keep the mode the user gave the file
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
     return 0666 & ~mask;
 }
 
@@ -62,46 +72,27 @@ std::string finalTarget(std::string path)
     return std::string();
 }
 
-// One file of a batch on its way: written to its temporary, not yet flushed or renamed.
-struct Pending {
-    FileReplacement* file;
-    std::string target, temporary;
-    int fd = -1;
-    bool ok = false;
-};
-
-void writeTemporary(Pending& pending)
-{
-    pending.target = finalTarget(pending.file->path);
-    if (pending.target.empty() || !makeFolders(folderOf(pending.target)))
-        return;
-    pending.temporary = pending.target + ".XXXXXX";
-    pending.fd = ::mkstemp(pending.temporary.data());
-    if (pending.fd < 0)
-        return;
-    pending.ok = writeAll(pending.fd, pending.file->bytes) && ::fchmod(pending.fd, modeForNewFile(pending.target)) == 0;
-#ifdef __linux__
-    // Starts the writing out now; the flush below then waits for all of the batch at once.
-    if (pending.ok)
-        ::sync_file_range(pending.fd, 0, 0, SYNC_FILE_RANGE_WRITE);
-#endif
-}
-
 // Every byte must be on the disk before the new file takes the old one's name: a short write or a
 // failed flush (a disk that filled up meanwhile) leaves the old file in place.
-void flushAndRename(Pending& pending)
+void replace(FileReplacement& file, mode_t mask)
 {
-    if (pending.fd < 0)
+    file.replaced = false;
+    const std::string target = finalTarget(file.path);
+    if (target.empty() || !makeFolders(folderOf(target)))
+        return;
+    std::string temporary = target + ".XXXXXX";
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0)
         return;
     struct stat onDisk {};
-    const bool written = pending.ok && ::fsync(pending.fd) == 0 && ::fstat(pending.fd, &onDisk) == 0 &&
-                         std::size_t(onDisk.st_size) == pending.file->bytes.size();
-    const bool closed = ::close(pending.fd) == 0;
-    if (!written || !closed || ::rename(pending.temporary.c_str(), pending.target.c_str()) != 0) {
-        ::unlink(pending.temporary.c_str());
+    const bool written = writeAll(fd, file.bytes) && ::fchmod(fd, modeForNewFile(target, mask)) == 0 && ::fsync(fd) == 0 &&
+                         ::fstat(fd, &onDisk) == 0 && std::size_t(onDisk.st_size) == file.bytes.size();
+    const bool closed = ::close(fd) == 0;
+    if (!written || !closed || ::rename(temporary.c_str(), target.c_str()) != 0) {
+        ::unlink(temporary.c_str());
         return;
     }
-    pending.file->replaced = true;
+    file.replaced = true;
 }
 
 } // namespace
@@ -119,15 +110,21 @@ bool makeFolders(const std::string& folder)
 
 void replaceFilesAtomically(std::vector<FileReplacement>& files)
 {
-    std::vector<Pending> batch;
-    batch.reserve(files.size());
-    for (FileReplacement& file : files) {
-        file.replaced = false;
-        batch.push_back(Pending{&file, {}, {}});
-        writeTemporary(batch.back());
+    // Each file on a thread of its own, the first on this one: creating, flushing and renaming are
+    // mostly waiting for the disk, which then serves all the files of a batch at once.
+    const mode_t mask = creationMask();
+    std::vector<std::thread> helpers;
+    for (std::size_t i = 1; i < files.size(); ++i) {
+        try {
+            helpers.emplace_back(replace, std::ref(files[i]), mask);
+        } catch (const std::system_error&) {
+            replace(files[i], mask); // no thread to be had: in turn, then
+        }
     }
-    for (Pending& pending : batch)
-        flushAndRename(pending);
+    if (!files.empty())
+        replace(files.front(), mask);
+    for (std::thread& helper : helpers)
+        helper.join();
 }
 
 bool replaceFileAtomically(const std::string& path, std::string_view bytes)

@@ -21,8 +21,8 @@ struct FileReplacement {
 // folders are created. On any failure (a full disk, a read-only folder) that file is left as it
 // was and the others are still written.
 //
-// All the new files are written before any is flushed, and their flushes are started together:
-// the disk then takes the files of one batch in one go rather than one after another.
+// The files of one batch are written side by side, each on a thread of its own, so that the disk
+// takes them in one go rather than one after another.
 void replaceFilesAtomically(std::vector<FileReplacement>& files);
 
 // The same for one file; false when it was left as it was.
