@@ -5,6 +5,7 @@
 #include "TestSupport.h"
 
 #include "Identifiers.h"
+#include "app/Launcher.h"
 #include "app/Symbols.h"
 #include "templates/TemplateTableModel.h"
 
@@ -65,6 +66,8 @@ class AppTest : public QObject {
 private slots:
     void initTestCase()
     {
+        // As the launcher sets the application up: its style draws the table's check boxes.
+        setUpApplication(*qApp);
         // An icon theme of the tests' own: symbolic icons as black squares (GTK's pre-rendered files,
         // and one under the name Qt looks for), full-colour ones as red squares: "emblem-system" and
         // the application's own icon.

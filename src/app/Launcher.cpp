@@ -2,6 +2,7 @@
 
 #include "Identifiers.h"
 #include "app/AppDelegate.h"
+#include "app/ApplicationStyle.h"
 #include "app/Symbols.h"
 #include "bridge/LaunchArguments.h"
 #include "platform/Platform.h"
@@ -10,6 +11,16 @@
 #include <QTimer>
 
 namespace brindlemark {
+
+void setUpApplication(QApplication& application)
+{
+    application.setApplicationName(QStringLiteral("Brindlemark"));
+    application.setDesktopFileName(QLatin1String(ApplicationBundleIdentifier));
+    QApplication::setStyle(new ApplicationStyle);
+    application.setWindowIcon(applicationIcon());
+    // The desktop's icon theme first; Adwaita where the desktop names none.
+    QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+}
 
 int runBrindlemark(int argc, char** argv)
 {
@@ -27,11 +38,7 @@ int runBrindlemark(int argc, char** argv)
         return *handedOff;
 
     QApplication application(argc, argv);
-    application.setApplicationName(QStringLiteral("Brindlemark"));
-    application.setDesktopFileName(QLatin1String(ApplicationBundleIdentifier));
-    application.setWindowIcon(applicationIcon());
-    // The desktop's icon theme first; Adwaita where the desktop names none.
-    QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+    setUpApplication(application);
     AppDelegate delegate(*platform);
     // An accessory application: closing the window leaves it running in the tray.
     application.setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());

@@ -2,13 +2,14 @@
 
 #include "Identifiers.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QHash>
 #include <QIconEngine>
+#include <QImageReader>
 #include <QPainter>
 #include <QPalette>
-#include <QSettings>
 
 #include <algorithm>
 #include <memory>
@@ -106,6 +107,15 @@ private:
 // PNG files of known sizes as one icon, each decoded only when a size near its own is first
 // drawn: the largest, never shown in a menu, cost nothing. (Qt's own QIcon::addFile decodes every
 // file at once.) Copies of the icon share what was decoded.
+// Read as the PNG it is: left to guess, Qt would load every image plug-in on the system to ask
+// each whether it knows the file.
+QImage decodedPNG(const QString& file)
+{
+    QImageReader reader(file, "PNG");
+    reader.setAutoDetectImageFormat(false);
+    return reader.read();
+}
+
 class FilesIconEngine final : public QIconEngine {
 public:
     explicit FilesIconEngine(QList<std::pair<QString, int>> files) : m_files(std::make_shared<Files>())
@@ -119,7 +129,7 @@ public:
     // the windows' icon.
     QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override
     {
-        const QImage& image = imageFor(size);
+        const QImage image = imageFor(size);
         if (image.isNull() || (image.width() <= size.width() && image.height() <= size.height()))
             return QPixmap::fromImage(image);
         return QPixmap::fromImage(image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation));
@@ -171,18 +181,24 @@ private:
         return &m_files->last();
     }
 
-    const QImage& imageFor(const QSize& size)
+    // Small images, the symbols of menus and buttons that are drawn again at every opening, are
+    // kept once decoded; larger ones, the window's icon that is handed to the window manager once,
+    // are decoded whenever they are asked for rather than held for the life of the process.
+    QImage imageFor(const QSize& size)
     {
-        static const QImage none;
         Entry* entry = entryFor(size);
         if (!entry)
-            return none;
+            return QImage();
+        if (entry->size > KeptSize)
+            return decodedPNG(entry->file);
         if (!entry->decoded) {
-            entry->image = QImage(entry->file);
+            entry->image = decodedPNG(entry->file);
             entry->decoded = true;
         }
         return entry->image;
     }
+
+    static constexpr int KeptSize = 32;
 
     std::shared_ptr<Files> m_files;
 };
@@ -222,6 +238,39 @@ bool isSymbolTheme(const QString& theme) { return !theme.isEmpty() && theme != Q
 // A theme's symbolic icon as GTK's pre-rendered "<name>.symbolic.png" files in its fixed-size
 // folders (Adwaita ships all its symbolic icons so, besides the SVGs): they need no SVG support,
 // and their alpha is the shape. Looked for in the desktop's theme, then in the fallback theme.
+// What a theme's index.theme says of its folders: their list, and each one's icon size.
+struct ThemeIndex {
+    QStringList folders;
+    QHash<QString, int> sizes;
+};
+
+// Read with a few lines of its own: QSettings would keep the parsed file in its cache for the life
+// of the process.
+ThemeIndex readThemeIndex(const QString& path)
+{
+    ThemeIndex index;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return index;
+    QString group;
+    for (const QByteArray& rawLine : file.readAll().split('\n')) {
+        const QString line = QString::fromUtf8(rawLine).trimmed();
+        if (line.startsWith('[') && line.endsWith(']')) {
+            group = line.mid(1, line.size() - 2);
+            continue;
+        }
+        const qsizetype equals = line.indexOf('=');
+        if (equals < 0)
+            continue;
+        const QString key = line.left(equals).trimmed(), value = line.mid(equals + 1).trimmed();
+        if (group == QLatin1String("Icon Theme") && key == QLatin1String("Directories"))
+            index.folders = value.split(',', Qt::SkipEmptyParts);
+        else if (key == QLatin1String("Size"))
+            index.sizes.insert(group, value.toInt());
+    }
+    return index;
+}
+
 QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
 {
     for (const QString& theme : {QIcon::themeName(), QIcon::fallbackThemeName()}) {
@@ -232,10 +281,10 @@ QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
             if (!QFileInfo::exists(root + QLatin1String("/index.theme")))
                 continue;
             QList<std::pair<QString, int>> files;
-            const QSettings index(root + QLatin1String("/index.theme"), QSettings::IniFormat);
-            for (const QString& folder : index.value(QStringLiteral("Icon Theme/Directories")).toStringList())
+            const ThemeIndex index = readThemeIndex(root + QLatin1String("/index.theme"));
+            for (const QString& folder : index.folders)
                 if (const QString file = root + '/' + folder + '/' + name + QLatin1String(".symbolic.png"); QFileInfo::exists(file))
-                    files.append({file, index.value(folder + QLatin1String("/Size")).toInt()});
+                    files.append({file, index.sizes.value(folder)});
             if (!files.isEmpty())
                 return files;
         }
