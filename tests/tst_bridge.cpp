@@ -208,7 +208,7 @@ private slots:
         QDir::setCurrent(home.path());
         expectEach([&](const QString& path) { return run({{"-a", path}}).section(' ', 1, 1); },
                    {{"x/../y/./z//w", home.file("y/z/w")}, {".", home.path()}, {"../" + QFileInfo(home.path()).fileName() + "//x/..", home.path()},
-                    {"/a/./b/../c/", "/a/c/"}, {"//a//b/.", "/a/b"}});
+                    {"/a/./b/../c/", "/a/c/"}, {"//a//b/.", "/a/b"}, {"/a/..", "/"}});
     }
 
     void registryFromEarlierVersions()
@@ -222,14 +222,14 @@ private slots:
         // As QJsonDocument wrote it (indented, escapes), with members and values the registry ignores.
         const QByteArray written = "[\n    {\n        \"elected\": true,\n"
             "        \"extra\": {\"n\": [1, -2.5e3, null, false, {}, \"]\"]},\n"
-            "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\ud83d\\ude00\",\n" // q"u\oé😀
+            "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\u20ac\\ud83d\\ude00\",\n" // q"u\oé€😀
             "        \"path\": \"/no/such \\\"bundle\\\"\\\\\",\n"
             R"(        "protocol": "p",)" "\n"
             R"(        "version": "1\/2\t\u0001")" "\n    },\n"
             R"(    {"identifier": 5, "path": "/x"}, "text", [],)" "\n"
             R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
         expectEach([&](const QString& text) { return listing(text.toUtf8()); },
-                   {{written, "+    q\"u\\oé😀(1/2\t\x01)\n-    n()\n"},
+                   {{written, "+    q\"u\\oé€😀(1/2\t\x01)\n-    n()\n"},
                     // Broken, or not an array: read as empty.
                     {R"([{"identifier": "a"}] x)", ""}, {R"({"identifier": "a"})", ""}, {R"([{"identifier": "a\u12x4"}])", ""},
                     {R"([{"identifier": "a"},])", ""}, {R"([{"identifier": "a", "n": 01}])", ""}, {QString(100'000, '['), ""}});
@@ -237,8 +237,8 @@ private slots:
 
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
         listing(written);
-        QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé😀"}).exitCode, 0);
-        const QJsonArray expected{QJsonObject{{"elected", false}, {"identifier", "q\"u\\oé😀"}, {"path", "/no/such \"bundle\"\\"},
+        QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé€😀"}).exitCode, 0);
+        const QJsonArray expected{QJsonObject{{"elected", false}, {"identifier", "q\"u\\oé€😀"}, {"path", "/no/such \"bundle\"\\"},
                                               {"protocol", "p"}, {"version", "1/2\t\x01"}},
                                   QJsonObject{{"elected", false}, {"identifier", "n"}, {"path", ""}, {"protocol", ""}, {"version", ""}}};
         QCOMPARE(readFile(registry), QJsonDocument(expected).toJson());
