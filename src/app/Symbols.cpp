@@ -104,9 +104,6 @@ private:
     std::optional<SymbolShape> m_shape;
 };
 
-// PNG files of known sizes as one icon, each decoded only when a size near its own is first
-// drawn: the largest, never shown in a menu, cost nothing. (Qt's own QIcon::addFile decodes every
-// file at once.) Copies of the icon share what was decoded.
 // Read as the PNG it is: left to guess, Qt would load every image plug-in on the system to ask
 // each whether it knows the file.
 QImage decodedPNG(const QString& file)
@@ -116,6 +113,9 @@ QImage decodedPNG(const QString& file)
     return reader.read();
 }
 
+// PNG files of known sizes as one icon, each decoded only when a size near its own is drawn: the
+// largest, never shown in a menu, cost nothing. (Qt's own QIcon::addFile decodes every file at
+// once.) Copies of the icon share what was decoded and kept.
 class FilesIconEngine final : public QIconEngine {
 public:
     explicit FilesIconEngine(QList<std::pair<QString, int>> files) : m_files(std::make_shared<Files>())
@@ -235,42 +235,44 @@ QString installedMarkName()
 // folders: searching it for a symbol costs milliseconds and finds nothing.
 bool isSymbolTheme(const QString& theme) { return !theme.isEmpty() && theme != QLatin1String("hicolor"); }
 
+// A theme's folders as its index.theme lists them, each with its icon size. Read once per theme
+// folder, with a few lines of its own: QSettings would keep the whole parsed file in its cache for
+// the life of the process.
+QList<std::pair<QString, int>> themeFolders(const QString& root)
+{
+    static QHash<QString, QList<std::pair<QString, int>>> read;
+    if (const auto known = read.constFind(root); known != read.constEnd())
+        return *known;
+    QStringList folders;
+    QHash<QString, int> sizes;
+    QFile file(root + QLatin1String("/index.theme"));
+    QString group;
+    if (file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        for (const QByteArray& rawLine : file.readAll().split('\n')) {
+            const QString line = QString::fromUtf8(rawLine).trimmed();
+            if (line.startsWith('[') && line.endsWith(']')) {
+                group = line.mid(1, line.size() - 2);
+                continue;
+            }
+            const qsizetype equals = line.indexOf('=');
+            if (equals < 0)
+                continue;
+            const QString key = line.left(equals).trimmed(), value = line.mid(equals + 1).trimmed();
+            if (group == QLatin1String("Icon Theme") && key == QLatin1String("Directories"))
+                folders = value.split(',', Qt::SkipEmptyParts);
+            else if (key == QLatin1String("Size"))
+                sizes.insert(group, value.toInt());
+        }
+    }
+    QList<std::pair<QString, int>> listed;
+    for (const QString& folder : folders)
+        listed.append({folder, sizes.value(folder)});
+    return *read.insert(root, listed);
+}
+
 // A theme's symbolic icon as GTK's pre-rendered "<name>.symbolic.png" files in its fixed-size
 // folders (Adwaita ships all its symbolic icons so, besides the SVGs): they need no SVG support,
 // and their alpha is the shape. Looked for in the desktop's theme, then in the fallback theme.
-// What a theme's index.theme says of its folders: their list, and each one's icon size.
-struct ThemeIndex {
-    QStringList folders;
-    QHash<QString, int> sizes;
-};
-
-// Read with a few lines of its own: QSettings would keep the parsed file in its cache for the life
-// of the process.
-ThemeIndex readThemeIndex(const QString& path)
-{
-    ThemeIndex index;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return index;
-    QString group;
-    for (const QByteArray& rawLine : file.readAll().split('\n')) {
-        const QString line = QString::fromUtf8(rawLine).trimmed();
-        if (line.startsWith('[') && line.endsWith(']')) {
-            group = line.mid(1, line.size() - 2);
-            continue;
-        }
-        const qsizetype equals = line.indexOf('=');
-        if (equals < 0)
-            continue;
-        const QString key = line.left(equals).trimmed(), value = line.mid(equals + 1).trimmed();
-        if (group == QLatin1String("Icon Theme") && key == QLatin1String("Directories"))
-            index.folders = value.split(',', Qt::SkipEmptyParts);
-        else if (key == QLatin1String("Size"))
-            index.sizes.insert(group, value.toInt());
-    }
-    return index;
-}
-
 QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
 {
     for (const QString& theme : {QIcon::themeName(), QIcon::fallbackThemeName()}) {
@@ -281,10 +283,9 @@ QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
             if (!QFileInfo::exists(root + QLatin1String("/index.theme")))
                 continue;
             QList<std::pair<QString, int>> files;
-            const ThemeIndex index = readThemeIndex(root + QLatin1String("/index.theme"));
-            for (const QString& folder : index.folders)
+            for (const auto& [folder, size] : themeFolders(root))
                 if (const QString file = root + '/' + folder + '/' + name + QLatin1String(".symbolic.png"); QFileInfo::exists(file))
-                    files.append({file, index.sizes.value(folder)});
+                    files.append({file, size});
             if (!files.isEmpty())
                 return files;
         }
