@@ -128,14 +128,14 @@ private slots:
         };
         const QList<quint64> first = inodes();
         QVERIFY(!first.contains(0));
-        QVERIFY(!platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())));
+        QVERIFY(!platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())).written);
         QCOMPARE(inodes(), first);
 
         // A place changed behind the application's back (written in place: its inode stays) is
         // written again, and only that one. A new file always gets a new inode, as the old file
         // still exists when its replacement is made.
         QVERIFY(writeFile(places[1], "[]"));
-        QVERIFY(platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())));
+        QVERIFY(platform.storeTemplatesJSONText("TemplatesJSON", templatesJSONText(app->templates())).written);
         const QList<quint64> repaired = inodes();
         for (int i = 0; i < places.size(); ++i)
             QVERIFY2((repaired[i] == first[i]) == (i != 1), qPrintable(places[i]));

@@ -3,10 +3,13 @@
 #include "TestSupport.h"
 
 #include "templates/StrictJson.h"
+#include "templates/AtomicWrite.h"
 #include "templates/TemplateStore.h"
+#include "templates/TemplateSync.h"
 
 #include <QJsonArray>
 
+#include <sys/file.h>
 #include <sys/stat.h>
 
 using namespace brindlemark;
@@ -22,6 +25,25 @@ QString ids(const TemplateList& templates)
 }
 
 const QString builtIns = "text,markdown,json,shell,python,ruby";
+
+// Rows as "id:title:prefix" separated by commas; the other members are left out.
+TemplateList rows(const QString& spec)
+{
+    TemplateList list;
+    for (const QString& row : spec.split(',', Qt::SkipEmptyParts)) {
+        const QStringList members = row.split(':');
+        list << Template{{"id", members[0]}, {"title", members[1]}, {"prefix", members[2]}, {"suffix", "txt"}, {"enabled", true}, {"executable", false}};
+    }
+    return list;
+}
+
+QString rowsText(const TemplateList& list)
+{
+    QStringList out;
+    for (const Template& row : list)
+        out << row.value("id").toString() + ':' + row.value("title").toString() + ':' + row.value("prefix").toString();
+    return out.join(',');
+}
 
 } // namespace
 
@@ -103,6 +125,76 @@ private slots:
             {"u1", "text|Text File|txt"}, {" U1", "text|Text File|txt"}, {"<null>", "text|Text File|txt"}});
         const TemplateList enabled = enabledTemplates(mine);
         QCOMPARE(ids(enabled) + enabled[0].value("suffix").toString() + enabled[1].value("title").toString(), QString("json,dupjsecond"));
+    }
+
+    void mergedTemplates()
+    {
+        // "ours | theirs", both made from the same base: this instance's change on top of theirs.
+        const TemplateList base = rows("a:A:p,b:B:p,c:C:p");
+        expectEach([&](const QString& sides) {
+            const QStringList both = sides.split('|');
+            return rowsText(brindlemark::mergedTemplates(base, rows(both[0]), rows(both[1])));
+        }, {{"a:A:p,b:B:p,c:C:p|a:A:p,b:B:p,c:C:p", "a:A:p,b:B:p,c:C:p"},
+            {"a:X:p,b:B:p,c:C:p|a:A:p,b:Y:p,c:C:p", "a:X:p,b:Y:p,c:C:p"},   // different rows
+            {"a:X:p,b:B:p,c:C:p|a:A:q,b:B:p,c:C:p", "a:X:q,b:B:p,c:C:p"},   // different members of one row
+            {"a:A:p,b:O:p,c:C:p|a:A:p,b:T:p,c:C:p", "a:A:p,b:O:p,c:C:p"},   // the same cell: the later edit, ours
+            {"a:A:p,b:O:p,c:C:p|a:A:p,c:C:p", "a:A:p,c:C:p"},               // removed there, edited here
+            {"a:A:p,c:C:p|a:A:p,b:T:p,c:C:p", "a:A:p,c:C:p"},               // removed here, edited there
+            {"a:A:p,b:B:p,c:C:p,d:D:p|a:A:p,b:B:p,c:C:p,e:E:p", "a:A:p,b:B:p,c:C:p,e:E:p,d:D:p"},
+            {"|a:A:p,b:B:p,c:C:p,e:E:p", "e:E:p"}});                       // all removed here
+        // An emptied title is stored as the fallback title: no change either, theirs stays.
+        QCOMPARE(rowsText(brindlemark::mergedTemplates(rows("a:New File:p"), rows("a::p"), rows("a:T:p"))), QString("a:T:p"));
+        // Rows sharing an id are told apart by their order.
+        QCOMPARE(rowsText(brindlemark::mergedTemplates(rows("a:1:p,a:2:p"), rows("a:1:p,a:Z:p"), rows("a:Y:p,a:2:p"))), QString("a:Y:p,a:Z:p"));
+    }
+
+    void chosenStoredText()
+    {
+        // The copies as "state text@time" (R read, U unreadable, M missing), the user defaults
+        // first: which text is the stored list. L1..L3 are lists, B is broken.
+        const QMap<QString, QString> texts{{"L1", R"([{"id":"1"}])"}, {"L2", R"([{"id":"2"}])"}, {"L3", "[]"}, {"B", "[{"}};
+        expectEach([&](const QString& spec) {
+            QList<StoredCopy> copies;
+            for (const QString& each : spec.split(',')) {
+                const QStringList parts = each.trimmed().split(QRegularExpression("[ @]"));
+                StoredCopy copy;
+                copy.state = parts[0] == "R" ? StoredCopy::State::Read : parts[0] == "U" ? StoredCopy::State::Unreadable : StoredCopy::State::Missing;
+                if (parts.size() == 3) {
+                    copy.text = texts[parts[1]];
+                    copy.modified = parts[2].toLongLong();
+                }
+                copies << copy;
+            }
+            const ChosenText chosen = brindlemark::chosenStoredText(copies);
+            return texts.key(chosen.text, chosen.text.isEmpty() ? "-" : "?") + (chosen.fromUserDefaults ? "" : " (file)");
+        }, {{"R L1@10, R L1@10, R L1@12, R L1@10", "L1"},
+            {"M, R L2@20, R L2@20, R L2@20", "-"},              // nothing stored: the built-ins
+            {"U, R L1@20, R L2@30, M", "L2 (file)"},            // defaults unreadable: the newest list
+            {"U, U, R B@50, M", "- (file)"},
+            {"R L1@10, R L2@20, R L1@10, R L1@10", "L2 (file)"}, // a save that missed the defaults
+            {"R L2@20, R L1@10, R L1@10, R L1@10", "L2"},
+            {"R L1@10, R L3@20, M, M", "L3 (file)"},
+            {"R B@30, R L1@10, R L1@10, R L1@10", "B"},          // broken, and written last
+            {"R L1@10, R B@40, M, M", "L1"},                     // a broken copy never counts
+            {"R L1@0, R L2@20, M, M", "L1"}});                   // the defaults' time unknown
+    }
+
+    void leftoversOfKilledWritesGo()
+    {
+        TestHome home;
+        const QString folder = home.file("config/Brindlemark"), target = folder + "/Templates.json";
+        const QStringList leftovers{".Templates.json.tmp-Ab3xZ9", ".Templates.json.tmp-000000"};
+        const QStringList kept{"Templates.json", "Templates.json.backup", ".Templates.json.tmp-abc", ".Templates.json.tmp-abcdefg",
+                               ".Other.json.tmp-Ab3xZ9", ".Templates.json.tmp-InUse1", ".Templates.json.tmp-Link12"};
+        for (const QString& name : leftovers + kept.mid(0, 6))
+            QVERIFY(writeFile(folder + '/' + name, "x"));
+        QVERIFY(QFile::link(home.file("elsewhere"), folder + "/.Templates.json.tmp-Link12"));
+        // A write still at work holds its temporary file locked.
+        QFile inUse(folder + "/.Templates.json.tmp-InUse1");
+        QVERIFY(inUse.open(QIODevice::ReadOnly) && ::flock(inUse.handle(), LOCK_EX) == 0);
+        QCOMPARE(removeLeftoverTemporaries(QFile::encodeName(target).toStdString()), 2);
+        const QStringList left = QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System);
+        QCOMPARE(QSet<QString>(left.begin(), left.end()), QSet<QString>(kept.begin(), kept.end()));
     }
 
     void writesEveryPlaceItCan()

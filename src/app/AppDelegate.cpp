@@ -10,8 +10,10 @@
 #include "templates/TemplateTableModel.h"
 
 #include <QCoreApplication>
+#include <QFileSystemWatcher>
 #include <QLabel>
 #include <QMenu>
+#include <QTimer>
 #include <QWidget>
 
 namespace brindlemark {
@@ -64,27 +66,6 @@ bool AppDelegate::applicationShouldHandleReopen(bool)
 void AppDelegate::terminate(QObject*) { QCoreApplication::quit(); }
 
 // ---- the template list ---------------------------------------------------------------------
-
-void AppDelegate::loadTemplates()
-{
-    const QVariant stored = m_platform.userDefaultsValue(TemplatesJSONKey);
-    const QString text = stored.typeId() == QMetaType::QString ? stored.toString() : QString();
-    LoadedTemplates loaded = loadedTemplates(text);
-    // The start-up save that follows replaces the stored text: keep what could not be read.
-    if (loaded.storedTextUnreadable)
-        keepUnreadableTemplatesText(text, m_platform.templateBackupFolder());
-    m_templates = std::move(loaded.templates);
-}
-
-void AppDelegate::saveTemplates()
-{
-    // Failures to persist are not reported: every place that can be written is.
-    const QString text = templatesJSONText(m_templates);
-    if (m_platform.storeTemplatesJSONText(TemplatesJSONKey, text))
-        m_platform.templatesChanged(extensionBundlePath());
-    rebuildNewFileStatusMenu();
-    setStatusText(QStringLiteral("Templates saved. Finder menu updates on the next right-click."));
-}
 
 TemplateList AppDelegate::enabledTemplates() const { return brindlemark::enabledTemplates(m_templates); }
 

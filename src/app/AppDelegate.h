@@ -9,10 +9,12 @@
 #include <optional>
 
 class QAction;
+class QFileSystemWatcher;
 class QLabel;
 class QMenu;
 class QSystemTrayIcon;
 class QTableView;
+class QTimer;
 
 namespace brindlemark {
 
@@ -56,9 +58,15 @@ public:
     bool handledURLLaunch() const { return m_handledURLLaunch; }
     void setHandledURLLaunch(bool handled) { m_handledURLLaunch = handled; }
 
-    // The template list: loaded once, saved to every place after each change.
+    // The template list: loaded once, saved to every place after each change, on top of what
+    // other instances of the same user stored meanwhile, whose saves it also follows.
     void loadTemplates();
     void saveTemplates();
+    // Takes what another instance stored since this one last read or wrote the list, with this
+    // one's changes on top; writes the list when it changed here or a save is still pending.
+    void synchronizeTemplates(bool changedHere);
+    // True while some place could not be written yet; it is tried again every few seconds.
+    bool isSavePending() const { return m_savePending; }
     TemplateList enabledTemplates() const;
     Template templateWithIdentifier(const QString& identifier) const;
 
@@ -116,6 +124,8 @@ private:
     void addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox);
     void keepColumnAtItsMinimumWidth(int column, int newWidth);
     void setStatusText(const QString& text);
+    void showTemplates(const TemplateList& templates);
+    void watchTemplateStore();
     void showQueuedErrors();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
@@ -141,6 +151,10 @@ private:
     QQueue<QString> m_pendingErrors;
     bool m_showingErrors = false;
     std::unique_ptr<ToolSequence> m_enabling;
+    QString m_storedText; // the stored list as this instance last read or wrote it
+    bool m_savePending = false;
+    std::unique_ptr<QTimer> m_saveRetry, m_storeSettle;
+    std::unique_ptr<QFileSystemWatcher> m_storeWatcher;
 };
 
 } // namespace brindlemark

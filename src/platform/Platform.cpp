@@ -1,8 +1,10 @@
 #include "platform/Platform.h"
 
+#include "templates/AtomicWrite.h"
 #include "templates/TemplateStore.h"
 
 #include <QClipboard>
+#include <QFile>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
@@ -12,14 +14,33 @@ namespace brindlemark {
 
 Platform::~Platform() = default;
 
-bool Platform::storeTemplatesJSONText(const QString& key, const QString& text)
+Platform::StoreOutcome Platform::storeTemplatesJSONText(const QString& key, const QString& text)
 {
-    // The preference stores of other systems keep the value themselves; only the files are
-    // compared here, so a change cannot be ruled out.
+    // The preference stores of other systems keep the value themselves and say nothing of
+    // failures; only the files are compared here, so a change cannot be ruled out.
     setUserDefaultsValue(key, text);
     setExtensionPreferenceValue(key, text);
-    writeTemplatesJSONFiles(text, templateConfigFilePaths());
-    return true;
+    return {true, writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
+}
+
+QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key)
+{
+    StoredCopy defaults;
+    const QVariant stored = userDefaultsValue(key);
+    if (stored.typeId() == QMetaType::QString) {
+        defaults.state = StoredCopy::State::Read;
+        defaults.text = stored.toString();
+    }
+    QList<StoredCopy> copies{defaults};
+    for (const QString& path : templateConfigFilePaths())
+        copies.append(storedCopyInFile(path));
+    return copies;
+}
+
+void Platform::removeInterruptedSaves()
+{
+    for (const QString& path : templateStoreFilePaths())
+        removeLeftoverTemporaries(QFile::encodeName(path).toStdString());
 }
 
 QString shortenedInTheMiddle(const QString& text, qsizetype limit)

@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include "templates/TemplateSync.h"
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,8 +27,24 @@ public:
 
     // Stores the templates text in all its places: the user defaults and the extension's
     // preferences under `key`, then the three files. A place that holds the text already is not
-    // written again. Failures are not reported. True when any place was written.
-    virtual bool storeTemplatesJSONText(const QString& key, const QString& text);
+    // written again, and one that exists but cannot be read is never written over (what else it
+    // holds is unknown). Nothing is shown for a failure: the outcome says whether any place was
+    // written and whether every place now holds the text.
+    struct StoreOutcome {
+        bool written = false;
+        bool complete = true;
+    };
+    virtual StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text);
+
+    // The stored templates text as each place holds it now: the user defaults under `key`
+    // first, then the three Templates.json files in their order.
+    virtual QList<StoredCopy> storedTemplatesCopies(const QString& key);
+
+    // Every file a save writes; a change to one of them is another instance's save.
+    virtual QStringList templateStoreFilePaths() { return templateConfigFilePaths(); }
+
+    // Removes what saves of ours that were killed halfway left beside the files they write.
+    virtual void removeInterruptedSaves();
 
     // The three Templates.json files in their fixed order: the extension's data folder, the
     // application's data folder, the plain configuration folder.

@@ -20,7 +20,8 @@ namespace brindlemark {
 bool writeFileAtomically(const QString& path, const QByteArray& bytes);
 
 // Gives each file its bytes, the same way, in one batch: a file that already holds exactly those
-// bytes is not written again (nor flushed), the others are flushed once each.
+// bytes is not written again (nor flushed), the others are flushed once each. A file that exists
+// but cannot be read is not written either, and counts as failed.
 struct FileWrites {
     QStringList written, failed; // in the order given
 };

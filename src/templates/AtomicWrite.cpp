@@ -1,9 +1,12 @@
 #include "templates/AtomicWrite.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <dirent.h>
 #include <functional>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
@@ -52,6 +55,29 @@ std::string folderOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// A new file's name while it is written: hidden, and ending in mkstemp's six random letters, so
+// that one left by a killed writer is told apart from any file of the user's.
+constexpr std::string_view TemporaryMark = ".tmp-";
+constexpr std::size_t RandomLetters = 6;
+
+std::string temporaryNameFor(const std::string& target)
+{
+    return folderOf(target) + "/." + nameOf(target) + std::string(TemporaryMark) + std::string(RandomLetters, 'X');
+}
+
+bool isTemporaryNameFor(const std::string& name, const std::string& target)
+{
+    const std::string stem = "." + nameOf(target) + std::string(TemporaryMark);
+    if (name.size() != stem.size() + RandomLetters || name.compare(0, stem.size(), stem) != 0)
+        return false;
+    for (std::size_t i = stem.size(); i < name.size(); ++i)
+        if (!std::isalnum(static_cast<unsigned char>(name[i])))
+            return false;
+    return true;
+}
+
 // The file a chain of links ends at, however long: the link keeps being a link and only its final
 // target is replaced. A dangling chain gives the name it dangles at; a loop gives nothing.
 std::string finalTarget(std::string path)
@@ -80,10 +106,13 @@ void replace(FileReplacement& file, mode_t mask)
     const std::string target = finalTarget(file.path);
     if (target.empty() || !makeFolders(folderOf(target)))
         return;
-    std::string temporary = target + ".XXXXXX";
+    std::string temporary = temporaryNameFor(target);
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0)
         return;
+    // Held until this process closes the file or dies: whoever cleans up leftovers can tell a
+    // file still being written from one whose writer was killed.
+    ::flock(fd, LOCK_EX | LOCK_NB);
     struct stat onDisk {};
     const bool written = writeAll(fd, file.bytes) && ::fchmod(fd, modeForNewFile(target, mask)) == 0 && ::fsync(fd) == 0 &&
                          ::fstat(fd, &onDisk) == 0 && std::size_t(onDisk.st_size) == file.bytes.size();
@@ -125,6 +154,35 @@ void replaceFilesAtomically(std::vector<FileReplacement>& files)
         replace(files.front(), mask);
     for (std::thread& helper : helpers)
         helper.join();
+}
+
+int removeLeftoverTemporaries(const std::string& path)
+{
+    const std::string target = finalTarget(path);
+    if (target.empty())
+        return 0;
+    const std::string folder = folderOf(target);
+    DIR* listing = ::opendir(folder.c_str());
+    if (!listing)
+        return 0;
+    int removed = 0;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (!isTemporaryNameFor(name, target))
+            continue;
+        const std::string leftover = folder + "/" + name;
+        // Only a plain file whose writer is gone: a writer still at work holds its lock.
+        const int fd = ::open(leftover.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        struct stat info {};
+        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && ::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+            ::unlink(leftover.c_str()) == 0)
+            ++removed;
+        ::close(fd);
+    }
+    ::closedir(listing);
+    return removed;
 }
 
 bool replaceFileAtomically(const std::string& path, std::string_view bytes)

@@ -28,6 +28,10 @@ void replaceFilesAtomically(std::vector<FileReplacement>& files);
 // The same for one file; false when it was left as it was.
 bool replaceFileAtomically(const std::string& path, std::string_view bytes);
 
+// Removes what writes of `path` that were interrupted (the writer killed) left beside it: the
+// hidden temporary files named after it, and only those whose writer has ended. Returns how many.
+int removeLeftoverTemporaries(const std::string& path);
+
 // Creates the folder and its missing parents; true when it exists as a folder afterwards.
 bool makeFolders(const std::string& folder);
 

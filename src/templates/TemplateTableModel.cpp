@@ -20,6 +20,12 @@ void TemplateTableModel::reload()
     endResetModel();
 }
 
+void TemplateTableModel::refresh()
+{
+    if (!m_templates.isEmpty() && !m_columns.isEmpty())
+        emit dataChanged(index(0, 0), index(int(m_templates.size()) - 1, int(m_columns.size()) - 1));
+}
+
 int TemplateTableModel::rowCount(const QModelIndex& parent) const
 {
     return parent.isValid() ? 0 : int(m_templates.size());

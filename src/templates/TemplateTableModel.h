@@ -28,6 +28,8 @@ public:
     const QList<Column>& columns() const { return m_columns; }
     // Tells the views that rows were added or removed (the "reload" after + and -).
     void reload();
+    // Tells the views that every cell may show something else, with the rows as they were.
+    void refresh();
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

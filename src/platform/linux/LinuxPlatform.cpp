@@ -7,6 +7,7 @@
 #include "platform/linux/InstanceServer.h"
 #include "platform/linux/XdgFolders.h"
 #include "templates/AtomicFile.h"
+#include "templates/AtomicWrite.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -56,18 +57,47 @@ void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QStrin
     ini::storeValue(extensionPreferencesFilePath(), key, value);
 }
 
-bool LinuxPlatform::storeTemplatesJSONText(const QString& key, const QString& text)
+Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key, const QString& text)
 {
     // All five places are files here: they go to the disk in one batch, and those that hold the
-    // text already are left alone.
+    // text already are left alone. A settings file that cannot be read keeps what it holds.
     QList<std::pair<QString, QByteArray>> files;
-    for (const QString& settings : {userDefaultsFilePath(), extensionPreferencesFilePath()})
+    bool complete = true;
+    for (const QString& settings : {userDefaultsFilePath(), extensionPreferencesFilePath()}) {
         if (const std::optional<QByteArray> contents = ini::fileWithValue(settings, key, text))
             files.append({settings, *contents});
+        else
+            complete = false;
+    }
     const QByteArray bytes = text.toUtf8();
     for (const QString& path : templateConfigFilePaths())
         files.append({path, bytes});
-    return !writeChangedFilesAtomically(files).written.isEmpty();
+    const FileWrites outcome = writeChangedFilesAtomically(files);
+    return {!outcome.written.isEmpty(), complete && outcome.failed.isEmpty()};
+}
+
+QList<StoredCopy> LinuxPlatform::storedTemplatesCopies(const QString& key)
+{
+    QList<StoredCopy> copies = Platform::storedTemplatesCopies(key);
+    // The settings file's own state and time; QSettings alone cannot tell a file it could not
+    // read from one without the key.
+    StoredCopy& defaults = copies.first();
+    const StoredCopy file = storedCopyInFile(userDefaultsFilePath());
+    if (file.state != StoredCopy::State::Read)
+        defaults = file;
+    defaults.modified = file.modified;
+    return copies;
+}
+
+QStringList LinuxPlatform::templateStoreFilePaths()
+{
+    return QStringList{userDefaultsFilePath(), extensionPreferencesFilePath()} + templateConfigFilePaths();
+}
+
+void LinuxPlatform::removeInterruptedSaves()
+{
+    Platform::removeInterruptedSaves();
+    removeLeftoverTemporaries(QFile::encodeName(xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json")).toStdString());
 }
 
 QStringList LinuxPlatform::templateConfigFilePaths()

@@ -22,7 +22,10 @@ public:
     QVariant userDefaultsValue(const QString& key) override;
     void setUserDefaultsValue(const QString& key, const QString& value) override;
     void setExtensionPreferenceValue(const QString& key, const QString& value) override;
-    bool storeTemplatesJSONText(const QString& key, const QString& text) override;
+    StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override;
+    QList<StoredCopy> storedTemplatesCopies(const QString& key) override;
+    QStringList templateStoreFilePaths() override;
+    void removeInterruptedSaves() override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
     QString toolPath(Tool tool) override;

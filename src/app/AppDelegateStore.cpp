@@ -1,0 +1,131 @@
+// The template list on disk: loading it, saving each change on top of what is stored by then,
+// following the saves of other instances of the same user, and writing again what a full disk or
+// an unreadable place kept out.
+#include "app/AppDelegate.h"
+
+#include "platform/Platform.h"
+#include "templates/TemplateStore.h"
+#include "templates/TemplateSync.h"
+#include "templates/TemplateTableModel.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QTimer>
+
+namespace brindlemark {
+
+namespace {
+
+// A save that could not reach every place is tried again this often, by itself.
+constexpr int SaveRetryMilliseconds = 3000;
+// The files of one save change one after another: the list is read again once they settle.
+constexpr int StoreSettleMilliseconds = 150;
+
+} // namespace
+
+void AppDelegate::loadTemplates()
+{
+    const StoreLock lock(m_platform.templateBackupFolder());
+    // Only under the lock: a save of another instance may be writing its files right now.
+    m_platform.removeInterruptedSaves();
+    const ChosenText stored = chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey));
+    LoadedTemplates loaded = loadedTemplates(stored.text);
+    // The start-up save that follows replaces the stored text: keep what could not be read.
+    if (loaded.storedTextUnreadable)
+        keepUnreadableTemplatesText(stored.text, m_platform.templateBackupFolder());
+    m_templates = std::move(loaded.templates);
+    m_storedText = stored.text;
+    watchTemplateStore();
+}
+
+void AppDelegate::saveTemplates()
+{
+    // Failures to persist are not reported: every place that can be written is, and the rest
+    // are written as soon as they can be.
+    synchronizeTemplates(true);
+    rebuildNewFileStatusMenu();
+    setStatusText(QStringLiteral("Templates saved. Finder menu updates on the next right-click."));
+}
+
+void AppDelegate::synchronizeTemplates(bool changedHere)
+{
+    const StoreLock lock(m_platform.templateBackupFolder());
+    const QString stored = chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
+    bool write = changedHere || m_savePending;
+    if (stored != m_storedText) {
+        // Someone else saved since this instance last read or wrote the list.
+        if (const std::optional<TemplateList> theirs = storedList(stored)) {
+            showTemplates(mergedTemplates(storedList(m_storedText).value_or(TemplateList()), m_templates, *theirs));
+        } else {
+            // Gone, or text that is no list: kept aside when there is any, and this list put back.
+            if (!stored.isEmpty())
+                keepUnreadableTemplatesText(stored, m_platform.templateBackupFolder());
+            write = true;
+        }
+        m_storedText = stored;
+    }
+    if (!write)
+        return;
+    const QString text = templatesJSONText(m_templates);
+    const Platform::StoreOutcome outcome = m_platform.storeTemplatesJSONText(TemplatesJSONKey, text);
+    if (outcome.written)
+        m_platform.templatesChanged(extensionBundlePath());
+    m_savePending = !outcome.complete;
+    // Until every place holds the list, what is stored is whatever the places now add up to.
+    m_storedText = outcome.complete
+                       ? text
+                       : chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
+    if (!m_saveRetry) {
+        m_saveRetry = std::make_unique<QTimer>();
+        m_saveRetry->setInterval(SaveRetryMilliseconds);
+        connect(m_saveRetry.get(), &QTimer::timeout, this, [this] { synchronizeTemplates(false); });
+    }
+    if (m_savePending)
+        m_saveRetry->start();
+    else
+        m_saveRetry->stop();
+}
+
+void AppDelegate::showTemplates(const TemplateList& templates)
+{
+    if (templates == m_templates)
+        return;
+    // With the same rows the table keeps its selection and an edit in progress.
+    const bool sameRows = templates.size() == m_templates.size();
+    m_templates = templates;
+    if (sameRows)
+        m_templateTableModel->refresh();
+    else
+        m_templateTableModel->reload();
+    rebuildNewFileStatusMenu();
+}
+
+void AppDelegate::watchTemplateStore()
+{
+    if (!m_storeWatcher) {
+        m_storeWatcher = std::make_unique<QFileSystemWatcher>();
+        m_storeSettle = std::make_unique<QTimer>();
+        m_storeSettle->setSingleShot(true);
+        m_storeSettle->setInterval(StoreSettleMilliseconds);
+        connect(m_storeWatcher.get(), &QFileSystemWatcher::fileChanged, m_storeSettle.get(),
+                qOverload<>(&QTimer::start));
+        connect(m_storeSettle.get(), &QTimer::timeout, this, [this] {
+            watchTemplateStore();
+            synchronizeTemplates(false);
+        });
+        // The last chance for a save the disk did not take yet.
+        if (QCoreApplication* application = QCoreApplication::instance())
+            connect(application, &QCoreApplication::aboutToQuit, this, [this] {
+                if (m_savePending)
+                    synchronizeTemplates(false);
+            });
+    }
+    // A file replaced by a save is a new file: the watch on the old one has ended.
+    const QStringList watched = m_storeWatcher->files();
+    for (const QString& path : m_platform.templateStoreFilePaths())
+        if (!watched.contains(path) && QFileInfo::exists(path))
+            m_storeWatcher->addPath(path);
+}
+
+} // namespace brindlemark
