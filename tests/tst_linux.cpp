@@ -110,6 +110,126 @@ private slots:
         }
     }
 
+    void twoInstancesOnOneHomeKeepEveryEdit()
+    {
+        // One user logged in twice: one home, a runtime folder each, a running Brindlemark in both.
+        TestHome home;
+        std::vector<std::unique_ptr<QProcess>> editors;
+        for (const QString run : {"run-a", "run-b"}) {
+            QVERIFY(QDir().mkpath(home.file(run)));
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert("XDG_RUNTIME_DIR", home.file(run));
+            auto& editor = editors.emplace_back(std::make_unique<QProcess>());
+            editor->setProcessEnvironment(environment);
+            editor->start(TEMPLATE_EDITOR, {});
+            QVERIFY(editor->waitForReadyRead(20'000) && editor->readLine() == "ready\n");
+        }
+        QProcess &a = *editors[0], &b = *editors[1];
+        auto list = [](QProcess& editor) {
+            editor.write("list\n");
+            while (!editor.canReadLine() && editor.waitForReadyRead(5000)) {}
+            return QString::fromUtf8(editor.readLine()).trimmed();
+        };
+        auto cells = [](const QString& text, const char* member) {
+            QStringList values;
+            for (const QJsonValue& row : QJsonDocument::fromJson(text.toUtf8()).array())
+                values << row[member].toVariant().toString();
+            return values.join(',');
+        };
+        // At the same time, 100 edits each: A titles, B prefixes and ticks; each last one stays.
+        for (int i = 0; i < 100; ++i) {
+            a.write(QString("set %1 title A%2\n").arg(i % 6).arg(i).toUtf8());
+            b.write(QString("set %1 %2\n").arg(i % 6).arg(i % 2 ? QString("prefix B%1").arg(i) : QString("executable %1").arg(i % 4 ? "true" : "false")).toUtf8());
+        }
+        const QString titles = "A96,A97,A98,A99,A94,A95", prefixes = "New Text File,B97,JSONFile,B99,script,B95", ticks = "false,false,true,true,true,true";
+        QTRY_VERIFY_WITH_TIMEOUT(cells(list(a), "title") == titles && list(a) == list(b) && cells(list(b), "prefix") == prefixes, 10'000);
+        QCOMPARE(cells(list(a), "executable"), ticks);
+        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), list(a).toUtf8());
+        // A row added in one and one removed in the other, at once: both stay so.
+        a.write("add fromA\n");
+        b.write("remove 2\n");
+        QTRY_VERIFY_WITH_TIMEOUT(cells(list(a), "id") == "text,markdown,shell,python,ruby,fromA" && list(a) == list(b), 10'000);
+        QCOMPARE(QSettings(LinuxPlatform::userDefaultsFilePath(), QSettings::IniFormat).value("TemplatesJSON").toString(), list(b));
+        for (auto& editor : editors) {
+            editor->closeWriteChannel();
+            QVERIFY(editor->waitForFinished(10'000));
+        }
+    }
+
+    void unreadableSettingsAreNeitherLostNorWrittenOver()
+    {
+        TestHome home;
+        LinuxPlatform platform;
+        TemplateList edited = start(platform)->templates();
+        edited[0]["title"] = "Mine";
+        store(*start(platform, true), edited);
+        // The settings file exists but cannot be read (here: a folder in its place).
+        const QString settings = LinuxPlatform::userDefaultsFilePath();
+        QVERIFY(QFile::rename(settings, settings + ".away") && QDir().mkpath(settings));
+        const auto unreadable = start(platform, true);
+        QCOMPARE(unreadable->templates().value(0)["title"], "Mine"); // from the Templates.json copies
+        edited[1]["title"] = "Later";
+        store(*unreadable, edited);
+        QVERIFY(unreadable->isSavePending());
+        QCOMPARE(readFile(home.file("config/Brindlemark/Templates.json")), templatesJSONText(edited).toUtf8());
+        // Readable again, as it was: the next start shows this session's edit, and stores it.
+        QVERIFY(QDir().rmdir(settings) && QFile::rename(settings + ".away", settings));
+        QFile(settings).setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime);
+        const auto again = start(platform, true);
+        QCOMPARE(again->templates().value(1)["title"], "Later");
+        QCOMPARE(QSettings(settings, QSettings::IniFormat).value("TemplatesJSON").toString(), templatesJSONText(edited));
+        QVERIFY(!again->isSavePending());
+    }
+
+    void aSaveTheDiskRefusedIsWrittenOnceThereIsRoom()
+    {
+        TestHome home;
+        const QString config = home.file("config");
+        QDir().mkpath(config);
+        if (!run("mount", {"-t", "tmpfs", "-o", "size=256k", "tmpfs", config}))
+            QSKIP("cannot mount a tmpfs here (needs root)");
+        const auto unmount = qScopeGuard([&] { run("umount", {config}); });
+        LinuxPlatform platform;
+        const auto app = start(platform, true);
+        QVERIFY(writeFile(config + "/filler", QByteArray(QStorageInfo(config).bytesAvailable(), 'f')));
+        TemplateList edited = app->templates();
+        for (const char* title : {"Full 1", "Full 2"}) {
+            edited[0]["title"] = title;
+            store(*app, edited);
+        }
+        QVERIFY(app->isSavePending());
+        // The data folder took the list: a start now shows it, never the older one in the settings.
+        QCOMPARE(start(platform, true)->templates().value(0)["title"], "Full 2");
+        QVERIFY(QFile::remove(config + "/filler"));
+        QTRY_VERIFY_WITH_TIMEOUT(!app->isSavePending(), 10'000); // by itself, no edit needed
+        for (const QString& place : QStringList{LinuxPlatform::extensionPreferencesFilePath(), LinuxPlatform::userDefaultsFilePath()})
+            QCOMPARE(QSettings(place, QSettings::IniFormat).value("TemplatesJSON").toString(), templatesJSONText(edited));
+        QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), templatesJSONText(edited).toUtf8());
+    }
+
+    void aStartRemovesWhatKilledSavesLeft()
+    {
+        TestHome home;
+        LinuxPlatform platform;
+        start(platform, true);
+        QStringList places = platform.templateStoreFilePaths() << home.file("data/brindlemark/plugin-registry.json");
+        QMap<QString, QStringList> before;
+        for (const QString& place : places) {
+            const QFileInfo info(place);
+            before[info.path()] = entries(info.path());
+            QVERIFY(writeFile(info.path() + "/." + info.fileName() + ".tmp-k1LLed", "half"));
+        }
+        QVERIFY(writeFile(home.file("config/Brindlemark/Templates.json.tmp-k1LLed"), "not ours")); // not hidden: not ours
+        start(platform, true);
+        before[home.file("config/Brindlemark")] << "Templates.json.tmp-k1LLed";
+        for (auto folder = before.cbegin(); folder != before.cend(); ++folder) {
+            QStringList now = entries(folder.key()), expected = folder.value();
+            now.sort();
+            expected.sort();
+            QCOMPARE(now, expected);
+        }
+    }
+
     void savesWriteOnlyChangedPlaces()
     {
         TestHome home;

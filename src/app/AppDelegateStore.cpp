@@ -108,7 +108,7 @@ void AppDelegate::watchTemplateStore()
         m_storeSettle = std::make_unique<QTimer>();
         m_storeSettle->setSingleShot(true);
         m_storeSettle->setInterval(StoreSettleMilliseconds);
-        connect(m_storeWatcher.get(), &QFileSystemWatcher::fileChanged, m_storeSettle.get(),
+        connect(m_storeWatcher.get(), &QFileSystemWatcher::directoryChanged, m_storeSettle.get(),
                 qOverload<>(&QTimer::start));
         connect(m_storeSettle.get(), &QTimer::timeout, this, [this] {
             watchTemplateStore();
@@ -121,11 +121,14 @@ void AppDelegate::watchTemplateStore()
                     synchronizeTemplates(false);
             });
     }
-    // A file replaced by a save is a new file: the watch on the old one has ended.
-    const QStringList watched = m_storeWatcher->files();
-    for (const QString& path : m_platform.templateStoreFilePaths())
-        if (!watched.contains(path) && QFileInfo::exists(path))
-            m_storeWatcher->addPath(path);
+    // The folders of the Templates.json files, which are Brindlemark's own and written by every
+    // save: a save replaces the files, which would end a watch on a file, never one on its folder.
+    const QStringList watched = m_storeWatcher->directories();
+    for (const QString& path : m_platform.templateConfigFilePaths()) {
+        const QString folder = QFileInfo(path).absolutePath();
+        if (!watched.contains(folder) && QFileInfo(folder).isDir())
+            m_storeWatcher->addPath(folder);
+    }
 }
 
 } // namespace brindlemark

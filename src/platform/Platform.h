@@ -40,7 +40,7 @@ public:
     // first, then the three Templates.json files in their order.
     virtual QList<StoredCopy> storedTemplatesCopies(const QString& key);
 
-    // Every file a save writes; a change to one of them is another instance's save.
+    // Every file a save writes.
     virtual QStringList templateStoreFilePaths() { return templateConfigFilePaths(); }
 
     // Removes what saves of ours that were killed halfway left beside the files they write.
