@@ -11,9 +11,56 @@
 #include "platform/linux/PluginRegistry.h"
 
 #include <QJsonArray>
+#include <QProcess>
 #include <QSettings>
 
+#include <sys/stat.h>
+
 using namespace brindlemark;
+
+namespace {
+
+// One run of the registry tool itself, "exit code:standard output", and what it said on standard
+// error. A run still going after 5 seconds is stopped and reads "hung".
+std::pair<QString, QString> pluginKit(const QStringList& arguments) {
+    QProcess tool;
+    tool.start(BRINDLEMARK_PLUGINKIT, arguments);
+    if (!tool.waitForFinished(5'000)) {
+        tool.kill();
+        tool.waitForFinished();
+        return {"hung", ""};
+    }
+    return {QString::number(tool.exitCode()) + ":" + tool.readAllStandardOutput(),
+            tool.readAllStandardError()};
+}
+
+// What is at the path: a file's bytes, else its kind.
+QByteArray placeAt(const QString& path) {
+    const QFileInfo info(path);
+    if (info.isFile() && !info.isSymLink())
+        return readFile(path);
+    return info.isSymLink() ? "<link>"
+           : info.isDir()   ? "<folder>"
+           : info.exists()  ? "<other>"
+                            : "<nothing>";
+}
+
+// A bundle whose steps are these scripts (none when empty); registered as x.y, version 2.
+QString makeBundle(const TestHome& home, const QByteArray& install = {},
+                   const QByteArray& uninstall = {}) {
+    const QString bundle = home.file("Some.appex");
+    QDir(bundle).removeRecursively();
+    writeFile(bundle + "/Info.ini", "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=2\n");
+    for (const auto& [step, script] : {std::pair{"/install", install}, {"/uninstall", uninstall}})
+        if (!script.isEmpty())
+            writeScript(bundle + step, script);
+    return bundle;
+}
+
+const QByteArray DamagedRegistry =
+    "[\n    {\n        \"elected\": true,\n        \"identifier\"; \"a.b\"\n    }\n]\n";
+
+} // namespace
 
 class BridgeTest : public QObject {
     Q_OBJECT
@@ -189,13 +236,16 @@ private slots:
             return text + readFile(home.file("step"));
         };
         QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "1:pluginkit: no plug-in is registered as x.y\n");
-        QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n"); // a broken registry is rebuilt
+        // A broken registry is kept aside.
+        QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n");
         QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "0:done installing\ninstalled\n");
         QCOMPARE(run({{"-a", bundle}, {"-m", "-i", "x.y", "-p", "p"}}), "0:0:+    x.y(2)\ninstalled\n"); // the election stays
         QCOMPARE(run({{"-mAD", "-p", "other"}, {"-mAD", "-i", "other"}}), "0:0:installed\n");
         QCOMPARE(run({{"-e", "ignore", "-i", "x.y"}, {"-mAD"}}), "0:0:-    x.y(2)\nuninstalled\n");
         QCOMPARE(run({{"-r", bundle}, {"-mAD"}}), "0:0:uninstalled\n");
         QCOMPARE(entries(home.path()), (QStringList{"Some.appex", "data", "run", "step"})); // nothing else written
+        QCOMPARE(entries(home.file("data/brindlemark")),
+                 (QStringList{"plugin-registry.json", "plugin-registry.json.unreadable"}));
         QFile::remove(home.file("step"));
         QCOMPARE(run({{"-a", home.path()}}), "1:pluginkit: " + home.path() + " is not an extension bundle (it has no Info.ini)\n");
         QCOMPARE(run({{"-r", "/tmp"}}), "1:pluginkit: no plug-in is registered at /tmp\n");
@@ -230,9 +280,13 @@ private slots:
             R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
         expectEach([&](const QString& text) { return listing(text.toUtf8()); },
                    {{written, "+    q\"u\\oé€😀(1/2\t\x01)\n-    n()\n"},
-                    // Broken, or not an array: read as empty.
-                    {R"([{"identifier": "a"}] x)", ""}, {R"({"identifier": "a"})", ""}, {R"([{"identifier": "a\u12x4"}])", ""},
-                    {R"([{"identifier": "a"},])", ""}, {R"([{"identifier": "a", "n": 01}])", ""}, {QString(100'000, '['), ""}});
+                    // Broken, or not an array: nothing listed.
+                    {R"([{"identifier": "a"}] x)", ""},
+                    {R"({"identifier": "a"})", ""},
+                    {R"([{"identifier": "a\u12x4"}])", ""},
+                    {R"([{"identifier": "a"},])", ""},
+                    {R"([{"identifier": "a", "n": 01}])", ""},
+                    {QString(100'000, '['), ""}});
         QCOMPARE(listing("[{\"identifier\": \"a\xc3\"}]"), ""); // not UTF-8
 
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
@@ -248,6 +302,67 @@ private slots:
         listing("[{\"identifier\": \"z\", \"path\": \"" + home.file("program").toUtf8() + "\\u0000\"}]");
         QCOMPARE(runPluginKit({"-e", "use", "-i", "z"}).exitCode, 0);
         QVERIFY(!QFile::exists(home.file("ran")));
+    }
+
+    void unreadableRegistryIsKeptAside_data() {
+        QTest::addColumn<QString>("kind");       // what stands where the registry belongs
+        QTest::addColumn<QByteArray>("earlier"); // an earlier backup's bytes, if there is one
+        QTest::addColumn<QString>("backup");     // a registration keeps it as; "" for none
+        QTest::newRow("one damaged byte") << "damaged" << QByteArray() << ".unreadable";
+        QTest::newRow("earlier backup of other bytes")
+            << "damaged" << QByteArray("other") << ".unreadable.1";
+        QTest::newRow("earlier backup of the same bytes")
+            << "damaged" << DamagedRegistry << ".unreadable";
+        QTest::newRow("beyond 1 MiB") << "large" << QByteArray() << ".unreadable";
+        QTest::newRow("pipe") << "fifo" << QByteArray() << ".unreadable";
+        QTest::newRow("folder") << "folder" << QByteArray() << ".unreadable";
+        QTest::newRow("link to a device") << "device" << QByteArray() << "";
+    }
+
+    void unreadableRegistryIsKeptAside() {
+        QFETCH(QString, kind);
+        QFETCH(QByteArray, earlier);
+        QFETCH(QString, backup);
+        TestHome home;
+        const QString folder = home.file("data/brindlemark"),
+                      registry = folder + "/plugin-registry.json";
+        QDir().mkpath(folder);
+        if (kind == "damaged")
+            QVERIFY(writeFile(registry, DamagedRegistry));
+        else if (kind == "large") // valid JSON, but no registry is that large
+            QVERIFY(
+                writeFile(registry, "[" + QByteArray(1 << 20, ' ') + R"({"identifier": "a.b"}])"));
+        else if (kind == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(registry).constData(), 0600), 0);
+        else if (kind == "folder")
+            QVERIFY(QDir().mkpath(registry));
+        else
+            QVERIFY(QFile::link("/dev/null", registry));
+        if (!earlier.isNull())
+            QVERIFY(writeFile(registry + ".unreadable", earlier));
+        const QByteArray before = placeAt(registry);
+
+        // A listing lists nothing, says why in one line, and leaves everything as it was.
+        const auto [listed, why] = pluginKit({"-mAD", "-p", "com.apple.FinderSync"});
+        QCOMPARE(listed, "0:");
+        QVERIFY2(why.count('\n') == 1 && why.contains("could not be read"), qPrintable(why));
+        QCOMPARE(placeAt(registry), before);
+        if (backup.isEmpty())
+            return;
+        // A registration keeps it aside under a name no other backup has, and starts a new
+        // registry.
+        const auto [added, notice] = pluginKit({"-a", makeBundle(home)});
+        QCOMPARE(added, "0:");
+        QVERIFY2(notice.count('\n') == 1 && notice.contains(registry + backup + " "),
+                 qPrintable(notice));
+        QCOMPARE(placeAt(registry + backup), before);
+        QStringList kept{"plugin-registry.json", "plugin-registry.json.unreadable"};
+        if (backup.endsWith(".1")) {
+            kept << "plugin-registry.json.unreadable.1";
+            QCOMPARE(placeAt(registry + ".unreadable"), earlier);
+        }
+        QCOMPARE(entries(folder), kept);
+        QCOMPARE(pluginKit({"-mAD"}), (std::pair<QString, QString>("0:-    x.y(2)\n", "")));
     }
 };
 

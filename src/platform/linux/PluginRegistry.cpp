@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -31,6 +34,10 @@ struct Registration {
     std::string identifier, path, protocol, version;
     bool elected = false;
 };
+
+// A registry holds a handful of registrations of a few hundred bytes each: a file beyond 1 MiB is
+// no registry. The bound also keeps a link to an endless device from filling the memory.
+constexpr std::size_t RegistrySizeLimit = std::size_t(1) << 20;
 
 // ---- Text
 
@@ -114,17 +121,65 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
-bool readFile(const std::string& path, std::string& bytes)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+std::string errorText(int error) {
+    return std::strerror(error);
+}
+
+enum class FileRead { Read, Absent, Unreadable, Failed };
+
+// Reads a regular file of at most RegistrySizeLimit bytes, and nothing else: a pipe would hold the
+// tool until someone writes to it, a device may never end, and either would hold the application
+// with it. The file is opened without waiting, so that a pipe put in its place after the check
+// opens at once too, and is checked again once open. Failed: the system had no room to read it now
+// (descriptors, memory), which says nothing about the file.
+FileRead readBoundedFile(const std::string& path, std::string& bytes, std::string& problem) {
+    constexpr std::size_t limit = RegistrySizeLimit;
+    const auto failed = [&](int error) {
+        problem = errorText(error);
+        if (error == ENOENT)
+            return FileRead::Absent;
+        return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR
+                   ? FileRead::Failed
+                   : FileRead::Unreadable;
+    };
+    const auto check = [&](const struct stat& info) {
+        if (S_ISREG(info.st_mode) && std::size_t(info.st_size) <= limit)
+            return FileRead::Read;
+        problem = S_ISREG(info.st_mode) ? "larger than 1 MiB" : "not a regular file";
+        return FileRead::Unreadable;
+    };
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return failed(errno);
+    if (check(info) != FileRead::Read)
+        return FileRead::Unreadable;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
-        return false;
-    char buffer[16384];
-    ssize_t n;
-    while ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))
-        bytes.append(buffer, std::size_t(std::max<ssize_t>(n, 0)));
+        return failed(errno);
+    FileRead result = ::fstat(fd, &info) == 0 ? check(info) : failed(errno);
+    // A file may grow while it is read: never more than the limit and one byte.
+    std::size_t got = 0;
+    bytes.resize(result == FileRead::Read ? std::size_t(info.st_size) + 1 : 0);
+    while (result == FileRead::Read) {
+        if (got == bytes.size()) {
+            if (got > limit) {
+                problem = "larger than 1 MiB";
+                result = FileRead::Unreadable;
+                break;
+            }
+            bytes.resize(std::min(got * 2, limit + 1));
+        }
+        const ssize_t n = ::read(fd, bytes.data() + got, bytes.size() - got);
+        if (n == 0)
+            break;
+        if (n > 0)
+            got += std::size_t(n);
+        else if (errno != EINTR)
+            result = failed(errno);
+    }
+    bytes.resize(got);
     ::close(fd);
-    return n == 0;
+    return result;
 }
 
 // ---- Paths, with Qt's rules, since registrations made by earlier versions hold paths in its form
@@ -205,15 +260,13 @@ class RegistryReader {
 public:
     explicit RegistryReader(std::string_view text) : m_text(text) {}
 
-    // Empty for a text that is not one JSON array: a broken registry is then rebuilt by the
-    // next registration.
-    std::vector<Registration> registrations()
-    {
+    // Nothing for a text that is not one JSON array.
+    std::optional<std::vector<Registration>> registrations() {
         std::vector<Registration> read;
         if (m_text.starts_with("\xEF\xBB\xBF"))
             m_text.remove_prefix(3);
         if (!isUtf8(m_text) || !next('[') || !array(1, &read) || (blanks(), m_at != m_text.size()))
-            return {};
+            return std::nullopt;
         return read;
     }
 
@@ -400,12 +453,80 @@ private:
     std::size_t m_at = 0;
 };
 
-std::vector<Registration> readRegistry()
-{
+// The registry as stored, or why it could not be read.
+struct StoredRegistry {
+    std::vector<Registration> registrations;
+    FileRead state = FileRead::Absent;
+    std::string problem;
+};
+
+StoredRegistry readRegistry() {
+    StoredRegistry stored;
     std::string text;
-    if (!readFile(pluginRegistryFilePath(), text))
-        return {};
-    return RegistryReader(text).registrations();
+    stored.state = readBoundedFile(pluginRegistryFilePath(), text, stored.problem);
+    if (stored.state != FileRead::Read)
+        return stored;
+    if (auto read = RegistryReader(text).registrations()) {
+        stored.registrations = std::move(*read);
+    } else {
+        stored.state = FileRead::Unreadable;
+        stored.problem = "not a JSON array of registrations";
+    }
+    return stored;
+}
+
+std::string cannotRead(const StoredRegistry& stored) {
+    return "pluginkit: the registry " + pluginRegistryFilePath() + " could not be read (" +
+           stored.problem + ")";
+}
+
+// For the commands that write nothing: the registry stays as it is, whatever it holds.
+std::string leftAsItIs(const StoredRegistry& stored) {
+    const bool read = stored.state == FileRead::Read || stored.state == FileRead::Absent;
+    return read ? std::string() : cannotRead(stored) + "; it is left as it is\n";
+}
+
+// Moves an unreadable registry out of the way, as it is (a link or a pipe too: it is never opened
+// for writing), to the first of ".unreadable", ".unreadable.1", ... beside it that is free or holds
+// the same bytes: an earlier backup of other bytes is never replaced. The backup's name, or "" and
+// the reason.
+std::string keepAside(const std::string& registry, std::string& problem) {
+    struct stat info {};
+    std::string bytes, held, unused;
+    const bool comparable = ::lstat(registry.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+                            readBoundedFile(registry, bytes, unused) == FileRead::Read;
+    int error = 0;
+    for (int n = 0; n < 1000; ++n) {
+        const std::string backup =
+            registry + ".unreadable" + (n == 0 ? "" : "." + std::to_string(n));
+        struct stat existing {};
+        if (::lstat(backup.c_str(), &existing) != 0) {
+            if (errno != ENOENT) {
+                error = errno;
+                break;
+            }
+            if (::renameat2(AT_FDCWD, registry.c_str(), AT_FDCWD, backup.c_str(),
+                            RENAME_NOREPLACE) == 0)
+                return backup;
+            if (errno == EEXIST) // taken meanwhile
+                continue;
+            // A file system without a rename that never replaces: the name was free a moment ago.
+            if ((errno == EINVAL || errno == ENOSYS) &&
+                ::rename(registry.c_str(), backup.c_str()) == 0)
+                return backup;
+            error = errno;
+            break;
+        }
+        if (comparable && S_ISREG(existing.st_mode) &&
+            readBoundedFile(backup, held, unused) == FileRead::Read && held == bytes) {
+            if (::rename(registry.c_str(), backup.c_str()) == 0) // the same bytes: kept either way
+                return backup;
+            error = errno;
+            break;
+        }
+    }
+    problem = error != 0 ? errorText(error) : "no free backup name";
+    return {};
 }
 
 void appendJsonString(std::string& out, std::string_view text)
@@ -460,8 +581,8 @@ struct Manifest {
 Manifest readManifest(const std::string& path)
 {
     Manifest manifest;
-    std::string text;
-    if (!readFile(path, text))
+    std::string text, unused;
+    if (readBoundedFile(path, text, unused) != FileRead::Read)
         return manifest;
     std::string_view rest = text;
     if (rest.starts_with("\xEF\xBB\xBF"))
@@ -492,13 +613,30 @@ Manifest readManifest(const std::string& path)
 
 // ---- The commands
 
-PluginKitResult failure(std::string message, int code = 1) { return {code, std::move(message) + '\n'}; }
+PluginKitResult failure(std::string message, std::string notice = {}) {
+    return {1, std::move(message) + '\n', std::move(notice)};
+}
 
-PluginKitResult cannotWrite() { return failure("pluginkit: cannot write the registry " + pluginRegistryFilePath()); }
-
-PluginKitResult written(const std::vector<Registration>& registrations)
-{
-    return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+// Writes the registrations. A registry that could not be read is first moved aside, never written
+// over: what it held may be mended by hand.
+PluginKitResult written(const StoredRegistry& stored,
+                        const std::vector<Registration>& registrations, std::string output = {}) {
+    std::string notice;
+    if (stored.state == FileRead::Failed)
+        return failure(output + cannotRead(stored) + "; nothing was changed");
+    if (stored.state == FileRead::Unreadable) {
+        std::string problem;
+        const std::string backup = keepAside(pluginRegistryFilePath(), problem);
+        if (backup.empty())
+            return failure(output + cannotRead(stored) + " nor kept aside (" + problem +
+                           "); nothing was changed");
+        notice =
+            cannotRead(stored) + "; it is kept as " + backup + " and a new registry is started\n";
+    }
+    if (!writeRegistry(registrations))
+        return failure(output + "pluginkit: cannot write the registry " + pluginRegistryFilePath(),
+                       notice);
+    return {0, std::move(output), std::move(notice)};
 }
 
 PluginKitResult add(const std::string& bundlePath)
@@ -511,26 +649,28 @@ PluginKitResult add(const std::string& bundlePath)
     Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol), std::move(manifest.version)};
     if (added.identifier.empty() || added.protocol.empty())
         return failure("pluginkit: " + info + " names no identifier or protocol");
-
-    std::vector<Registration> registrations = readRegistry();
-    for (Registration& r : registrations) {
-        if (r.identifier == added.identifier) {
-            added.elected = r.elected; // registering again keeps the user's choice
-            r = std::move(added);
-            return written(registrations);
-        }
+    StoredRegistry stored = readRegistry();
+    std::vector<Registration>& registrations = stored.registrations;
+    const auto same =
+        std::find_if(registrations.begin(), registrations.end(),
+                     [&](const Registration& r) { return r.identifier == added.identifier; });
+    if (same != registrations.end()) {
+        added.elected = same->elected; // registering again keeps the user's choice
+        *same = std::move(added);
+    } else {
+        registrations.push_back(std::move(added));
     }
-    registrations.push_back(std::move(added));
-    return written(registrations);
+    return written(stored, registrations);
 }
 
 PluginKitResult remove(const std::string& bundlePath)
 {
     const std::string path = absoluteFilePath(bundlePath);
-    std::vector<Registration> registrations = readRegistry();
-    if (std::erase_if(registrations, [&](const Registration& r) { return r.path == path; }) == 0)
-        return failure("pluginkit: no plug-in is registered at " + path);
-    return written(registrations);
+    StoredRegistry stored = readRegistry();
+    if (std::erase_if(stored.registrations,
+                      [&](const Registration& r) { return r.path == path; }) == 0)
+        return failure("pluginkit: no plug-in is registered at " + path, leftAsItIs(stored));
+    return written(stored, stored.registrations);
 }
 
 // Reads the child's merged output until it ends or `deadline` passes; false when it did not end.
@@ -612,22 +752,24 @@ std::string runBundleStep(const Registration& r, const char* step)
 
 PluginKitResult elect(const std::string& choice, const std::string& identifier)
 {
-    std::vector<Registration> registrations = readRegistry();
-    for (Registration& r : registrations) {
+    StoredRegistry stored = readRegistry();
+    for (Registration& r : stored.registrations) {
         if (r.identifier != identifier)
             continue;
         r.elected = choice == "use";
-        if (!writeRegistry(registrations))
-            return cannotWrite();
-        return {0, runBundleStep(r, r.elected ? "install" : "uninstall")};
+        PluginKitResult result = written(stored, stored.registrations);
+        if (result.exitCode == 0)
+            result.output = runBundleStep(r, r.elected ? "install" : "uninstall");
+        return result;
     }
-    return failure("pluginkit: no plug-in is registered as " + identifier);
+    return failure("pluginkit: no plug-in is registered as " + identifier, leftAsItIs(stored));
 }
 
 PluginKitResult list(const std::string& protocol, const std::string& identifier)
 {
-    PluginKitResult result;
-    for (const Registration& r : readRegistry()) {
+    const StoredRegistry stored = readRegistry();
+    PluginKitResult result{0, {}, leftAsItIs(stored)};
+    for (const Registration& r : stored.registrations) {
         if ((!protocol.empty() && r.protocol != protocol) || (!identifier.empty() && r.identifier != identifier))
             continue;
         result.output.append(r.elected ? "+" : "-").append("    ").append(r.identifier);
@@ -670,7 +812,7 @@ PluginKitResult runPluginKit(const std::vector<std::string>& given)
         return elect(arguments[1], arguments[3]);
 
     // -m, then -p PROTOCOL and -i IDENTIFIER in any order.
-    const PluginKitResult usage{64, std::string(Usage)};
+    const PluginKitResult usage{64, std::string(Usage), {}};
     if (!isMatchFlag(first))
         return usage;
     std::string protocol, identifier;
