@@ -20,6 +20,8 @@ using namespace brindlemark;
 
 namespace {
 
+const QString ExtensionId = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
+
 // One run of the registry tool itself, "exit code:standard output", and what it said on standard
 // error. A run still going after 5 seconds is stopped and reads "hung".
 std::pair<QString, QString> pluginKit(const QStringList& arguments) {
@@ -205,13 +207,22 @@ private slots:
     void extensionState()
     {
         const QString id = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
-        expectEach([&](const QString& listing) {
-            const ExtensionState state = extensionStateFromListing(listing, id);
-            return extensionMenuTitle(state) + "|" + extensionStateText(state);
-        }, {{"+    " + id + "(1.0)\n", "Finder Extension: Enabled|Enabled"}, {"x+\t" + id, "Finder Extension: Enabled|Enabled"},
-            {"+   " + id, "Finder Extension: Registered|Registered"}, {"-    " + id + "Helper", "Finder Extension: Registered|Registered"},
-            {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
-            {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
+        expectEach(
+            [&](const QString& listing) {
+                const ExtensionState state = extensionStateFromListing(listing, id);
+                return extensionMenuTitle(state) + "|" + extensionStateText(state);
+            },
+            {{"+    " + id + "(1.0)\n", "Finder Extension: Enabled|Enabled"},
+             {"-    x(1)\n+\t" + id, "Finder Extension: Enabled|Enabled"},
+             {"+   " + id, "Finder Extension: Registered|Registered"},
+             {"-    " + id + "Helper", "Finder Extension: Registered|Registered"},
+             // Only a line of its own, the identifier whole: not one forged inside another
+             // registration.
+             {"x+\t" + id, "Finder Extension: Registered|Registered"},
+             {"+    " + id + "Helper(1)", "Finder Extension: Registered|Registered"},
+             {"-    x\\x0a+    " + id + "(1)\n", "Finder Extension: Registered|Registered"},
+             {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
+             {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
     }
 
     void registry()
@@ -278,15 +289,20 @@ private slots:
             R"(        "version": "1\/2\t\u0001")" "\n    },\n"
             R"(    {"identifier": 5, "path": "/x"}, "text", [],)" "\n"
             R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
-        expectEach([&](const QString& text) { return listing(text.toUtf8()); },
-                   {{written, "+    q\"u\\oé€😀(1/2\t\x01)\n-    n()\n"},
-                    // Broken, or not an array: nothing listed.
-                    {R"([{"identifier": "a"}] x)", ""},
-                    {R"({"identifier": "a"})", ""},
-                    {R"([{"identifier": "a\u12x4"}])", ""},
-                    {R"([{"identifier": "a"},])", ""},
-                    {R"([{"identifier": "a", "n": 01}])", ""},
-                    {QString(100'000, '['), ""}});
+        expectEach(
+            [&](const QString& text) { return listing(text.toUtf8()); },
+            {{written, "+    q\"u\\oé€😀(1/2\\x09\\x01)\n-    n()\n"},
+             // Control characters, shown escaped: one line per registration, whatever it holds.
+             {"[{\"identifier\": \"x\\n+    " + ExtensionId +
+                  "\", \"version\": \"\\u001b[2J\\u007f\\u0000\"}]",
+              "-    x\\x0a+    " + ExtensionId + "(\\x1b[2J\\x7f\\x00)\n"},
+             // Broken, or not an array: nothing listed.
+             {R"([{"identifier": "a"}] x)", ""},
+             {R"({"identifier": "a"})", ""},
+             {R"([{"identifier": "a\u12x4"}])", ""},
+             {R"([{"identifier": "a"},])", ""},
+             {R"([{"identifier": "a", "n": 01}])", ""},
+             {QString(100'000, '['), ""}});
         QCOMPARE(listing("[{\"identifier\": \"a\xc3\"}]"), ""); // not UTF-8
 
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
@@ -363,6 +379,36 @@ private slots:
         }
         QCOMPARE(entries(folder), kept);
         QCOMPARE(pluginKit({"-mAD"}), (std::pair<QString, QString>("0:-    x.y(2)\n", "")));
+    }
+
+    void registrationRefusesControlCharacters() {
+        // A line added to the bundle's Info.ini, or "path": the bundle's folder name holds a line
+        // break.
+        TestHome home;
+        const QString registry = home.file("data/brindlemark/plugin-registry.json");
+        expectEach(
+            [&](const QString& line) {
+                const QString bundle = home.file(line == "path" ? "a\nb.appex" : "c.appex");
+                writeFile(bundle + "/Info.ini",
+                          "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=1\n" + line.toUtf8() +
+                              "\n");
+                const PluginKitResult result = runPluginKit({"-a", bundle.toStdString()});
+                QString text =
+                    QString::number(result.exitCode) + ":" + QString::fromStdString(result.output);
+                return text.replace(home.path(), "~") +
+                       (QFile::exists(registry) ? " (registered)" : "");
+            },
+            {{"Identifier=x\x1b[2Jy", "1:pluginkit: cannot register ~/c.appex: its identifier "
+                                      "\"x\\x1b[2Jy\" holds a control character\n"},
+             {"Identifier=x\ry", "1:pluginkit: cannot register ~/c.appex: its identifier "
+                                 "\"x\\x0dy\" holds a control character\n"},
+             {"Version=1\x7f", "1:pluginkit: cannot register ~/c.appex: its version \"1\\x7f\" "
+                               "holds a control character\n"},
+             {"Protocol=\x01p", "1:pluginkit: cannot register ~/c.appex: its protocol \"\\x01p\" "
+                                "holds a control character\n"},
+             {"path", "1:pluginkit: cannot register ~/a\\x0ab.appex: its path \"~/a\\x0ab.appex\" "
+                      "holds a control character\n"},
+             {"", "0: (registered)"}});
     }
 };
 

@@ -3,7 +3,7 @@
 // answers with one of its three exit codes, ends what it prints with a line break and writes
 // nothing but its registry and the backup of one it could not read, in a temporary data folder.
 // A backup holds the registry's bytes as they were. A registry it wrote is JSON that Qt's reader
-// takes, holding the registrations the tool lists.
+// takes, holding the registrations the tool lists, one line each.
 #include "platform/linux/PluginRegistry.h"
 
 #include <QDir>
@@ -25,6 +25,16 @@ QByteArray contents(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// Control characters as the tool shows them.
+std::string escaped(const QString& text) {
+    std::string shown;
+    for (const char c : text.toStdString())
+        shown += static_cast<unsigned char>(c) < 0x20 || c == 0x7f
+                     ? QString::asprintf("\\x%02x", c).toStdString()
+                     : std::string(1, c);
+    return shown;
+}
+
 // The listing as Qt reads the registry.
 std::string listingByQt(const QJsonArray& registrations)
 {
@@ -33,8 +43,8 @@ std::string listingByQt(const QJsonArray& registrations)
         const QJsonObject r = value.toObject();
         if (!r.value("identifier").toString().isEmpty())
             listing += (r.value("elected").toBool() ? "+    " : "-    ") +
-                       r.value("identifier").toString().toStdString() + "(" +
-                       r.value("version").toString().toStdString() + ")\n";
+                       escaped(r.value("identifier").toString()) + "(" +
+                       escaped(r.value("version").toString()) + ")\n";
     }
     return listing;
 }

@@ -121,6 +121,29 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+bool hasControl(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), isControl);
+}
+
+// Text as the listing and the messages show it: control characters as \xHH, so that whatever a
+// registry holds, a registration is one line and cannot pass for another.
+std::string shown(std::string_view text) {
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isControl(c))
+            out.append("\\x").append(1, hex[byte >> 4]).append(1, hex[byte & 0xF]);
+        else
+            out += c;
+    }
+    return out;
+}
+
 std::string errorText(int error) {
     return std::strerror(error);
 }
@@ -476,7 +499,7 @@ StoredRegistry readRegistry() {
 }
 
 std::string cannotRead(const StoredRegistry& stored) {
-    return "pluginkit: the registry " + pluginRegistryFilePath() + " could not be read (" +
+    return "pluginkit: the registry " + shown(pluginRegistryFilePath()) + " could not be read (" +
            stored.problem + ")";
 }
 
@@ -630,11 +653,12 @@ PluginKitResult written(const StoredRegistry& stored,
         if (backup.empty())
             return failure(output + cannotRead(stored) + " nor kept aside (" + problem +
                            "); nothing was changed");
-        notice =
-            cannotRead(stored) + "; it is kept as " + backup + " and a new registry is started\n";
+        notice = cannotRead(stored) + "; it is kept as " + shown(backup) +
+                 " and a new registry is started\n";
     }
     if (!writeRegistry(registrations))
-        return failure(output + "pluginkit: cannot write the registry " + pluginRegistryFilePath(),
+        return failure(output + "pluginkit: cannot write the registry " +
+                           shown(pluginRegistryFilePath()),
                        notice);
     return {0, std::move(output), std::move(notice)};
 }
@@ -644,11 +668,21 @@ PluginKitResult add(const std::string& bundlePath)
     const std::string path = absoluteFilePath(bundlePath);
     const std::string info = path + "/Info.ini";
     if (!isFile(info))
-        return failure("pluginkit: " + path + " is not an extension bundle (it has no Info.ini)");
+        return failure("pluginkit: " + shown(path) +
+                       " is not an extension bundle (it has no Info.ini)");
     Manifest manifest = readManifest(info);
     Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol), std::move(manifest.version)};
     if (added.identifier.empty() || added.protocol.empty())
-        return failure("pluginkit: " + info + " names no identifier or protocol");
+        return failure("pluginkit: " + shown(info) + " names no identifier or protocol");
+    // What the registry holds is listed one registration a line: nothing that could break one.
+    for (const auto& [field, text] : {std::pair{"identifier", &added.identifier},
+                                      {"protocol", &added.protocol},
+                                      {"version", &added.version},
+                                      {"path", &added.path}})
+        if (hasControl(*text))
+            return failure("pluginkit: cannot register " + shown(path) + ": its " + field + " \"" +
+                           shown(*text) + "\" holds a control character");
+
     StoredRegistry stored = readRegistry();
     std::vector<Registration>& registrations = stored.registrations;
     const auto same =
@@ -669,7 +703,7 @@ PluginKitResult remove(const std::string& bundlePath)
     StoredRegistry stored = readRegistry();
     if (std::erase_if(stored.registrations,
                       [&](const Registration& r) { return r.path == path; }) == 0)
-        return failure("pluginkit: no plug-in is registered at " + path, leftAsItIs(stored));
+        return failure("pluginkit: no plug-in is registered at " + shown(path), leftAsItIs(stored));
     return written(stored, stored.registrations);
 }
 
@@ -762,7 +796,8 @@ PluginKitResult elect(const std::string& choice, const std::string& identifier)
             result.output = runBundleStep(r, r.elected ? "install" : "uninstall");
         return result;
     }
-    return failure("pluginkit: no plug-in is registered as " + identifier, leftAsItIs(stored));
+    return failure("pluginkit: no plug-in is registered as " + shown(identifier),
+                   leftAsItIs(stored));
 }
 
 PluginKitResult list(const std::string& protocol, const std::string& identifier)
@@ -772,8 +807,8 @@ PluginKitResult list(const std::string& protocol, const std::string& identifier)
     for (const Registration& r : stored.registrations) {
         if ((!protocol.empty() && r.protocol != protocol) || (!identifier.empty() && r.identifier != identifier))
             continue;
-        result.output.append(r.elected ? "+" : "-").append("    ").append(r.identifier);
-        result.output.append("(").append(r.version).append(")\n");
+        result.output.append(r.elected ? "+" : "-").append("    ").append(shown(r.identifier));
+        result.output.append("(").append(shown(r.version)).append(")\n");
     }
     return result;
 }
