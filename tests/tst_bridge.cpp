@@ -14,6 +14,7 @@
 #include <QProcess>
 #include <QSettings>
 
+#include <csignal>
 #include <sys/stat.h>
 
 using namespace brindlemark;
@@ -57,6 +58,30 @@ QString makeBundle(const TestHome& home, const QByteArray& install = {},
         if (!script.isEmpty())
             writeScript(bundle + step, script);
     return bundle;
+}
+
+// A step that starts a process in the background and goes on itself, each writing its id to
+// $HOME/started.
+const QByteArray LingeringStep = "sleep 60 & echo $! >> \"$HOME/started\"; echo $$ >> "
+                                 "\"$HOME/started\"; echo started; exec sleep 60";
+
+// Whether every process named in $HOME/started has ended (a zombie has), waiting up to 5 seconds
+// for a kill to arrive. Those left are killed.
+bool startedProcessesEnded(const TestHome& home) {
+    const auto running = [&] {
+        QList<pid_t> pids;
+        for (const QByteArray& pid : readFile(home.file("started")).split('\n'))
+            if (const QByteArray stat = readFile("/proc/" + pid + "/stat");
+                !pid.isEmpty() && !stat.isEmpty() && stat.mid(stat.lastIndexOf(')') + 2, 1) != "Z")
+                pids << pid_t(pid.toLongLong());
+        return pids;
+    };
+    for (QDeadlineTimer guard(5'000); !running().isEmpty() && !guard.hasExpired();)
+        QTest::qWait(10);
+    const QList<pid_t> left = running();
+    for (const pid_t pid : left)
+        ::kill(pid, SIGKILL);
+    return left.isEmpty();
 }
 
 const QByteArray DamagedRegistry =
@@ -409,6 +434,42 @@ private slots:
              {"path", "1:pluginkit: cannot register ~/a\\x0ab.appex: its path \"~/a\\x0ab.appex\" "
                       "holds a control character\n"},
              {"", "0: (registered)"}});
+    }
+
+    void electionFollowsTheBundleStep() {
+        // "use|install step" on a registered bundle, "ignore|uninstall step" on an elected one: the
+        // tool's exit code and text, then the listing. The step has half a second.
+        TestHome home;
+        expectEach(
+            [&](const QString& row) {
+                const bool use = row.startsWith("use|");
+                const QByteArray step = row.section('|', 1).toUtf8();
+                const QString bundle = makeBundle(home, use ? step : "", use ? "" : step);
+                QFile::remove(home.file("data/brindlemark/plugin-registry.json"));
+                QFile::remove(home.file("started"));
+                runPluginKit({"-a", bundle.toStdString()});
+                if (!use)
+                    runPluginKit({"-e", "use", "-i", "x.y"});
+                const PluginKitResult result = runPluginKit(
+                    {"-e", use ? "use" : "ignore", "-i", "x.y"}, std::chrono::milliseconds(500));
+                QString text =
+                    QString::number(result.exitCode) + ":" +
+                    QString::fromStdString(result.output + runPluginKit({"-mAD"}).output);
+                return text.replace(home.path(), "~") +
+                       (startedProcessesEnded(home) ? "" : " (the step goes on)");
+            },
+            {{"use|echo fine", "0:fine\n+    x.y(2)\n"},
+             {"use|echo broken; exit 3",
+              "1:broken\npluginkit: ~/Some.appex/install failed with exit status 3; the registry "
+              "is left as it was\n-    x.y(2)\n"},
+             {"use|kill -9 $$", "1:pluginkit: ~/Some.appex/install was ended by signal 9; the "
+                                "registry is left as it was\n-    x.y(2)\n"},
+             {"use|" + LingeringStep,
+              "1:started\npluginkit: ~/Some.appex/install did not end within 0.5 seconds and was "
+              "stopped; the registry is left as it was\n-    x.y(2)\n"},
+             {"ignore|echo gone", "0:gone\n-    x.y(2)\n"},
+             {"ignore|exit 1", "1:pluginkit: ~/Some.appex/uninstall failed with exit status 1; the "
+                               "registry is left as it was\n+    x.y(2)\n"}});
     }
 };
 

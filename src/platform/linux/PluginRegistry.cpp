@@ -710,8 +710,8 @@ PluginKitResult remove(const std::string& bundlePath)
 // Reads the child's merged output until it ends or `deadline` passes; false when it did not end.
 // The child's end, not the pipe's, is what is waited for: something it started in the
 // background may hold the pipe open long after.
-bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadline, std::string& output)
-{
+bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadline,
+             std::string& output, int& status) {
     // A pidfd becomes readable when the child ends; without one (an old kernel), short naps.
 #ifdef SYS_pidfd_open
     const int ended = int(::syscall(SYS_pidfd_open, child, 0));
@@ -722,7 +722,7 @@ bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadli
     bool finished = false;
     char buffer[16384];
     for (;;) {
-        if (::waitpid(child, nullptr, WNOHANG) == child) {
+        if (::waitpid(child, &status, WNOHANG) == child) {
             finished = true;
             break;
         }
@@ -751,17 +751,66 @@ bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadli
     return finished;
 }
 
-// Runs the bundle's own install or uninstall step, if it has one, and passes on what it says.
-std::string runBundleStep(const Registration& r, const char* step)
-{
+// The process group of the bundle's step while it runs: the tool, told to stop (at the end of a
+// terminal, by Ctrl+C, by SIGTERM), takes the step and all it started along rather than leave
+// them running on their own.
+volatile sig_atomic_t runningStepGroup = 0;
+constexpr int StopSignals[] = {SIGHUP, SIGINT, SIGTERM};
+
+extern "C" void stopStepAndEnd(int signal) {
+    if (runningStepGroup > 0)
+        ::kill(-pid_t(runningStepGroup), SIGKILL);
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+std::string inSeconds(std::chrono::milliseconds time) {
+    char text[32];
+    const auto [end, error] = std::to_chars(text, text + sizeof text, double(time.count()) / 1000);
+    return error == std::errc() ? std::string(text, end) : std::to_string(time.count() / 1000);
+}
+
+struct StepOutcome {
+    bool endedWell = true;
+    std::string output; // what it said; when it did not end well, followed by why
+};
+
+// Runs the bundle's own install or uninstall step, if it has one, in a process group of its own,
+// which goes whole at the limit: the step may start programs of its own, and none may outlive it.
+StepOutcome runBundleStep(const Registration& r, const char* step,
+                          std::chrono::milliseconds limit) {
     std::string program = r.path + '/' + step;
     // A path from the registry may hold a NUL ("\u0000"), which would cut it short to another program.
     if (program.find('\0') != std::string::npos || ::access(program.c_str(), X_OK) != 0)
         return {};
-    const std::string stopped = "pluginkit: " + program + " did not run to its end\n";
+    const auto notWell = [&](std::string said, const std::string& why) {
+        said = utf8(said);
+        if (!said.empty() && !said.ends_with('\n'))
+            said += '\n';
+        return StepOutcome{false, said + "pluginkit: " + shown(program) + " " + why +
+                                      "; the registry is left as it was\n"};
+    };
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
-        return stopped;
+        return notWell({}, "could not be started (" + errorText(errno) + ")");
+
+    // The stop signals wait until the step's group is known, and the step starts with them as
+    // they were.
+    sigset_t stopSignals, before;
+    ::sigemptyset(&stopSignals);
+    for (const int signal : StopSignals)
+        ::sigaddset(&stopSignals, signal);
+    ::sigprocmask(SIG_BLOCK, &stopSignals, &before);
+    struct sigaction stopping {
+    }, previous[std::size(StopSignals)];
+    stopping.sa_handler = stopStepAndEnd;
+    for (std::size_t i = 0; i < std::size(StopSignals); ++i)
+        ::sigaction(StopSignals[i], &stopping, &previous[i]);
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    ::posix_spawnattr_setpgroup(&attributes, 0);
+    ::posix_spawnattr_setsigmask(&attributes, &before);
     // Its output and errors in one pipe, in the order written; nothing to read on its input.
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
@@ -770,34 +819,64 @@ std::string runBundleStep(const Registration& r, const char* step)
     ::posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
     char* argv[] = {program.data(), nullptr};
     pid_t child = 0;
-    const int error = ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv, environ);
+    const int error = ::posix_spawn(&child, program.c_str(), &actions, &attributes, argv, environ);
     ::posix_spawn_file_actions_destroy(&actions);
+    ::posix_spawnattr_destroy(&attributes);
     ::close(fds[1]);
+    runningStepGroup = error == 0 ? child : 0;
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+
     std::string output;
+    int status = 0;
     const bool finished =
-        error == 0 && collect(child, fds[0], std::chrono::steady_clock::now() + std::chrono::seconds(60), output);
+        error == 0 &&
+        collect(child, fds[0], std::chrono::steady_clock::now() + limit, output, status);
     ::close(fds[0]);
     if (error == 0 && !finished) {
-        ::kill(child, SIGKILL);
+        ::kill(-child, SIGKILL);
         ::waitpid(child, nullptr, 0);
     }
-    return finished ? utf8(output) : stopped;
+    runningStepGroup = 0;
+    for (std::size_t i = 0; i < std::size(StopSignals); ++i)
+        ::sigaction(StopSignals[i], &previous[i], nullptr);
+
+    if (error != 0)
+        return notWell({}, "could not be started (" + errorText(error) + ")");
+    if (!finished)
+        return notWell(output,
+                       "did not end within " + inSeconds(limit) + " seconds and was stopped");
+    if (WIFSIGNALED(status))
+        return notWell(output, "was ended by signal " + std::to_string(WTERMSIG(status)));
+    if (WEXITSTATUS(status) != 0)
+        return notWell(output, "failed with exit status " + std::to_string(WEXITSTATUS(status)));
+    return {true, utf8(output)};
 }
 
-PluginKitResult elect(const std::string& choice, const std::string& identifier)
-{
-    StoredRegistry stored = readRegistry();
-    for (Registration& r : stored.registrations) {
-        if (r.identifier != identifier)
-            continue;
-        r.elected = choice == "use";
-        PluginKitResult result = written(stored, stored.registrations);
-        if (result.exitCode == 0)
-            result.output = runBundleStep(r, r.elected ? "install" : "uninstall");
-        return result;
-    }
-    return failure("pluginkit: no plug-in is registered as " + shown(identifier),
-                   leftAsItIs(stored));
+// The registry follows what the bundle's step did: an extension counts as elected once its install
+// step has ended well, and as no longer elected once its uninstall step has. A step that fails or
+// is stopped leaves the registry as it was, so that it never claims menus that are not there (or
+// forgets ones that are).
+PluginKitResult elect(const std::string& choice, const std::string& identifier,
+                      std::chrono::milliseconds limit) {
+    const bool use = choice == "use";
+    const auto named = [&](const Registration& r) { return r.identifier == identifier; };
+    const StoredRegistry before = readRegistry();
+    const auto found =
+        std::find_if(before.registrations.begin(), before.registrations.end(), named);
+    if (found == before.registrations.end())
+        return failure("pluginkit: no plug-in is registered as " + shown(identifier),
+                       leftAsItIs(before));
+    StepOutcome step = runBundleStep(*found, use ? "install" : "uninstall", limit);
+    if (!step.endedWell)
+        return {1, std::move(step.output), {}};
+    // The registry as it is now: a step takes a while, and others may register meanwhile.
+    StoredRegistry now = readRegistry();
+    const auto still = std::find_if(now.registrations.begin(), now.registrations.end(), named);
+    if (still == now.registrations.end())
+        return failure(step.output + "pluginkit: no plug-in is registered as " + shown(identifier),
+                       leftAsItIs(now));
+    still->elected = use;
+    return written(now, now.registrations, std::move(step.output));
 }
 
 PluginKitResult list(const std::string& protocol, const std::string& identifier)
@@ -832,8 +911,8 @@ std::string pluginRegistryFilePath()
     return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") + "/brindlemark/plugin-registry.json";
 }
 
-PluginKitResult runPluginKit(const std::vector<std::string>& given)
-{
+PluginKitResult runPluginKit(const std::vector<std::string>& given,
+                             std::chrono::milliseconds stepLimit) {
     std::vector<std::string> arguments;
     for (const std::string& argument : given)
         arguments.push_back(utf8(argument));
@@ -844,7 +923,7 @@ PluginKitResult runPluginKit(const std::vector<std::string>& given)
         return remove(arguments[1]);
     if (arguments.size() == 4 && first == "-e" && arguments[2] == "-i" &&
         (arguments[1] == "use" || arguments[1] == "ignore"))
-        return elect(arguments[1], arguments[3]);
+        return elect(arguments[1], arguments[3], stepLimit);
 
     // -m, then -p PROTOCOL and -i IDENTIFIER in any order.
     const PluginKitResult usage{64, std::string(Usage), {}};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,12 @@ struct PluginKitResult {
     std::string notice; // standard error whatever the exit code: what was wrong with the registry
 };
 
-PluginKitResult runPluginKit(const std::vector<std::string>& arguments);
+// How long a bundle's install or uninstall step may run before it is stopped with everything it
+// started.
+inline constexpr std::chrono::milliseconds BundleStepLimit = std::chrono::seconds(60);
+
+PluginKitResult runPluginKit(const std::vector<std::string>& arguments,
+                             std::chrono::milliseconds stepLimit = BundleStepLimit);
 
 // $XDG_DATA_HOME/brindlemark/plugin-registry.json
 std::string pluginRegistryFilePath();
