@@ -471,6 +471,38 @@ private slots:
              {"ignore|exit 1", "1:pluginkit: ~/Some.appex/uninstall failed with exit status 1; the "
                                "registry is left as it was\n+    x.y(2)\n"}});
     }
+
+    void toolLimitStopsEverythingTheToolStarted() {
+        // Electing runs the bundle's install step, in a process group of its own. Stopped by the
+        // tool runner at its limit, alone or in a sequence, or told to stop, the registry tool
+        // takes the step and what it started along, and the extension stays unelected.
+        TestHome home;
+        QCOMPARE(pluginKit({"-a", makeBundle(home, LingeringStep)}).first, "0:");
+        const QStringList elect{"-e", "use", "-i", "x.y"};
+        for (const QString way : {"runTool", "ToolSequence", "SIGTERM"}) {
+            QFile::remove(home.file("started"));
+            if (way == "runTool") {
+                runTool(BRINDLEMARK_PLUGINKIT, elect, 500);
+            } else if (way == "ToolSequence") {
+                QEventLoop loop;
+                ToolSequence sequence([&] { loop.quit(); }, 500);
+                sequence.append(BRINDLEMARK_PLUGINKIT, elect);
+                sequence.start();
+                QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
+                loop.exec();
+            } else {
+                QProcess tool;
+                tool.start(BRINDLEMARK_PLUGINKIT, elect);
+                QTRY_COMPARE(readFile(home.file("started")).count('\n'), 2);
+                tool.terminate();
+                QVERIFY(tool.waitForFinished(5'000));
+            }
+            QVERIFY2(readFile(home.file("started")).count('\n') == 2,
+                     qPrintable(way)); // the step did start
+            QVERIFY2(startedProcessesEnded(home), qPrintable(way));
+            QCOMPARE(pluginKit({"-mAD"}).first, "0:-    x.y(2)\n");
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(BridgeTest)
