@@ -245,6 +245,7 @@ private slots:
              // registration.
              {"x+\t" + id, "Finder Extension: Registered|Registered"},
              {"+    " + id + "Helper(1)", "Finder Extension: Registered|Registered"},
+             {"+    " + id + " x(1)", "Finder Extension: Registered|Registered"},
              {"-    x\\x0a+    " + id + "(1)\n", "Finder Extension: Registered|Registered"},
              {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
              {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});

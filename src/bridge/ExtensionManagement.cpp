@@ -15,7 +15,7 @@ ExtensionState extensionStateFromListing(const QString& listing, const QString& 
             if (!line.startsWith(marker) || !line.mid(marker.size()).startsWith(identifier))
                 continue;
             const QStringView rest = line.mid(marker.size() + identifier.size());
-            if (rest.isEmpty() || rest.startsWith(u'(') || rest.front().isSpace())
+            if (rest.isEmpty() || rest.startsWith(u'('))
                 return ExtensionState::Enabled;
         }
     }

@@ -12,7 +12,7 @@ enum class ExtensionState { NotRegistered, Registered, Enabled };
 
 // Read from the registry's listing, case-sensitively: registered when the identifier appears
 // anywhere, enabled when a line starts with "+" and four blanks or "+" and a tab, then the whole
-// identifier (followed by its version in parentheses, a blank or the line's end).
+// identifier (followed by its version in parentheses, or by the line's end).
 ExtensionState extensionStateFromListing(const QString& listing, const QString& identifier);
 
 QString extensionMenuTitle(ExtensionState state); // "Finder Extension: Enabled", ...

@@ -801,8 +801,8 @@ StepOutcome runBundleStep(const Registration& r, const char* step,
     for (const int signal : StopSignals)
         ::sigaddset(&stopSignals, signal);
     ::sigprocmask(SIG_BLOCK, &stopSignals, &before);
-    struct sigaction stopping {
-    }, previous[std::size(StopSignals)];
+    struct sigaction stopping = {};
+    struct sigaction previous[std::size(StopSignals)] = {};
     stopping.sa_handler = stopStepAndEnd;
     for (std::size_t i = 0; i < std::size(StopSignals); ++i)
         ::sigaction(StopSignals[i], &stopping, &previous[i]);
