@@ -11,9 +11,83 @@
 #include "platform/linux/PluginRegistry.h"
 
 #include <QJsonArray>
+#include <QProcess>
 #include <QSettings>
 
+#include <csignal>
+#include <sys/stat.h>
+
 using namespace brindlemark;
+
+namespace {
+
+const QString ExtensionId = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
+
+// One run of the registry tool itself, "exit code:standard output", and what it said on standard
+// error. A run still going after 5 seconds is stopped and reads "hung".
+std::pair<QString, QString> pluginKit(const QStringList& arguments) {
+    QProcess tool;
+    tool.start(BRINDLEMARK_PLUGINKIT, arguments);
+    if (!tool.waitForFinished(5'000)) {
+        tool.kill();
+        tool.waitForFinished();
+        return {"hung", ""};
+    }
+    return {QString::number(tool.exitCode()) + ":" + tool.readAllStandardOutput(),
+            tool.readAllStandardError()};
+}
+
+// What is at the path: a file's bytes, else its kind.
+QByteArray placeAt(const QString& path) {
+    const QFileInfo info(path);
+    if (info.isFile() && !info.isSymLink())
+        return readFile(path);
+    return info.isSymLink() ? "<link>"
+           : info.isDir()   ? "<folder>"
+           : info.exists()  ? "<other>"
+                            : "<nothing>";
+}
+
+// A bundle whose steps are these scripts (none when empty); registered as x.y, version 2.
+QString makeBundle(const TestHome& home, const QByteArray& install = {},
+                   const QByteArray& uninstall = {}) {
+    const QString bundle = home.file("Some.appex");
+    QDir(bundle).removeRecursively();
+    writeFile(bundle + "/Info.ini", "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=2\n");
+    for (const auto& [step, script] : {std::pair{"/install", install}, {"/uninstall", uninstall}})
+        if (!script.isEmpty())
+            writeScript(bundle + step, script);
+    return bundle;
+}
+
+// A step that starts a process in the background and goes on itself, each writing its id to
+// $HOME/started.
+const QByteArray LingeringStep = "sleep 60 & echo $! >> \"$HOME/started\"; echo $$ >> "
+                                 "\"$HOME/started\"; echo started; exec sleep 60";
+
+// Whether every process named in $HOME/started has ended (a zombie has), waiting up to 5 seconds
+// for a kill to arrive. Those left are killed.
+bool startedProcessesEnded(const TestHome& home) {
+    const auto running = [&] {
+        QList<pid_t> pids;
+        for (const QByteArray& pid : readFile(home.file("started")).split('\n'))
+            if (const QByteArray stat = readFile("/proc/" + pid + "/stat");
+                !pid.isEmpty() && !stat.isEmpty() && stat.mid(stat.lastIndexOf(')') + 2, 1) != "Z")
+                pids << pid_t(pid.toLongLong());
+        return pids;
+    };
+    for (QDeadlineTimer guard(5'000); !running().isEmpty() && !guard.hasExpired();)
+        QTest::qWait(10);
+    const QList<pid_t> left = running();
+    for (const pid_t pid : left)
+        ::kill(pid, SIGKILL);
+    return left.isEmpty();
+}
+
+const QByteArray DamagedRegistry =
+    "[\n    {\n        \"elected\": true,\n        \"identifier\"; \"a.b\"\n    }\n]\n";
+
+} // namespace
 
 class BridgeTest : public QObject {
     Q_OBJECT
@@ -158,13 +232,23 @@ private slots:
     void extensionState()
     {
         const QString id = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
-        expectEach([&](const QString& listing) {
-            const ExtensionState state = extensionStateFromListing(listing, id);
-            return extensionMenuTitle(state) + "|" + extensionStateText(state);
-        }, {{"+    " + id + "(1.0)\n", "Finder Extension: Enabled|Enabled"}, {"x+\t" + id, "Finder Extension: Enabled|Enabled"},
-            {"+   " + id, "Finder Extension: Registered|Registered"}, {"-    " + id + "Helper", "Finder Extension: Registered|Registered"},
-            {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
-            {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
+        expectEach(
+            [&](const QString& listing) {
+                const ExtensionState state = extensionStateFromListing(listing, id);
+                return extensionMenuTitle(state) + "|" + extensionStateText(state);
+            },
+            {{"+    " + id + "(1.0)\n", "Finder Extension: Enabled|Enabled"},
+             {"-    x(1)\n+\t" + id, "Finder Extension: Enabled|Enabled"},
+             {"+   " + id, "Finder Extension: Registered|Registered"},
+             {"-    " + id + "Helper", "Finder Extension: Registered|Registered"},
+             // Only a line of its own, the identifier whole: not one forged inside another
+             // registration.
+             {"x+\t" + id, "Finder Extension: Registered|Registered"},
+             {"+    " + id + "Helper(1)", "Finder Extension: Registered|Registered"},
+             {"+    " + id + " x(1)", "Finder Extension: Registered|Registered"},
+             {"-    x\\x0a+    " + id + "(1)\n", "Finder Extension: Registered|Registered"},
+             {"+    com.example.Other\n-    " + id, "Finder Extension: Registered|Registered"},
+             {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
     }
 
     void registry()
@@ -189,13 +273,16 @@ private slots:
             return text + readFile(home.file("step"));
         };
         QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "1:pluginkit: no plug-in is registered as x.y\n");
-        QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n"); // a broken registry is rebuilt
+        // A broken registry is kept aside.
+        QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n");
         QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "0:done installing\ninstalled\n");
         QCOMPARE(run({{"-a", bundle}, {"-m", "-i", "x.y", "-p", "p"}}), "0:0:+    x.y(2)\ninstalled\n"); // the election stays
         QCOMPARE(run({{"-mAD", "-p", "other"}, {"-mAD", "-i", "other"}}), "0:0:installed\n");
         QCOMPARE(run({{"-e", "ignore", "-i", "x.y"}, {"-mAD"}}), "0:0:-    x.y(2)\nuninstalled\n");
         QCOMPARE(run({{"-r", bundle}, {"-mAD"}}), "0:0:uninstalled\n");
         QCOMPARE(entries(home.path()), (QStringList{"Some.appex", "data", "run", "step"})); // nothing else written
+        QCOMPARE(entries(home.file("data/brindlemark")),
+                 (QStringList{"plugin-registry.json", "plugin-registry.json.unreadable"}));
         QFile::remove(home.file("step"));
         QCOMPARE(run({{"-a", home.path()}}), "1:pluginkit: " + home.path() + " is not an extension bundle (it has no Info.ini)\n");
         QCOMPARE(run({{"-r", "/tmp"}}), "1:pluginkit: no plug-in is registered at /tmp\n");
@@ -228,11 +315,20 @@ private slots:
             R"(        "version": "1\/2\t\u0001")" "\n    },\n"
             R"(    {"identifier": 5, "path": "/x"}, "text", [],)" "\n"
             R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
-        expectEach([&](const QString& text) { return listing(text.toUtf8()); },
-                   {{written, "+    q\"u\\oé€😀(1/2\t\x01)\n-    n()\n"},
-                    // Broken, or not an array: read as empty.
-                    {R"([{"identifier": "a"}] x)", ""}, {R"({"identifier": "a"})", ""}, {R"([{"identifier": "a\u12x4"}])", ""},
-                    {R"([{"identifier": "a"},])", ""}, {R"([{"identifier": "a", "n": 01}])", ""}, {QString(100'000, '['), ""}});
+        expectEach(
+            [&](const QString& text) { return listing(text.toUtf8()); },
+            {{written, "+    q\"u\\oé€😀(1/2\\x09\\x01)\n-    n()\n"},
+             // Control characters, shown escaped: one line per registration, whatever it holds.
+             {"[{\"identifier\": \"x\\n+    " + ExtensionId +
+                  "\", \"version\": \"\\u001b[2J\\u007f\\u0000\"}]",
+              "-    x\\x0a+    " + ExtensionId + "(\\x1b[2J\\x7f\\x00)\n"},
+             // Broken, or not an array: nothing listed.
+             {R"([{"identifier": "a"}] x)", ""},
+             {R"({"identifier": "a"})", ""},
+             {R"([{"identifier": "a\u12x4"}])", ""},
+             {R"([{"identifier": "a"},])", ""},
+             {R"([{"identifier": "a", "n": 01}])", ""},
+             {QString(100'000, '['), ""}});
         QCOMPARE(listing("[{\"identifier\": \"a\xc3\"}]"), ""); // not UTF-8
 
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
@@ -248,6 +344,165 @@ private slots:
         listing("[{\"identifier\": \"z\", \"path\": \"" + home.file("program").toUtf8() + "\\u0000\"}]");
         QCOMPARE(runPluginKit({"-e", "use", "-i", "z"}).exitCode, 0);
         QVERIFY(!QFile::exists(home.file("ran")));
+    }
+
+    void unreadableRegistryIsKeptAside_data() {
+        QTest::addColumn<QString>("kind");       // what stands where the registry belongs
+        QTest::addColumn<QByteArray>("earlier"); // an earlier backup's bytes, if there is one
+        QTest::addColumn<QString>("backup");     // a registration keeps it as; "" for none
+        QTest::newRow("one damaged byte") << "damaged" << QByteArray() << ".unreadable";
+        QTest::newRow("earlier backup of other bytes")
+            << "damaged" << QByteArray("other") << ".unreadable.1";
+        QTest::newRow("earlier backup of the same bytes")
+            << "damaged" << DamagedRegistry << ".unreadable";
+        QTest::newRow("beyond 1 MiB") << "large" << QByteArray() << ".unreadable";
+        QTest::newRow("pipe") << "fifo" << QByteArray() << ".unreadable";
+        QTest::newRow("folder") << "folder" << QByteArray() << ".unreadable";
+        QTest::newRow("link to a device") << "device" << QByteArray() << "";
+    }
+
+    void unreadableRegistryIsKeptAside() {
+        QFETCH(QString, kind);
+        QFETCH(QByteArray, earlier);
+        QFETCH(QString, backup);
+        TestHome home;
+        const QString folder = home.file("data/brindlemark"),
+                      registry = folder + "/plugin-registry.json";
+        QDir().mkpath(folder);
+        if (kind == "damaged")
+            QVERIFY(writeFile(registry, DamagedRegistry));
+        else if (kind == "large") // valid JSON, but no registry is that large
+            QVERIFY(
+                writeFile(registry, "[" + QByteArray(1 << 20, ' ') + R"({"identifier": "a.b"}])"));
+        else if (kind == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(registry).constData(), 0600), 0);
+        else if (kind == "folder")
+            QVERIFY(QDir().mkpath(registry));
+        else
+            QVERIFY(QFile::link("/dev/null", registry));
+        if (!earlier.isNull())
+            QVERIFY(writeFile(registry + ".unreadable", earlier));
+        const QByteArray before = placeAt(registry);
+
+        // A listing lists nothing, says why in one line, and leaves everything as it was.
+        const auto [listed, why] = pluginKit({"-mAD", "-p", "com.apple.FinderSync"});
+        QCOMPARE(listed, "0:");
+        QVERIFY2(why.count('\n') == 1 && why.contains("could not be read"), qPrintable(why));
+        QCOMPARE(placeAt(registry), before);
+        if (backup.isEmpty())
+            return;
+        // A registration keeps it aside under a name no other backup has, and starts a new
+        // registry.
+        const auto [added, notice] = pluginKit({"-a", makeBundle(home)});
+        QCOMPARE(added, "0:");
+        QVERIFY2(notice.count('\n') == 1 && notice.contains(registry + backup + " "),
+                 qPrintable(notice));
+        QCOMPARE(placeAt(registry + backup), before);
+        QStringList kept{"plugin-registry.json", "plugin-registry.json.unreadable"};
+        if (backup.endsWith(".1")) {
+            kept << "plugin-registry.json.unreadable.1";
+            QCOMPARE(placeAt(registry + ".unreadable"), earlier);
+        }
+        QCOMPARE(entries(folder), kept);
+        QCOMPARE(pluginKit({"-mAD"}), (std::pair<QString, QString>("0:-    x.y(2)\n", "")));
+    }
+
+    void registrationRefusesControlCharacters() {
+        // A line added to the bundle's Info.ini, or "path": the bundle's folder name holds a line
+        // break.
+        TestHome home;
+        const QString registry = home.file("data/brindlemark/plugin-registry.json");
+        expectEach(
+            [&](const QString& line) {
+                const QString bundle = home.file(line == "path" ? "a\nb.appex" : "c.appex");
+                writeFile(bundle + "/Info.ini",
+                          "[Extension]\nIdentifier=x.y\nProtocol=p\nVersion=1\n" + line.toUtf8() +
+                              "\n");
+                const PluginKitResult result = runPluginKit({"-a", bundle.toStdString()});
+                QString text =
+                    QString::number(result.exitCode) + ":" + QString::fromStdString(result.output);
+                return text.replace(home.path(), "~") +
+                       (QFile::exists(registry) ? " (registered)" : "");
+            },
+            {{"Identifier=x\x1b[2Jy", "1:pluginkit: cannot register ~/c.appex: its identifier "
+                                      "\"x\\x1b[2Jy\" holds a control character\n"},
+             {"Identifier=x\ry", "1:pluginkit: cannot register ~/c.appex: its identifier "
+                                 "\"x\\x0dy\" holds a control character\n"},
+             {"Version=1\x7f", "1:pluginkit: cannot register ~/c.appex: its version \"1\\x7f\" "
+                               "holds a control character\n"},
+             {"Protocol=\x01p", "1:pluginkit: cannot register ~/c.appex: its protocol \"\\x01p\" "
+                                "holds a control character\n"},
+             {"path", "1:pluginkit: cannot register ~/a\\x0ab.appex: its path \"~/a\\x0ab.appex\" "
+                      "holds a control character\n"},
+             {"", "0: (registered)"}});
+    }
+
+    void electionFollowsTheBundleStep() {
+        // "use|install step" on a registered bundle, "ignore|uninstall step" on an elected one: the
+        // tool's exit code and text, then the listing. The step has half a second.
+        TestHome home;
+        expectEach(
+            [&](const QString& row) {
+                const bool use = row.startsWith("use|");
+                const QByteArray step = row.section('|', 1).toUtf8();
+                const QString bundle = makeBundle(home, use ? step : "", use ? "" : step);
+                QFile::remove(home.file("data/brindlemark/plugin-registry.json"));
+                QFile::remove(home.file("started"));
+                runPluginKit({"-a", bundle.toStdString()});
+                if (!use)
+                    runPluginKit({"-e", "use", "-i", "x.y"});
+                const PluginKitResult result = runPluginKit(
+                    {"-e", use ? "use" : "ignore", "-i", "x.y"}, std::chrono::milliseconds(500));
+                QString text =
+                    QString::number(result.exitCode) + ":" +
+                    QString::fromStdString(result.output + runPluginKit({"-mAD"}).output);
+                return text.replace(home.path(), "~") +
+                       (startedProcessesEnded(home) ? "" : " (the step goes on)");
+            },
+            {{"use|echo fine", "0:fine\n+    x.y(2)\n"},
+             {"use|echo broken; exit 3",
+              "1:broken\npluginkit: ~/Some.appex/install failed with exit status 3; the registry "
+              "is left as it was\n-    x.y(2)\n"},
+             {"use|kill -9 $$", "1:pluginkit: ~/Some.appex/install was ended by signal 9; the "
+                                "registry is left as it was\n-    x.y(2)\n"},
+             {"use|" + LingeringStep,
+              "1:started\npluginkit: ~/Some.appex/install did not end within 0.5 seconds and was "
+              "stopped; the registry is left as it was\n-    x.y(2)\n"},
+             {"ignore|echo gone", "0:gone\n-    x.y(2)\n"},
+             {"ignore|exit 1", "1:pluginkit: ~/Some.appex/uninstall failed with exit status 1; the "
+                               "registry is left as it was\n+    x.y(2)\n"}});
+    }
+
+    void toolLimitStopsEverythingTheToolStarted() {
+        // Electing runs the bundle's install step, in a process group of its own. Stopped by the
+        // tool runner at its limit, alone or in a sequence, or told to stop, the registry tool
+        // takes the step and what it started along, and the extension stays unelected.
+        TestHome home;
+        QCOMPARE(pluginKit({"-a", makeBundle(home, LingeringStep)}).first, "0:");
+        const QStringList elect{"-e", "use", "-i", "x.y"};
+        for (const QString way : {"runTool", "ToolSequence", "SIGTERM"}) {
+            QFile::remove(home.file("started"));
+            if (way == "runTool") {
+                runTool(BRINDLEMARK_PLUGINKIT, elect, 500);
+            } else if (way == "ToolSequence") {
+                QEventLoop loop;
+                ToolSequence sequence([&] { loop.quit(); }, 500);
+                sequence.append(BRINDLEMARK_PLUGINKIT, elect);
+                sequence.start();
+                QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
+                loop.exec();
+            } else {
+                QProcess tool;
+                tool.start(BRINDLEMARK_PLUGINKIT, elect);
+                QTRY_COMPARE(readFile(home.file("started")).count('\n'), 2);
+                tool.terminate();
+                QVERIFY(tool.waitForFinished(5'000));
+            }
+            QVERIFY2(readFile(home.file("started")).count('\n') == 2,
+                     qPrintable(way)); // the step did start
+            QVERIFY2(startedProcessesEnded(home), qPrintable(way));
+            QCOMPARE(pluginKit({"-mAD"}).first, "0:-    x.y(2)\n");
+        }
     }
 };
 

@@ -10,8 +10,9 @@ inline const QString ExtensionBundleName = QStringLiteral("BrindlemarkFinderSync
 
 enum class ExtensionState { NotRegistered, Registered, Enabled };
 
-// Read from the registry's listing by plain, case-sensitive substring searches: registered when
-// the identifier appears anywhere, enabled when it follows "+" and four blanks or "+" and a tab.
+// Read from the registry's listing, case-sensitively: registered when the identifier appears
+// anywhere, enabled when a line starts with "+" and four blanks or "+" and a tab, then the whole
+// identifier (followed by its version in parentheses, or by the line's end).
 ExtensionState extensionStateFromListing(const QString& listing, const QString& identifier);
 
 QString extensionMenuTitle(ExtensionState state); // "Finder Extension: Enabled", ...

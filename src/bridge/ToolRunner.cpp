@@ -6,6 +6,15 @@
 #include <QStringDecoder>
 #include <QTimer>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <signal.h>
+#include <unistd.h>
+#include <vector>
+
 namespace brindlemark {
 
 namespace {
@@ -20,7 +29,63 @@ QString utf8OrEmpty(const QByteArray& bytes)
 void startProcess(QProcess& process, const QString& path, const QStringList& arguments)
 {
     process.setProcessChannelMode(QProcess::MergedChannels);
+    // Each tool leads a session of its own, so that whatever it starts can be stopped with it.
+    process.setChildProcessModifier([] { ::setsid(); });
     process.start(path, arguments);
+}
+
+// The processes of a session that have not ended, as /proc lists them (where there is one).
+std::vector<pid_t> sessionMembers(pid_t session) {
+    std::vector<pid_t> members;
+    DIR* processes = ::opendir("/proc");
+    if (!processes)
+        return members;
+    while (const dirent* entry = ::readdir(processes)) {
+        if (entry->d_name[0] < '1' || entry->d_name[0] > '9')
+            continue;
+        char path[300], line[512];
+        std::snprintf(path, sizeof path, "/proc/%s/stat", entry->d_name);
+        FILE* file = std::fopen(path, "re");
+        if (!file)
+            continue;
+        line[std::fread(line, 1, sizeof line - 1, file)] = '\0';
+        std::fclose(file);
+        // "pid (name) state parent group session ...": the name may hold anything, parentheses too.
+        const char* afterName = std::strrchr(line, ')');
+        char state = 0;
+        int parent = 0, group = 0, itsSession = 0;
+        if (afterName &&
+            std::sscanf(afterName + 1, " %c %d %d %d", &state, &parent, &group, &itsSession) == 4 &&
+            itsSession == session && state != 'Z')
+            members.push_back(pid_t(std::atoi(entry->d_name)));
+    }
+    ::closedir(processes);
+    return members;
+}
+
+// Stops a tool that has not ended and everything it started: its process group, then the other
+// groups in its session (the registry tool runs a bundle's step in a group of its own), until no
+// process is left that has not been told to stop. Only a process that left the session is beyond
+// reach.
+void stopSession(qint64 tool) {
+    const pid_t session = pid_t(tool);
+    if (session <= 0)
+        return;
+    ::kill(-session, SIGKILL);
+    ::kill(session, SIGKILL); // the tool itself, should it not lead its group after all
+    std::vector<pid_t> stopped;
+    for (int round = 0; round < 10; ++round) {
+        bool more = false;
+        for (const pid_t member : sessionMembers(session)) {
+            if (std::find(stopped.begin(), stopped.end(), member) != stopped.end())
+                continue;
+            ::kill(member, SIGKILL);
+            stopped.push_back(member);
+            more = true;
+        }
+        if (!more)
+            break;
+    }
 }
 
 QString startFailure(const QProcess& process)
@@ -50,7 +115,7 @@ QString runTool(const QString& path, const QStringList& arguments, int timeoutMi
     // waitForFinished() keeps reading the pipe while it waits, so a tool that prints more than
     // a pipe holds cannot stall on a full pipe.
     if (!process.waitForFinished(timeoutMilliseconds)) {
-        process.kill();
+        stopSession(process.processId());
         process.waitForFinished(-1);
         return stoppedOutput(path, process.readAll(), timeoutMilliseconds);
     }
@@ -68,7 +133,8 @@ ToolSequence::~ToolSequence()
         return;
     // Installing or removing the menus is left to end rather than cut off halfway through.
     m_process->disconnect();
-    m_process->waitForFinished(int(m_timeout->remainingTime()));
+    if (!m_process->waitForFinished(int(m_timeout->remainingTime())))
+        stopSession(m_process->processId());
 }
 
 void ToolSequence::append(const QString& path, const QStringList& arguments, Done done)
@@ -110,7 +176,8 @@ void ToolSequence::startNext()
         finishStep(m_timeout->isActive() ? utf8OrEmpty(m_output)
                                          : stoppedOutput(m_steps.constFirst().path, m_output, m_timeoutMilliseconds));
     });
-    QObject::connect(m_timeout.get(), &QTimer::timeout, m_process.get(), [this] { m_process->kill(); });
+    QObject::connect(m_timeout.get(), &QTimer::timeout, m_process.get(),
+                     [this] { stopSession(m_process->processId()); });
     m_timeout->start(m_timeoutMilliseconds);
     startProcess(*m_process, step.path, step.arguments);
     m_process->closeWriteChannel();

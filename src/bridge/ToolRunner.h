@@ -17,8 +17,10 @@ inline constexpr int ToolTimeoutMilliseconds = 10'000;
 // Runs the executable directly (no shell) with the arguments, each passed unchanged, waits for
 // it and returns everything it wrote to standard output and standard error, merged in order.
 // Output that is not UTF-8 gives "". A tool that cannot be started gives the reason, or
-// "Command failed.". A tool still running after `timeoutMilliseconds` is killed, and the text
-// is its output so far followed by a line saying it was stopped. Its standard input is empty.
+// "Command failed.". Each tool runs in a session of its own; one still running after
+// `timeoutMilliseconds` is killed with every process of that session (what it started, in any
+// process group), and the text is its output so far followed by a line saying it was stopped.
+// Its standard input is empty.
 QString runTool(const QString& path, const QStringList& arguments,
                 int timeoutMilliseconds = ToolTimeoutMilliseconds);
 
@@ -33,7 +35,8 @@ public:
     // `finished` is called once the last step's function has run. Each tool has
     // `timeoutMilliseconds` to end, as with runTool.
     explicit ToolSequence(std::function<void()> finished = {}, int timeoutMilliseconds = ToolTimeoutMilliseconds);
-    // A tool still running is given the rest of its time to end, not killed halfway through.
+    // A tool still running is given the rest of its time to end, not killed halfway through;
+    // then it is stopped as at its limit.
     ~ToolSequence();
     ToolSequence(const ToolSequence&) = delete;
     ToolSequence& operator=(const ToolSequence&) = delete;

@@ -1,8 +1,9 @@
 // Fuzzes the registry tool: the input's lines are its arguments, after a registry text of its own
 // when the input has a NUL byte (the text is what comes before it). The tool never crashes,
 // answers with one of its three exit codes, ends what it prints with a line break and writes
-// nothing but its registry, in a temporary data folder. A registry it wrote is JSON that Qt's
-// reader takes, holding the registrations the tool lists.
+// nothing but its registry and the backup of one it could not read, in a temporary data folder.
+// A backup holds the registry's bytes as they were. A registry it wrote is JSON that Qt's reader
+// takes, holding the registrations the tool lists, one line each.
 #include "platform/linux/PluginRegistry.h"
 
 #include <QDir>
@@ -24,6 +25,16 @@ QByteArray contents(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// Control characters as the tool shows them.
+std::string escaped(const QString& text) {
+    std::string shown;
+    for (const char c : text.toStdString())
+        shown += static_cast<unsigned char>(c) < 0x20 || c == 0x7f
+                     ? QString::asprintf("\\x%02x", c).toStdString()
+                     : std::string(1, c);
+    return shown;
+}
+
 // The listing as Qt reads the registry.
 std::string listingByQt(const QJsonArray& registrations)
 {
@@ -31,8 +42,9 @@ std::string listingByQt(const QJsonArray& registrations)
     for (const QJsonValue& value : registrations) {
         const QJsonObject r = value.toObject();
         if (!r.value("identifier").toString().isEmpty())
-            listing += (r.value("elected").toBool() ? "+    " : "-    ") + r.value("identifier").toString().toStdString() +
-                       "(" + r.value("version").toString().toStdString() + ")\n";
+            listing += (r.value("elected").toBool() ? "+    " : "-    ") +
+                       escaped(r.value("identifier").toString()) + "(" +
+                       escaped(r.value("version").toString()) + ")\n";
     }
     return listing;
 }
@@ -72,14 +84,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const brindlemark::PluginKitResult result = brindlemark::runPluginKit(arguments);
     if ((result.exitCode != 0 && result.exitCode != 1 && result.exitCode != 64) ||
-        (!result.output.empty() && !result.output.ends_with('\n')))
+        (!result.output.empty() && !result.output.ends_with('\n')) ||
+        (!result.notice.empty() && !result.notice.ends_with('\n')))
         std::abort();
     const auto leadsTo = [](const QString& entry, const QString& file) { return file == entry || file.startsWith(entry + '/'); };
     QDirIterator entries(home.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                          QDirIterator::Subdirectories);
-    while (entries.hasNext())
-        if (const QString entry = entries.next(); !leadsTo(entry, registry) && !leadsTo(entry, home.path() + "/w/b/Info.ini"))
+    while (entries.hasNext()) {
+        const QString entry = entries.next();
+        if (entry.startsWith(registry + ".unreadable")) {
+            if (contents(entry) != before)
+                std::abort();
+            QFile::remove(entry); // each run starts without one
+        } else if (!leadsTo(entry, registry) && !leadsTo(entry, home.path() + "/w/b/Info.ini")) {
             std::abort();
+        }
+    }
     if (const QByteArray after = contents(registry); after != before) {
         QJsonParseError error{};
         const QJsonDocument written = QJsonDocument::fromJson(after, &error);

@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -31,6 +34,10 @@ struct Registration {
     std::string identifier, path, protocol, version;
     bool elected = false;
 };
+
+// A registry holds a handful of registrations of a few hundred bytes each: a file beyond 1 MiB is
+// no registry. The bound also keeps a link to an endless device from filling the memory.
+constexpr std::size_t RegistrySizeLimit = std::size_t(1) << 20;
 
 // ---- Text
 
@@ -114,17 +121,88 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
-bool readFile(const std::string& path, std::string& bytes)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+bool hasControl(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), isControl);
+}
+
+// Text as the listing and the messages show it: control characters as \xHH, so that whatever a
+// registry holds, a registration is one line and cannot pass for another.
+std::string shown(std::string_view text) {
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isControl(c))
+            out.append("\\x").append(1, hex[byte >> 4]).append(1, hex[byte & 0xF]);
+        else
+            out += c;
+    }
+    return out;
+}
+
+std::string errorText(int error) {
+    return std::strerror(error);
+}
+
+enum class FileRead { Read, Absent, Unreadable, Failed };
+
+// Reads a regular file of at most RegistrySizeLimit bytes, and nothing else: a pipe would hold the
+// tool until someone writes to it, a device may never end, and either would hold the application
+// with it. The file is opened without waiting, so that a pipe put in its place after the check
+// opens at once too, and is checked again once open. Failed: the system had no room to read it now
+// (descriptors, memory), which says nothing about the file.
+FileRead readBoundedFile(const std::string& path, std::string& bytes, std::string& problem) {
+    constexpr std::size_t limit = RegistrySizeLimit;
+    const auto failed = [&](int error) {
+        problem = errorText(error);
+        if (error == ENOENT)
+            return FileRead::Absent;
+        return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR
+                   ? FileRead::Failed
+                   : FileRead::Unreadable;
+    };
+    const auto check = [&](const struct stat& info) {
+        if (S_ISREG(info.st_mode) && std::size_t(info.st_size) <= limit)
+            return FileRead::Read;
+        problem = S_ISREG(info.st_mode) ? "larger than 1 MiB" : "not a regular file";
+        return FileRead::Unreadable;
+    };
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return failed(errno);
+    if (check(info) != FileRead::Read)
+        return FileRead::Unreadable;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
-        return false;
-    char buffer[16384];
-    ssize_t n;
-    while ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))
-        bytes.append(buffer, std::size_t(std::max<ssize_t>(n, 0)));
+        return failed(errno);
+    FileRead result = ::fstat(fd, &info) == 0 ? check(info) : failed(errno);
+    // A file may grow while it is read: never more than the limit and one byte.
+    std::size_t got = 0;
+    bytes.resize(result == FileRead::Read ? std::size_t(info.st_size) + 1 : 0);
+    while (result == FileRead::Read) {
+        if (got == bytes.size()) {
+            if (got > limit) {
+                problem = "larger than 1 MiB";
+                result = FileRead::Unreadable;
+                break;
+            }
+            bytes.resize(std::min(got * 2, limit + 1));
+        }
+        const ssize_t n = ::read(fd, bytes.data() + got, bytes.size() - got);
+        if (n == 0)
+            break;
+        if (n > 0)
+            got += std::size_t(n);
+        else if (errno != EINTR)
+            result = failed(errno);
+    }
+    bytes.resize(got);
     ::close(fd);
-    return n == 0;
+    return result;
 }
 
 // ---- Paths, with Qt's rules, since registrations made by earlier versions hold paths in its form
@@ -205,15 +283,13 @@ class RegistryReader {
 public:
     explicit RegistryReader(std::string_view text) : m_text(text) {}
 
-    // Empty for a text that is not one JSON array: a broken registry is then rebuilt by the
-    // next registration.
-    std::vector<Registration> registrations()
-    {
+    // Nothing for a text that is not one JSON array.
+    std::optional<std::vector<Registration>> registrations() {
         std::vector<Registration> read;
         if (m_text.starts_with("\xEF\xBB\xBF"))
             m_text.remove_prefix(3);
         if (!isUtf8(m_text) || !next('[') || !array(1, &read) || (blanks(), m_at != m_text.size()))
-            return {};
+            return std::nullopt;
         return read;
     }
 
@@ -400,12 +476,80 @@ private:
     std::size_t m_at = 0;
 };
 
-std::vector<Registration> readRegistry()
-{
+// The registry as stored, or why it could not be read.
+struct StoredRegistry {
+    std::vector<Registration> registrations;
+    FileRead state = FileRead::Absent;
+    std::string problem;
+};
+
+StoredRegistry readRegistry() {
+    StoredRegistry stored;
     std::string text;
-    if (!readFile(pluginRegistryFilePath(), text))
-        return {};
-    return RegistryReader(text).registrations();
+    stored.state = readBoundedFile(pluginRegistryFilePath(), text, stored.problem);
+    if (stored.state != FileRead::Read)
+        return stored;
+    if (auto read = RegistryReader(text).registrations()) {
+        stored.registrations = std::move(*read);
+    } else {
+        stored.state = FileRead::Unreadable;
+        stored.problem = "not a JSON array of registrations";
+    }
+    return stored;
+}
+
+std::string cannotRead(const StoredRegistry& stored) {
+    return "pluginkit: the registry " + shown(pluginRegistryFilePath()) + " could not be read (" +
+           stored.problem + ")";
+}
+
+// For the commands that write nothing: the registry stays as it is, whatever it holds.
+std::string leftAsItIs(const StoredRegistry& stored) {
+    const bool read = stored.state == FileRead::Read || stored.state == FileRead::Absent;
+    return read ? std::string() : cannotRead(stored) + "; it is left as it is\n";
+}
+
+// Moves an unreadable registry out of the way, as it is (a link or a pipe too: it is never opened
+// for writing), to the first of ".unreadable", ".unreadable.1", ... beside it that is free or holds
+// the same bytes: an earlier backup of other bytes is never replaced. The backup's name, or "" and
+// the reason.
+std::string keepAside(const std::string& registry, std::string& problem) {
+    struct stat info {};
+    std::string bytes, held, unused;
+    const bool comparable = ::lstat(registry.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+                            readBoundedFile(registry, bytes, unused) == FileRead::Read;
+    int error = 0;
+    for (int n = 0; n < 1000; ++n) {
+        const std::string backup =
+            registry + ".unreadable" + (n == 0 ? "" : "." + std::to_string(n));
+        struct stat existing {};
+        if (::lstat(backup.c_str(), &existing) != 0) {
+            if (errno != ENOENT) {
+                error = errno;
+                break;
+            }
+            if (::renameat2(AT_FDCWD, registry.c_str(), AT_FDCWD, backup.c_str(),
+                            RENAME_NOREPLACE) == 0)
+                return backup;
+            if (errno == EEXIST) // taken meanwhile
+                continue;
+            // A file system without a rename that never replaces: the name was free a moment ago.
+            if ((errno == EINVAL || errno == ENOSYS) &&
+                ::rename(registry.c_str(), backup.c_str()) == 0)
+                return backup;
+            error = errno;
+            break;
+        }
+        if (comparable && S_ISREG(existing.st_mode) &&
+            readBoundedFile(backup, held, unused) == FileRead::Read && held == bytes) {
+            if (::rename(registry.c_str(), backup.c_str()) == 0) // the same bytes: kept either way
+                return backup;
+            error = errno;
+            break;
+        }
+    }
+    problem = error != 0 ? errorText(error) : "no free backup name";
+    return {};
 }
 
 void appendJsonString(std::string& out, std::string_view text)
@@ -460,8 +604,8 @@ struct Manifest {
 Manifest readManifest(const std::string& path)
 {
     Manifest manifest;
-    std::string text;
-    if (!readFile(path, text))
+    std::string text, unused;
+    if (readBoundedFile(path, text, unused) != FileRead::Read)
         return manifest;
     std::string_view rest = text;
     if (rest.starts_with("\xEF\xBB\xBF"))
@@ -492,13 +636,31 @@ Manifest readManifest(const std::string& path)
 
 // ---- The commands
 
-PluginKitResult failure(std::string message, int code = 1) { return {code, std::move(message) + '\n'}; }
+PluginKitResult failure(std::string message, std::string notice = {}) {
+    return {1, std::move(message) + '\n', std::move(notice)};
+}
 
-PluginKitResult cannotWrite() { return failure("pluginkit: cannot write the registry " + pluginRegistryFilePath()); }
-
-PluginKitResult written(const std::vector<Registration>& registrations)
-{
-    return writeRegistry(registrations) ? PluginKitResult{} : cannotWrite();
+// Writes the registrations. A registry that could not be read is first moved aside, never written
+// over: what it held may be mended by hand.
+PluginKitResult written(const StoredRegistry& stored,
+                        const std::vector<Registration>& registrations, std::string output = {}) {
+    std::string notice;
+    if (stored.state == FileRead::Failed)
+        return failure(output + cannotRead(stored) + "; nothing was changed");
+    if (stored.state == FileRead::Unreadable) {
+        std::string problem;
+        const std::string backup = keepAside(pluginRegistryFilePath(), problem);
+        if (backup.empty())
+            return failure(output + cannotRead(stored) + " nor kept aside (" + problem +
+                           "); nothing was changed");
+        notice = cannotRead(stored) + "; it is kept as " + shown(backup) +
+                 " and a new registry is started\n";
+    }
+    if (!writeRegistry(registrations))
+        return failure(output + "pluginkit: cannot write the registry " +
+                           shown(pluginRegistryFilePath()),
+                       notice);
+    return {0, std::move(output), std::move(notice)};
 }
 
 PluginKitResult add(const std::string& bundlePath)
@@ -506,38 +668,50 @@ PluginKitResult add(const std::string& bundlePath)
     const std::string path = absoluteFilePath(bundlePath);
     const std::string info = path + "/Info.ini";
     if (!isFile(info))
-        return failure("pluginkit: " + path + " is not an extension bundle (it has no Info.ini)");
+        return failure("pluginkit: " + shown(path) +
+                       " is not an extension bundle (it has no Info.ini)");
     Manifest manifest = readManifest(info);
     Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol), std::move(manifest.version)};
     if (added.identifier.empty() || added.protocol.empty())
-        return failure("pluginkit: " + info + " names no identifier or protocol");
+        return failure("pluginkit: " + shown(info) + " names no identifier or protocol");
+    // What the registry holds is listed one registration a line: nothing that could break one.
+    for (const auto& [field, text] : {std::pair{"identifier", &added.identifier},
+                                      {"protocol", &added.protocol},
+                                      {"version", &added.version},
+                                      {"path", &added.path}})
+        if (hasControl(*text))
+            return failure("pluginkit: cannot register " + shown(path) + ": its " + field + " \"" +
+                           shown(*text) + "\" holds a control character");
 
-    std::vector<Registration> registrations = readRegistry();
-    for (Registration& r : registrations) {
-        if (r.identifier == added.identifier) {
-            added.elected = r.elected; // registering again keeps the user's choice
-            r = std::move(added);
-            return written(registrations);
-        }
+    StoredRegistry stored = readRegistry();
+    std::vector<Registration>& registrations = stored.registrations;
+    const auto same =
+        std::find_if(registrations.begin(), registrations.end(),
+                     [&](const Registration& r) { return r.identifier == added.identifier; });
+    if (same != registrations.end()) {
+        added.elected = same->elected; // registering again keeps the user's choice
+        *same = std::move(added);
+    } else {
+        registrations.push_back(std::move(added));
     }
-    registrations.push_back(std::move(added));
-    return written(registrations);
+    return written(stored, registrations);
 }
 
 PluginKitResult remove(const std::string& bundlePath)
 {
     const std::string path = absoluteFilePath(bundlePath);
-    std::vector<Registration> registrations = readRegistry();
-    if (std::erase_if(registrations, [&](const Registration& r) { return r.path == path; }) == 0)
-        return failure("pluginkit: no plug-in is registered at " + path);
-    return written(registrations);
+    StoredRegistry stored = readRegistry();
+    if (std::erase_if(stored.registrations,
+                      [&](const Registration& r) { return r.path == path; }) == 0)
+        return failure("pluginkit: no plug-in is registered at " + shown(path), leftAsItIs(stored));
+    return written(stored, stored.registrations);
 }
 
 // Reads the child's merged output until it ends or `deadline` passes; false when it did not end.
 // The child's end, not the pipe's, is what is waited for: something it started in the
 // background may hold the pipe open long after.
-bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadline, std::string& output)
-{
+bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadline,
+             std::string& output, int& status) {
     // A pidfd becomes readable when the child ends; without one (an old kernel), short naps.
 #ifdef SYS_pidfd_open
     const int ended = int(::syscall(SYS_pidfd_open, child, 0));
@@ -548,7 +722,7 @@ bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadli
     bool finished = false;
     char buffer[16384];
     for (;;) {
-        if (::waitpid(child, nullptr, WNOHANG) == child) {
+        if (::waitpid(child, &status, WNOHANG) == child) {
             finished = true;
             break;
         }
@@ -577,17 +751,66 @@ bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadli
     return finished;
 }
 
-// Runs the bundle's own install or uninstall step, if it has one, and passes on what it says.
-std::string runBundleStep(const Registration& r, const char* step)
-{
+// The process group of the bundle's step while it runs: the tool, told to stop (at the end of a
+// terminal, by Ctrl+C, by SIGTERM), takes the step and all it started along rather than leave
+// them running on their own.
+volatile sig_atomic_t runningStepGroup = 0;
+constexpr int StopSignals[] = {SIGHUP, SIGINT, SIGTERM};
+
+extern "C" void stopStepAndEnd(int signal) {
+    if (runningStepGroup > 0)
+        ::kill(-pid_t(runningStepGroup), SIGKILL);
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+std::string inSeconds(std::chrono::milliseconds time) {
+    char text[32];
+    const auto [end, error] = std::to_chars(text, text + sizeof text, double(time.count()) / 1000);
+    return error == std::errc() ? std::string(text, end) : std::to_string(time.count() / 1000);
+}
+
+struct StepOutcome {
+    bool endedWell = true;
+    std::string output; // what it said; when it did not end well, followed by why
+};
+
+// Runs the bundle's own install or uninstall step, if it has one, in a process group of its own,
+// which goes whole at the limit: the step may start programs of its own, and none may outlive it.
+StepOutcome runBundleStep(const Registration& r, const char* step,
+                          std::chrono::milliseconds limit) {
     std::string program = r.path + '/' + step;
     // A path from the registry may hold a NUL ("\u0000"), which would cut it short to another program.
     if (program.find('\0') != std::string::npos || ::access(program.c_str(), X_OK) != 0)
         return {};
-    const std::string stopped = "pluginkit: " + program + " did not run to its end\n";
+    const auto notWell = [&](std::string said, const std::string& why) {
+        said = utf8(said);
+        if (!said.empty() && !said.ends_with('\n'))
+            said += '\n';
+        return StepOutcome{false, said + "pluginkit: " + shown(program) + " " + why +
+                                      "; the registry is left as it was\n"};
+    };
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
-        return stopped;
+        return notWell({}, "could not be started (" + errorText(errno) + ")");
+
+    // The stop signals wait until the step's group is known, and the step starts with them as
+    // they were.
+    sigset_t stopSignals, before;
+    ::sigemptyset(&stopSignals);
+    for (const int signal : StopSignals)
+        ::sigaddset(&stopSignals, signal);
+    ::sigprocmask(SIG_BLOCK, &stopSignals, &before);
+    struct sigaction stopping = {};
+    struct sigaction previous[std::size(StopSignals)] = {};
+    stopping.sa_handler = stopStepAndEnd;
+    for (std::size_t i = 0; i < std::size(StopSignals); ++i)
+        ::sigaction(StopSignals[i], &stopping, &previous[i]);
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    ::posix_spawnattr_setpgroup(&attributes, 0);
+    ::posix_spawnattr_setsigmask(&attributes, &before);
     // Its output and errors in one pipe, in the order written; nothing to read on its input.
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
@@ -596,42 +819,75 @@ std::string runBundleStep(const Registration& r, const char* step)
     ::posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
     char* argv[] = {program.data(), nullptr};
     pid_t child = 0;
-    const int error = ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv, environ);
+    const int error = ::posix_spawn(&child, program.c_str(), &actions, &attributes, argv, environ);
     ::posix_spawn_file_actions_destroy(&actions);
+    ::posix_spawnattr_destroy(&attributes);
     ::close(fds[1]);
+    runningStepGroup = error == 0 ? child : 0;
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+
     std::string output;
+    int status = 0;
     const bool finished =
-        error == 0 && collect(child, fds[0], std::chrono::steady_clock::now() + std::chrono::seconds(60), output);
+        error == 0 &&
+        collect(child, fds[0], std::chrono::steady_clock::now() + limit, output, status);
     ::close(fds[0]);
     if (error == 0 && !finished) {
-        ::kill(child, SIGKILL);
+        ::kill(-child, SIGKILL);
         ::waitpid(child, nullptr, 0);
     }
-    return finished ? utf8(output) : stopped;
+    runningStepGroup = 0;
+    for (std::size_t i = 0; i < std::size(StopSignals); ++i)
+        ::sigaction(StopSignals[i], &previous[i], nullptr);
+
+    if (error != 0)
+        return notWell({}, "could not be started (" + errorText(error) + ")");
+    if (!finished)
+        return notWell(output,
+                       "did not end within " + inSeconds(limit) + " seconds and was stopped");
+    if (WIFSIGNALED(status))
+        return notWell(output, "was ended by signal " + std::to_string(WTERMSIG(status)));
+    if (WEXITSTATUS(status) != 0)
+        return notWell(output, "failed with exit status " + std::to_string(WEXITSTATUS(status)));
+    return {true, utf8(output)};
 }
 
-PluginKitResult elect(const std::string& choice, const std::string& identifier)
-{
-    std::vector<Registration> registrations = readRegistry();
-    for (Registration& r : registrations) {
-        if (r.identifier != identifier)
-            continue;
-        r.elected = choice == "use";
-        if (!writeRegistry(registrations))
-            return cannotWrite();
-        return {0, runBundleStep(r, r.elected ? "install" : "uninstall")};
-    }
-    return failure("pluginkit: no plug-in is registered as " + identifier);
+// The registry follows what the bundle's step did: an extension counts as elected once its install
+// step has ended well, and as no longer elected once its uninstall step has. A step that fails or
+// is stopped leaves the registry as it was, so that it never claims menus that are not there (or
+// forgets ones that are).
+PluginKitResult elect(const std::string& choice, const std::string& identifier,
+                      std::chrono::milliseconds limit) {
+    const bool use = choice == "use";
+    const auto named = [&](const Registration& r) { return r.identifier == identifier; };
+    const StoredRegistry before = readRegistry();
+    const auto found =
+        std::find_if(before.registrations.begin(), before.registrations.end(), named);
+    if (found == before.registrations.end())
+        return failure("pluginkit: no plug-in is registered as " + shown(identifier),
+                       leftAsItIs(before));
+    StepOutcome step = runBundleStep(*found, use ? "install" : "uninstall", limit);
+    if (!step.endedWell)
+        return {1, std::move(step.output), {}};
+    // The registry as it is now: a step takes a while, and others may register meanwhile.
+    StoredRegistry now = readRegistry();
+    const auto still = std::find_if(now.registrations.begin(), now.registrations.end(), named);
+    if (still == now.registrations.end())
+        return failure(step.output + "pluginkit: no plug-in is registered as " + shown(identifier),
+                       leftAsItIs(now));
+    still->elected = use;
+    return written(now, now.registrations, std::move(step.output));
 }
 
 PluginKitResult list(const std::string& protocol, const std::string& identifier)
 {
-    PluginKitResult result;
-    for (const Registration& r : readRegistry()) {
+    const StoredRegistry stored = readRegistry();
+    PluginKitResult result{0, {}, leftAsItIs(stored)};
+    for (const Registration& r : stored.registrations) {
         if ((!protocol.empty() && r.protocol != protocol) || (!identifier.empty() && r.identifier != identifier))
             continue;
-        result.output.append(r.elected ? "+" : "-").append("    ").append(r.identifier);
-        result.output.append("(").append(r.version).append(")\n");
+        result.output.append(r.elected ? "+" : "-").append("    ").append(shown(r.identifier));
+        result.output.append("(").append(shown(r.version)).append(")\n");
     }
     return result;
 }
@@ -655,8 +911,8 @@ std::string pluginRegistryFilePath()
     return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") + "/brindlemark/plugin-registry.json";
 }
 
-PluginKitResult runPluginKit(const std::vector<std::string>& given)
-{
+PluginKitResult runPluginKit(const std::vector<std::string>& given,
+                             std::chrono::milliseconds stepLimit) {
     std::vector<std::string> arguments;
     for (const std::string& argument : given)
         arguments.push_back(utf8(argument));
@@ -667,10 +923,10 @@ PluginKitResult runPluginKit(const std::vector<std::string>& given)
         return remove(arguments[1]);
     if (arguments.size() == 4 && first == "-e" && arguments[2] == "-i" &&
         (arguments[1] == "use" || arguments[1] == "ignore"))
-        return elect(arguments[1], arguments[3]);
+        return elect(arguments[1], arguments[3], stepLimit);
 
     // -m, then -p PROTOCOL and -i IDENTIFIER in any order.
-    const PluginKitResult usage{64, std::string(Usage)};
+    const PluginKitResult usage{64, std::string(Usage), {}};
     if (!isMatchFlag(first))
         return usage;
     std::string protocol, identifier;

@@ -10,6 +10,7 @@ int main(int argc, char** argv)
 {
     const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     const brindlemark::PluginKitResult result = brindlemark::runPluginKit(arguments);
+    std::fputs(result.notice.c_str(), stderr);
     std::fputs(result.output.c_str(), result.exitCode == 0 ? stdout : stderr);
     return result.exitCode;
 }
