@@ -104,10 +104,24 @@ private slots:
             const bool stored = ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
             const QSettings read(path, QSettings::IniFormat);
             const QStringList others{read.value("Before").toString(), read.value("Key").toString(), read.value("Group/K").toString()};
-            return read.value("K").toString() + (others == QStringList{"1", "2", "kept"} && stored ? "" : " (not stored, or others lost)");
-        }, {{"plain", "plain"}, {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"}, {"x=y;z", "x=y;z"}, {"back\\slash\\", "back\\slash\\"},
+            // Read back here too, as QSettings reads it.
+            const ini::ReadValue own = ini::readValue(readFile(path), "K");
+            const bool same = own.understood && own.value == read.value("K").toString();
+            return read.value("K").toString() + (others == QStringList{"1", "2", "kept"} && stored ? "" : " (not stored, or others lost)") +
+                   (same ? "" : " (read differently here)");
+        }, {{"plain", "plain"}, {"@@x", "@@x"}, {"\x1f" "fe", "\x1f" "fe"}, {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"}, {"x=y;z", "x=y;z"}, {"back\\slash\\", "back\\slash\\"},
             {"@Variant(x)", "@Variant(x)"}, {"  spaces  ", "  spaces  "}, {"\x01" "1f\t\n\x7f" "a", "\x01" "1f\t\n\x7f" "a"},
             {"ünï 😀", "ünï 😀"}, {"", ""}});
+    }
+
+    void settingsValuesOnlyQSettingsReads()
+    {
+        // Forms the settings file never gets from Brindlemark: left to QSettings, or absent.
+        expectEach([](const QString& text) {
+            const ini::ReadValue read = ini::readValue(text.toUtf8(), "K");
+            return !read.understood ? "QSettings" : read.value ? *read.value : "absent";
+        }, {{"K=plain", "QSettings"}, {"K=\"a\", \"b\"", "QSettings"}, {"K=\"@Variant(x)\"", "QSettings"}, {"K=\"\\n\"", "QSettings"},
+            {"K=\"unended", "QSettings"}, {"[Other]\nK=\"x\"", "absent"}, {"Key=\"x\"", "absent"}, {"[General]\n K = \"x\" ", "x"}});
     }
 
     void parseCommandUrl()

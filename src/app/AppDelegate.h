@@ -126,6 +126,7 @@ private:
     void setStatusText(const QString& text);
     void showTemplates(const TemplateList& templates);
     void watchTemplateStore();
+    void retrySoonWhilePending();
     void showQueuedErrors();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();

@@ -17,7 +17,8 @@ namespace brindlemark {
 
 namespace {
 
-// A save that could not reach every place is tried again this often, by itself.
+// A save that could not reach every place, or had to wait for other instances' saves, is tried
+// again this often, by itself.
 constexpr int SaveRetryMilliseconds = 3000;
 // The files of one save change one after another: the list is read again once they settle.
 constexpr int StoreSettleMilliseconds = 150;
@@ -50,7 +51,14 @@ void AppDelegate::saveTemplates()
 
 void AppDelegate::synchronizeTemplates(bool changedHere)
 {
-    const StoreLock lock(m_platform.templateBackupFolder());
+    // A save already kept waiting by another instance's saves does not keep the window waiting
+    // again: it is tried again soon.
+    const StoreLock lock(m_platform.templateBackupFolder(), m_savePending ? 100 : 1000);
+    if (lock.isBusy()) {
+        m_savePending = m_savePending || changedHere;
+        retrySoonWhilePending();
+        return;
+    }
     const QString stored = chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
     bool write = changedHere || m_savePending;
     if (stored != m_storedText) {
@@ -76,6 +84,11 @@ void AppDelegate::synchronizeTemplates(bool changedHere)
     m_storedText = outcome.complete
                        ? text
                        : chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
+    retrySoonWhilePending();
+}
+
+void AppDelegate::retrySoonWhilePending()
+{
     if (!m_saveRetry) {
         m_saveRetry = std::make_unique<QTimer>();
         m_saveRetry->setInterval(SaveRetryMilliseconds);

@@ -3,12 +3,15 @@
 #include "templates/AtomicWrite.h"
 #include "templates/TemplateStore.h"
 
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QHash>
-#include <QThread>
 
 #include <cerrno>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/file.h>
@@ -132,11 +135,41 @@ StoreLock::StoreLock(const QString& folder, int patienceMilliseconds)
     if (!makeFolders(path.toStdString()))
         return;
     m_fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_fd < 0)
+    if (m_fd < 0 || (m_held = ::flock(m_fd, LOCK_EX | LOCK_NB) == 0))
         return;
-    const QDeadlineTimer patience(patienceMilliseconds);
-    while (!(m_held = ::flock(m_fd, LOCK_EX | LOCK_NB) == 0) && !patience.hasExpired())
-        QThread::msleep(5);
+    // Waiting in the kernel's queue, rather than trying again now and then: an instance saving
+    // edit after edit would otherwise take the lock back every time before the other looked.
+    // The wait is on a thread of its own so that it can be given up; a thread given up lets go
+    // of the lock as soon as it gets it.
+    struct Waiting {
+        std::mutex mutex;
+        std::condition_variable answered;
+        bool done = false, locked = false, givenUp = false;
+    };
+    const auto waiting = std::make_shared<Waiting>();
+    try {
+        std::thread([waiting, fd = m_fd] {
+            const bool locked = ::flock(fd, LOCK_EX) == 0;
+            const std::lock_guard<std::mutex> guard(waiting->mutex);
+            if (waiting->givenUp) {
+                ::close(fd);
+                return;
+            }
+            waiting->done = true;
+            waiting->locked = locked;
+            waiting->answered.notify_one();
+        }).detach();
+    } catch (const std::system_error&) {
+        return; // no thread to be had: on without the lock
+    }
+    std::unique_lock<std::mutex> guard(waiting->mutex);
+    if (waiting->answered.wait_for(guard, std::chrono::milliseconds(patienceMilliseconds), [&] { return waiting->done; })) {
+        m_held = waiting->locked;
+    } else {
+        waiting->givenUp = true;
+        m_busy = true;
+        m_fd = -1; // the thread closes it
+    }
 }
 
 StoreLock::~StoreLock()

@@ -51,9 +51,9 @@ TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
 
 // An exclusive lock shared by every Brindlemark of the user, over the folder given, for as long
 // as the object lives: each save reads, merges and writes the list while no other does. Waits at
-// most `patienceMilliseconds` for another holder; then, or when the folder cannot be made or
-// opened, goes on without the lock rather than freeze the window (a stopped instance keeps its
-// lock until it ends).
+// most `patienceMilliseconds` for another holder; if it still holds the lock then (it saves edit
+// after edit, or it was stopped), the lock is busy and the caller must not write. Where the folder
+// cannot be made or opened, nobody can hold the lock, and saves go on without it.
 class StoreLock final {
 public:
     explicit StoreLock(const QString& folder, int patienceMilliseconds = 1000);
@@ -61,10 +61,11 @@ public:
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
     bool isHeld() const { return m_held; }
+    bool isBusy() const { return m_busy; }
 
 private:
     int m_fd = -1;
-    bool m_held = false;
+    bool m_held = false, m_busy = false;
 };
 
 } // namespace brindlemark

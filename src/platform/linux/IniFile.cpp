@@ -71,6 +71,69 @@ QByteArray withValue(const QByteArray& existing, const QString& key, const QStri
     return kept.join('\n') + '\n';
 }
 
+namespace {
+
+// The inverse of quoted(): nothing for any other form.
+std::optional<QString> unquoted(const QByteArray& raw)
+{
+    const QByteArray text = raw.trimmed();
+    if (text.size() < 2 || !text.startsWith('"') || !text.endsWith('"'))
+        return std::nullopt;
+    const QString inner = QString::fromUtf8(text.mid(1, text.size() - 2));
+    QString out;
+    for (qsizetype i = 0; i < inner.size(); ++i) {
+        const QChar c = inner.at(i);
+        if (c == u'"')
+            return std::nullopt; // a second string: a list
+        if (c != u'\\') {
+            out += c;
+            continue;
+        }
+        if (++i >= inner.size())
+            return std::nullopt;
+        const QChar escaped = inner.at(i);
+        if (escaped == u'"' || escaped == u'\\') {
+            out += escaped;
+        } else if (escaped == u'x') {
+            char32_t code = 0;
+            qsizetype digits = 0;
+            while (i + 1 < inner.size() && isHexDigit(inner.at(i + 1).unicode()) && digits < 6) {
+                code = code * 16 + char32_t(QStringView(inner).mid(++i, 1).toUInt(nullptr, 16));
+                ++digits;
+            }
+            if (digits == 0)
+                return std::nullopt;
+            out += QString::fromUcs4(&code, 1);
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (out.startsWith(QStringLiteral("@@")))
+        out.remove(0, 1);
+    else if (out.startsWith(u'@'))
+        return std::nullopt; // a typed value
+    return out;
+}
+
+} // namespace
+
+ReadValue readValue(const QByteArray& text, const QString& key)
+{
+    const QByteArray name = key.toLatin1();
+    bool inGeneral = true;
+    for (const QByteArray& line : text.split('\n')) {
+        const QByteArray trimmed = line.trimmed();
+        if (isSectionHeader(trimmed)) {
+            inGeneral = trimmed == "[General]";
+        } else if (inGeneral && trimmed.startsWith(name) && trimmed.mid(name.size()).trimmed().startsWith('=')) {
+            const QByteArray raw = trimmed.mid(trimmed.indexOf('=') + 1);
+            const std::optional<QString> value = unquoted(raw);
+            return value ? ReadValue{true, value} : ReadValue{false, std::nullopt};
+        }
+    }
+    return {true, std::nullopt};
+}
+
 std::optional<QByteArray> fileWithValue(const QString& path, const QString& key, const QString& value)
 {
     QByteArray existing;

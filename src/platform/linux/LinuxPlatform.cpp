@@ -78,14 +78,19 @@ Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key,
 
 QList<StoredCopy> LinuxPlatform::storedTemplatesCopies(const QString& key)
 {
-    QList<StoredCopy> copies = Platform::storedTemplatesCopies(key);
-    // The settings file's own state and time; QSettings alone cannot tell a file it could not
-    // read from one without the key.
-    StoredCopy& defaults = copies.first();
-    const StoredCopy file = storedCopyInFile(userDefaultsFilePath());
-    if (file.state != StoredCopy::State::Read)
-        defaults = file;
-    defaults.modified = file.modified;
+    // The settings file's own state, time and text: QSettings cannot tell a file it could not
+    // read from one without the key, and may answer from what it read before.
+    StoredCopy defaults = storedCopyInFile(userDefaultsFilePath());
+    if (defaults.state == StoredCopy::State::Read) {
+        const ini::ReadValue read = ini::readValue(defaults.text.toUtf8(), key);
+        const QVariant value = read.understood ? QVariant() : userDefaultsValue(key);
+        defaults.text = read.understood ? read.value.value_or(QString()) : value.toString();
+        if (read.understood ? !read.value : value.typeId() != QMetaType::QString)
+            defaults.state = StoredCopy::State::Missing;
+    }
+    QList<StoredCopy> copies{defaults};
+    for (const QString& path : templateConfigFilePaths())
+        copies.append(storedCopyInFile(path));
     return copies;
 }
 
