@@ -25,8 +25,7 @@ constexpr int StoreSettleMilliseconds = 150;
 
 } // namespace
 
-void AppDelegate::loadTemplates()
-{
+void AppDelegate::loadTemplates() {
     const StoreLock lock(m_platform.templateBackupFolder());
     // Only under the lock: a save of another instance may be writing its files right now.
     m_platform.removeInterruptedSaves();
@@ -40,8 +39,7 @@ void AppDelegate::loadTemplates()
     watchTemplateStore();
 }
 
-void AppDelegate::saveTemplates()
-{
+void AppDelegate::saveTemplates() {
     // Failures to persist are not reported: every place that can be written is, and the rest
     // are written as soon as they can be.
     synchronizeTemplates(true);
@@ -49,8 +47,7 @@ void AppDelegate::saveTemplates()
     setStatusText(QStringLiteral("Templates saved. Finder menu updates on the next right-click."));
 }
 
-void AppDelegate::synchronizeTemplates(bool changedHere)
-{
+void AppDelegate::synchronizeTemplates(bool changedHere) {
     // A save already kept waiting by another instance's saves does not keep the window waiting
     // again: it is tried again soon.
     const StoreLock lock(m_platform.templateBackupFolder(), m_savePending ? 100 : 1000);
@@ -59,12 +56,14 @@ void AppDelegate::synchronizeTemplates(bool changedHere)
         retrySoonWhilePending();
         return;
     }
-    const QString stored = chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
+    const QString stored =
+        chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey)).text;
     bool write = changedHere || m_savePending;
     if (stored != m_storedText) {
         // Someone else saved since this instance last read or wrote the list.
         if (const std::optional<TemplateList> theirs = storedList(stored)) {
-            showTemplates(mergedTemplates(storedList(m_storedText).value_or(TemplateList()), m_templates, *theirs));
+            showTemplates(mergedTemplates(storedList(m_storedText).value_or(TemplateList()),
+                                          m_templates, *theirs));
         } else {
             // Gone, or text that is no list: kept aside when there is any, and this list put back.
             if (!stored.isEmpty())
@@ -76,7 +75,8 @@ void AppDelegate::synchronizeTemplates(bool changedHere)
     if (!write)
         return;
     const QString text = templatesJSONText(m_templates);
-    const Platform::StoreOutcome outcome = m_platform.storeTemplatesJSONText(TemplatesJSONKey, text);
+    const Platform::StoreOutcome outcome =
+        m_platform.storeTemplatesJSONText(TemplatesJSONKey, text);
     if (outcome.written)
         m_platform.templatesChanged(extensionBundlePath());
     m_savePending = !outcome.complete;
@@ -87,8 +87,7 @@ void AppDelegate::synchronizeTemplates(bool changedHere)
     retrySoonWhilePending();
 }
 
-void AppDelegate::retrySoonWhilePending()
-{
+void AppDelegate::retrySoonWhilePending() {
     if (!m_saveRetry) {
         m_saveRetry = std::make_unique<QTimer>();
         m_saveRetry->setInterval(SaveRetryMilliseconds);
@@ -100,8 +99,7 @@ void AppDelegate::retrySoonWhilePending()
         m_saveRetry->stop();
 }
 
-void AppDelegate::showTemplates(const TemplateList& templates)
-{
+void AppDelegate::showTemplates(const TemplateList& templates) {
     if (templates == m_templates)
         return;
     // With the same rows the table keeps its selection and an edit in progress.
@@ -114,8 +112,7 @@ void AppDelegate::showTemplates(const TemplateList& templates)
     rebuildNewFileStatusMenu();
 }
 
-void AppDelegate::watchTemplateStore()
-{
+void AppDelegate::watchTemplateStore() {
     if (!m_storeWatcher) {
         m_storeWatcher = std::make_unique<QFileSystemWatcher>();
         m_storeSettle = std::make_unique<QTimer>();

@@ -8,19 +8,18 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <thread>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace brindlemark {
 
-StoredCopy storedCopyInFile(const QString& path)
-{
+StoredCopy storedCopyInFile(const QString& path) {
     StoredCopy copy;
     struct stat info {};
     if (::stat(QFile::encodeName(path).constData(), &info) != 0 && errno == ENOENT)
@@ -38,8 +37,7 @@ StoredCopy storedCopyInFile(const QString& path)
     return copy;
 }
 
-ChosenText chosenStoredText(const QList<StoredCopy>& copies)
-{
+ChosenText chosenStoredText(const QList<StoredCopy>& copies) {
     using State = StoredCopy::State;
     if (copies.isEmpty() || copies.constFirst().state == State::Missing)
         return {};
@@ -52,7 +50,8 @@ ChosenText chosenStoredText(const QList<StoredCopy>& copies)
         if (copy.state != State::Read || !templatesFromJSONString(copy.text))
             continue;
         if (defaults.state == State::Read &&
-            (defaults.modified == 0 || copy.modified <= defaults.modified || copy.text == defaults.text))
+            (defaults.modified == 0 || copy.modified <= defaults.modified ||
+             copy.text == defaults.text))
             continue;
         if (!newest || copy.modified > newest->modified)
             newest = &copy;
@@ -64,8 +63,7 @@ ChosenText chosenStoredText(const QList<StoredCopy>& copies)
     return {defaults.text, true};
 }
 
-std::optional<TemplateList> storedList(const QString& text)
-{
+std::optional<TemplateList> storedList(const QString& text) {
     const std::optional<QJsonArray> parsed = templatesFromJSONString(text);
     if (!parsed)
         return std::nullopt;
@@ -79,8 +77,7 @@ std::optional<TemplateList> storedList(const QString& text)
 namespace {
 
 // Each row's key: its id and the how-many-th row with that id it is.
-QList<QString> rowKeys(const TemplateList& list)
-{
+QList<QString> rowKeys(const TemplateList& list) {
     QHash<QString, int> seen;
     QList<QString> keys;
     for (const Template& record : list) {
@@ -90,8 +87,7 @@ QList<QString> rowKeys(const TemplateList& list)
     return keys;
 }
 
-QHash<QString, qsizetype> positions(const QList<QString>& keys)
-{
+QHash<QString, qsizetype> positions(const QList<QString>& keys) {
     QHash<QString, qsizetype> at;
     for (qsizetype i = 0; i < keys.size(); ++i)
         at.insert(keys[i], i);
@@ -100,8 +96,8 @@ QHash<QString, qsizetype> positions(const QList<QString>& keys)
 
 } // namespace
 
-TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours, const TemplateList& theirs)
-{
+TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
+                             const TemplateList& theirs) {
     const QList<QString> ourKeys = rowKeys(ours), theirKeys = rowKeys(theirs);
     const QHash<QString, qsizetype> inBase = positions(rowKeys(base)), inOurs = positions(ourKeys),
                                     inTheirs = positions(theirKeys);
@@ -129,8 +125,7 @@ TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
     return merged;
 }
 
-StoreLock::StoreLock(const QString& folder, int patienceMilliseconds)
-{
+StoreLock::StoreLock(const QString& folder, int patienceMilliseconds) {
     const QByteArray path = QFile::encodeName(folder);
     if (!makeFolders(path.toStdString()))
         return;
@@ -163,7 +158,8 @@ StoreLock::StoreLock(const QString& folder, int patienceMilliseconds)
         return; // no thread to be had: on without the lock
     }
     std::unique_lock<std::mutex> guard(waiting->mutex);
-    if (waiting->answered.wait_for(guard, std::chrono::milliseconds(patienceMilliseconds), [&] { return waiting->done; })) {
+    if (waiting->answered.wait_for(guard, std::chrono::milliseconds(patienceMilliseconds),
+                                   [&] { return waiting->done; })) {
         m_held = waiting->locked;
     } else {
         waiting->givenUp = true;
@@ -172,8 +168,7 @@ StoreLock::StoreLock(const QString& folder, int patienceMilliseconds)
     }
 }
 
-StoreLock::~StoreLock()
-{
+StoreLock::~StoreLock() {
     if (m_fd >= 0)
         ::close(m_fd); // and with it the lock
 }

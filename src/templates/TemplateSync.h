@@ -47,7 +47,8 @@ std::optional<TemplateList> storedList(const QString& text);
 // removed; rows added here follow those stored; for a row on both sides, each member this
 // instance changed takes this instance's value (its edit is the later one), every other member
 // the stored value.
-TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours, const TemplateList& theirs);
+TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
+                             const TemplateList& theirs);
 
 // An exclusive lock shared by every Brindlemark of the user, over the folder given, for as long
 // as the object lives: each save reads, merges and writes the list while no other does. Waits at

@@ -19,8 +19,7 @@
 
 using namespace brindlemark;
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
     const std::unique_ptr<Platform> platform = createPlatform();
@@ -29,12 +28,17 @@ int main(int argc, char** argv)
     app.setHandledURLLaunch(true);
     app.applicationDidFinishLaunching();
     // The table's columns, as the window gives them.
-    for (const QString& member : {TemplateKey::enabled, TemplateKey::title, TemplateKey::prefix, TemplateKey::suffix, TemplateKey::executable})
-        app.templateTableModel()->appendColumn({member, member, 0, 0, member == TemplateKey::enabled || member == TemplateKey::executable});
+    for (const QString& member : {TemplateKey::enabled, TemplateKey::title, TemplateKey::prefix,
+                                  TemplateKey::suffix, TemplateKey::executable})
+        app.templateTableModel()->appendColumn(
+            {member, member, 0, 0,
+             member == TemplateKey::enabled || member == TemplateKey::executable});
 
     auto perform = [&](const QStringList& words) {
         if (words[0] == "set" && words.size() == 4) {
-            const QVariant value = words[3] == "true" ? QVariant(true) : words[3] == "false" ? QVariant(false) : QVariant(words[3]);
+            const QVariant value = words[3] == "true"    ? QVariant(true)
+                                   : words[3] == "false" ? QVariant(false)
+                                                         : QVariant(words[3]);
             app.templateTableModel()->setObjectValue(value, words[2], words[1].toInt());
         } else if (words[0] == "add" && words.size() == 2) {
             TemplateList list = app.templates();
