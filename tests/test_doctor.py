@@ -35,7 +35,7 @@ CASES = [  # what differs from a machine with everything; the lines with a fix t
     ("extension not enabled", {"elected": False}, [menu(name, "installed, extension not enabled") for name in MENUS]),
     *[(f"registry {text!r}", {"registry": text}, [menu(name, "installed, extension not registered (Brindlemark has not run yet)",
       f'start Brindlemark and choose "Enable Extension" (or run: {PK} -a {APPEX} && {PK} -e use -i {ID}), then ') for name in MENUS])
-      for text in (None, "{broken", '{"an": "object"}', '[{"identifier": "other", "elected": true}]')],
+      for text in (None, "{broken", '{"an": "object"}', '[{"identifier": "other", "elected": true}]', "<fifo>")],
     ("wrong URL handler", {"handler": "firefox.desktop"}, [URLS + "handled by firefox.desktop — fix: " + MIME]),
     ("no URL handler", {"handler": ""}, [URLS + "no handler — fix: " + MIME]),
     ("no xdg-mime", {"gone": ["xdg-mime"]}, [URLS + "xdg-mime was not found — fix: sudo apt-get install xdg-utils && " + MIME]),
@@ -69,7 +69,10 @@ def run_doctor(home, packages=(), gone=(), handler="org.brindlemark.Brindlemark.
     write(data + "/brindlemark/installed-integration", "".join(f"{data}/{p}\n" for name, (p, _) in MENUS.items() if name not in unlisted))
     registry = json.dumps([{"identifier": ID, "path": "/x.appex", "protocol": "com.apple.FinderSync", "version": "0.1.0",
                             "elected": elected}], indent=4) if registry == "" else registry  # as brindlemark-pluginkit writes it
-    write(data + "/brindlemark/plugin-registry.json", registry) if registry is not None else None
+    if registry == "<fifo>":  # nothing ever written into it: reading it must not wait
+        os.mkfifo(data + "/brindlemark/plugin-registry.json")
+    elif registry is not None:
+        write(data + "/brindlemark/plugin-registry.json", registry)
     environment = {"HOME": home, "PATH": home + "/bin", "XDG_DATA_HOME": data, "XDG_CONFIG_HOME": home + "/config",
                    "XDG_RUNTIME_DIR": home + "/run", "LANG": "C.UTF-8", **(env or {})}
     result = subprocess.run([sys.executable, DOCTOR], env=environment, capture_output=True, text=True, timeout=30)
