@@ -7,6 +7,7 @@
 #include "Identifiers.h"
 #include "app/Launcher.h"
 #include "app/Symbols.h"
+#include "templates/TemplateStore.h"
 #include "templates/TemplateTableModel.h"
 
 #include <QAction>
@@ -16,6 +17,10 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QTableView>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace brindlemark;
 
@@ -108,6 +113,28 @@ private slots:
             app->saveTemplates(); // a launch for a URL shows no window, nor does a save
             QCOMPARE(status() + " " + app->extensionMenuItem()->text(), QString("<no window> Finder Extension: Registered"));
         }
+    }
+
+    void savesWaitForOtherInstancesAndKeepWhatTheyCannotRead()
+    {
+        app = start(*platform, true);
+        TemplateList edited = app->templates();
+        // Another instance holds the store's lock: the save writes nothing meanwhile and is
+        // written by itself once the lock is free.
+        const int other = ::open(QFile::encodeName(home->file("plain")).constData(), O_RDONLY | O_DIRECTORY);
+        QVERIFY(other >= 0 && ::flock(other, LOCK_EX) == 0);
+        edited[0]["title"] = "While locked";
+        app->setTemplates(edited);
+        app->saveTemplates();
+        QVERIFY(app->isSavePending() && !saved().contains("While locked"));
+        ::close(other);
+        QTRY_VERIFY_WITH_TIMEOUT(!app->isSavePending(), 10'000);
+        QVERIFY(saved().contains("While locked"));
+        // Text that is no list, stored by someone meanwhile: kept aside, and the list put back.
+        platform->userDefaults["TemplatesJSON"] = "{written elsewhere";
+        app->saveTemplates();
+        QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), "{written elsewhere");
+        QCOMPARE(saved(), templatesJSONText(edited));
     }
 
     void urlCommandsAndTheirAlerts()
