@@ -1,7 +1,9 @@
-// File creation: the first free name, numbering, modes, and the names and folders it refuses.
+// File creation: the first free name, numbering, modes, and the names and folders it refuses;
+// which of a burst's new files are shown.
 #include "TestSupport.h"
 
 #include "actions/FileCreation.h"
+#include "actions/PendingShows.h"
 
 #include <sys/stat.h>
 
@@ -43,6 +45,25 @@ private slots:
             {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
             // "." and ".." are in every folder: taken, and the numbering goes on.
             {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"}, {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
+    }
+
+    void pendingShows() {
+        // "files of a burst" -> what is shown: each folder once, its last file, in the order of
+        // those last files. A show returns the list to its empty start.
+        PendingShows pending;
+        expectEach(
+            [&](const QString& burst) {
+                QStringList firsts;
+                for (const QString& file : burst.split(','))
+                    firsts << (pending.add(file) ? "first" : "");
+                return pending.take().join(',') + "|" + firsts.join(',');
+            },
+            {{"/a/1", "/a/1|first"},
+             {"/a/1,/a/2,/a/3", "/a/3|first,,"},
+             {"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|first,,,,"},
+             {"/a/1,/a/b/1,/a//2,/a/b/./2", "/a//2,/a/b/./2|first,,,"},
+             {"/1,/a/1,/2", "/a/1,/2|first,,"}});
+        QCOMPARE(pending.take(), QStringList());
     }
 
     void modes()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "actions/PendingShows.h"
 #include "templates/Template.h"
 
 #include <QObject>
@@ -117,6 +118,7 @@ private:
     void keepColumnAtItsMinimumWidth(int column, int newWidth);
     void setStatusText(const QString& text);
     void showQueuedErrors();
+    void showCreatedFiles();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
     QStringList registrationArguments() const;
@@ -139,6 +141,7 @@ private:
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;
     QQueue<QString> m_pendingErrors;
+    PendingShows m_pendingShows;
     bool m_showingErrors = false;
     std::unique_ptr<ToolSequence> m_enabling;
 };

@@ -31,9 +31,18 @@ void AppDelegate::createTemplate(const std::optional<Template>& record, const QS
         return;
     case FileCreation::Created:
         setStatusText(QStringLiteral("Created %1").arg(QFileInfo(creation.filePath).fileName()));
-        m_platform.showFileInFileManager(creation.filePath);
+        // Shown once the event loop comes back, after the command: a launch is answered as soon as
+        // its files exist, and the files of one burst (a launch's URLs, the launches that came in
+        // together) are shown once per folder.
+        if (m_pendingShows.add(creation.filePath))
+            QTimer::singleShot(0, this, &AppDelegate::showCreatedFiles);
         return;
     }
+}
+
+void AppDelegate::showCreatedFiles() {
+    for (const QString& file : m_pendingShows.take())
+        m_platform.showFileInFileManager(file);
 }
 
 void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder)
