@@ -47,23 +47,60 @@ private slots:
             {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"}, {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
     }
 
+    void numberingFollowsTheFolder() {
+        // One burst's steps -> the files it made. "+" makes a file, "-x" removes x, "=x" makes x,
+        // "x>y" renames x to y, "@" puts a new empty folder in the old one's place. Between the
+        // burst's files the folder changes behind its back: the first free name all the same.
+        expectEach(
+            [](const QString& steps) -> QString {
+                TestHome home;
+                const QString folder = home.file("f");
+                FolderNames burst;
+                QStringList made;
+                bool done = QDir().mkpath(folder);
+                for (const QString& step : steps.split(';')) {
+                    const QString name = folder + '/' + step.mid(1);
+                    if (step == "+")
+                        made << createFileFromTemplate(Template{{"prefix", "p"}, {"suffix", "txt"}},
+                                                       folder, &burst)
+                                    .filePath.section('/', -1);
+                    else if (step == "@")
+                        done = done && QDir().rename(folder, home.file("old")) &&
+                               QDir().mkpath(folder);
+                    else if (step.startsWith('-'))
+                        done = done && QFile::remove(name);
+                    else if (step.startsWith('='))
+                        done = done && writeFile(name, "");
+                    else
+                        done = done && QFile::rename(folder + '/' + step.section('>', 0, 0),
+                                                     folder + '/' + step.section('>', 1));
+                }
+                return made.join(',') + (done ? "" : " (a step failed)");
+            },
+            {{"+;+;+", "p.txt,p 1.txt,p 2.txt"},
+             {"+;+;-p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
+             {"+;+;+;-p 1.txt;+", "p.txt,p 1.txt,p 2.txt,p 1.txt"},
+             {"+;=p 1.txt;=p 2.txt;+", "p.txt,p 3.txt"},
+             {"+;+;p 1.txt>q;+;q>p 3.txt;+;+", "p.txt,p 1.txt,p 1.txt,p 2.txt,p 4.txt"},
+             {"+;+;@;+", "p.txt,p 1.txt,p.txt"}});
+    }
+
     void pendingShows() {
         // "files of a burst" -> what is shown: each folder once, its last file, in the order of
-        // those last files. A show returns the list to its empty start.
+        // those last files. Then nothing is pending.
         PendingShows pending;
         expectEach(
             [&](const QString& burst) {
-                QStringList firsts;
                 for (const QString& file : burst.split(','))
-                    firsts << (pending.add(file) ? "first" : "");
-                return pending.take().join(',') + "|" + firsts.join(',');
+                    pending.add(file);
+                const QString shown = pending.take().join(',');
+                return shown + "|" + pending.take().join(',');
             },
-            {{"/a/1", "/a/1|first"},
-             {"/a/1,/a/2,/a/3", "/a/3|first,,"},
-             {"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|first,,,,"},
-             {"/a/1,/a/b/1,/a//2,/a/b/./2", "/a//2,/a/b/./2|first,,,"},
-             {"/1,/a/1,/2", "/a/1,/2|first,,"}});
-        QCOMPARE(pending.take(), QStringList());
+            {{"/a/1", "/a/1|"},
+             {"/a/1,/a/2,/a/3", "/a/3|"},
+             {"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|"},
+             {"/a/1,/a/b/1,/a//2,/a/b/./2", "/a//2,/a/b/./2|"},
+             {"/1,/a/1,/2", "/a/1,/2|"}});
     }
 
     void modes()

@@ -6,12 +6,10 @@
 
 namespace brindlemark {
 
-bool PendingShows::add(const QString& filePath) {
-    const bool first = m_latestInFolder.isEmpty();
+void PendingShows::add(const QString& filePath) {
     // Cleaned, so that "/a//b/" and "/a/b" are one folder; links are not followed, which would
     // cost a look at the disk per file.
     m_latestInFolder.insert(QFileInfo(filePath).absolutePath(), {filePath, m_added++});
-    return first;
 }
 
 QStringList PendingShows::take() {

@@ -10,9 +10,7 @@ namespace brindlemark {
 // an opener), so a launch that makes thousands of files must not ask thousands of times.
 class PendingShows {
 public:
-    // Notes a new file. True for the first one since the last take(): the caller then arranges
-    // for take() once the burst is over.
-    bool add(const QString& filePath);
+    void add(const QString& filePath);
 
     // Each folder's last file, the folder whose file came last at the end (its window is then the
     // one left in front); nothing is pending afterwards.

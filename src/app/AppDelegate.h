@@ -1,5 +1,6 @@
 #pragma once
 
+#include "actions/FileCreation.h"
 #include "actions/PendingShows.h"
 #include "templates/Template.h"
 
@@ -118,7 +119,7 @@ private:
     void keepColumnAtItsMinimumWidth(int column, int newWidth);
     void setStatusText(const QString& text);
     void showQueuedErrors();
-    void showCreatedFiles();
+    void endBurst();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
     QStringList registrationArguments() const;
@@ -141,6 +142,10 @@ private:
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;
     QQueue<QString> m_pendingErrors;
+    // A burst: the files made before the event loop comes back. Its folder is read once, its
+    // files are shown once per folder when it ends.
+    bool m_burstEnding = false;
+    FolderNames m_burstFolder;
     PendingShows m_pendingShows;
     bool m_showingErrors = false;
     std::unique_ptr<ToolSequence> m_enabling;

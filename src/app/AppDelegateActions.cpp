@@ -21,7 +21,14 @@ namespace brindlemark {
 void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
 {
     const Template chosen = record ? *record : templateWithIdentifier(FallbackTemplateIdentifier);
-    const FileCreation creation = createFileFromTemplate(chosen, inFolder);
+    // The burst ends once the event loop comes back, after the command: a launch is answered as
+    // soon as its files exist, and all the files of a launch's URLs, or of the launches that came
+    // in together, are shown once per folder.
+    if (!m_burstEnding) {
+        m_burstEnding = true;
+        QTimer::singleShot(0, this, &AppDelegate::endBurst);
+    }
+    const FileCreation creation = createFileFromTemplate(chosen, inFolder, &m_burstFolder);
     switch (creation.status) {
     case FileCreation::NotAFolder:
         showError(QStringLiteral("Not a folder: %1").arg(inFolder));
@@ -31,16 +38,14 @@ void AppDelegate::createTemplate(const std::optional<Template>& record, const QS
         return;
     case FileCreation::Created:
         setStatusText(QStringLiteral("Created %1").arg(QFileInfo(creation.filePath).fileName()));
-        // Shown once the event loop comes back, after the command: a launch is answered as soon as
-        // its files exist, and the files of one burst (a launch's URLs, the launches that came in
-        // together) are shown once per folder.
-        if (m_pendingShows.add(creation.filePath))
-            QTimer::singleShot(0, this, &AppDelegate::showCreatedFiles);
+        m_pendingShows.add(creation.filePath);
         return;
     }
 }
 
-void AppDelegate::showCreatedFiles() {
+void AppDelegate::endBurst() {
+    m_burstEnding = false;
+    m_burstFolder.forget();
     for (const QString& file : m_pendingShows.take())
         m_platform.showFileInFileManager(file);
 }
