@@ -203,6 +203,38 @@ private slots:
         }
     }
 
+    void longLaunchInParts() {
+        // 600 URLs, then a launch of one: the one is handled, and answered, between the long
+        // launch's parts, which the server hands on one per pass of the event loop.
+        TestHome home;
+        InstanceServer server;
+        QStringList parts;
+        connect(&server, &InstanceServer::urlsReceived, [&](const QStringList& urls) {
+            parts << (urls.size() == 1 ? urls[0]
+                                       : QString("%1 from %2").arg(urls.size()).arg(urls[0]));
+        });
+        QVERIFY(server.listen(home.file("run/s.socket")));
+        std::vector<std::string> many;
+        for (int i = 0; i < 600; ++i)
+            many.push_back("a" + std::to_string(i));
+        const auto hex = [](const std::vector<std::string>& urls) {
+            return QByteArray::fromStdString(channel::encodeMessage(urls)).toHex();
+        };
+        QProcess launches; // both sent before the server looks at its socket
+        launches.start(
+            "python3",
+            {"-c",
+             "import socket,sys\ndef send(hex):\n "
+             "s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1]);s.sendall(bytes.fromhex(hex));"
+             "return s\n"
+             "a,b=send(sys.argv[2]),send(sys.argv[3]);print(flush=True);print(a.recv(1)+b.recv(1))",
+             home.file("run/s.socket"), hex(many), hex({"b"})});
+        QVERIFY(launches.waitForReadyRead(10'000));
+        QTRY_COMPARE_WITH_TIMEOUT(launches.state(), QProcess::NotRunning, 10'000);
+        QCOMPARE(launches.readAll(), "\nb'kk'\n");
+        QCOMPARE(parts.join(", "), "256 from a0, b, 256 from a256, 88 from a512");
+    }
+
     void noOtherUserAtEitherEnd()
     {
         // Without a runtime folder the socket goes into a folder of the temporary folder that only
@@ -306,8 +338,9 @@ private slots:
     }
 
     void burstShowsEachFolderOnce() {
-        // One launch with 240 URLs into two folders, then one more launch: each folder is shown
-        // once, with the last file made there (xdg-open gets the folder, ShowItems the file).
+        // One launch with 600 URLs into two folders (handed on in three parts), then one more
+        // launch: each folder is shown once, with the last file made there (xdg-open gets the
+        // folder, ShowItems the file).
         QFETCH(QString, bus);
         TestHome home;
         const auto stop = qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
@@ -341,7 +374,7 @@ private slots:
                                       : home.file(folder);
         };
         QStringList burst;
-        for (int i = 0; i < 240; ++i)
+        for (int i = 0; i < 600; ++i)
             burst << "brindlemark://create?path=" +
                          QUrl::toPercentEncoding(home.file(i % 2 ? "b b" : "a"), "/");
         for (const char* folder : {"a", "b b", "c"})
@@ -355,12 +388,12 @@ private slots:
             channel::forward(socket, {"brindlemark://Create?path=/tmp"}, 20'000),
             channel::Forwarding::Delivered, 20'000);
         QCOMPARE(launch(burst), 0);
-        QCOMPARE(entries(home.file("a")).size() + entries(home.file("b b")).size(), 240);
+        QCOMPARE(entries(home.file("a")).size() + entries(home.file("b b")).size(), 600);
         QCOMPARE(
             launch({"brindlemark://create?path=" + QUrl::toPercentEncoding(home.file("c"), "/")}),
             0);
-        QStringList expected{shown("a", "New Text File 119.txt"),
-                             shown("b b", "New Text File 119.txt"),
+        QStringList expected{shown("a", "New Text File 299.txt"),
+                             shown("b b", "New Text File 299.txt"),
                              shown("c", "New Text File.txt")};
         expected.sort();
         QTRY_COMPARE_WITH_TIMEOUT(

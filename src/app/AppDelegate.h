@@ -142,8 +142,9 @@ private:
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;
     QQueue<QString> m_pendingErrors;
-    // A burst: the files made before the event loop comes back. Its folder is read once, its
-    // files are shown once per folder when it ends.
+    // A burst: the files made before the event loop comes back, or before the last part of a
+    // launch that arrives in parts. Its folder is read once, its files are shown once per folder
+    // when it ends.
     bool m_burstEnding = false;
     FolderNames m_burstFolder;
     PendingShows m_pendingShows;

@@ -21,9 +21,10 @@ namespace brindlemark {
 void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
 {
     const Template chosen = record ? *record : templateWithIdentifier(FallbackTemplateIdentifier);
-    // The burst ends once the event loop comes back, after the command: a launch is answered as
-    // soon as its files exist, and all the files of a launch's URLs, or of the launches that came
-    // in together, are shown once per folder.
+    // The burst ends once the event loop comes back, after the command (and after the last part
+    // of a launch that arrives in parts): a launch is answered as soon as its files exist, and the
+    // files of a launch's URLs, or of the launches that came in together, are shown once per
+    // folder.
     if (!m_burstEnding) {
         m_burstEnding = true;
         QTimer::singleShot(0, this, &AppDelegate::endBurst);
@@ -44,6 +45,11 @@ void AppDelegate::createTemplate(const std::optional<Template>& record, const QS
 }
 
 void AppDelegate::endBurst() {
+    // A launch that arrives in parts is one burst: it ends after the last part.
+    if (m_platform.isReceivingLaunch()) {
+        QTimer::singleShot(0, this, &AppDelegate::endBurst);
+        return;
+    }
     m_burstEnding = false;
     m_burstFolder.forget();
     for (const QString& file : m_pendingShows.take())

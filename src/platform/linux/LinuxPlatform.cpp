@@ -225,6 +225,10 @@ void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)>
                      qPrintable(socketPath));
 }
 
+bool LinuxPlatform::isReceivingLaunch() {
+    return m_server && m_server->isHandingOn();
+}
+
 std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }
 
 } // namespace brindlemark
