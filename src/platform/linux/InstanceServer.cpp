@@ -21,7 +21,8 @@ struct InstanceServer::Connection {
     QDeadlineTimer deadline{IdleLimitMilliseconds};
     bool handling = false; // the whole message came and is being handled: it stays
     std::vector<std::string> urls;
-    std::size_t handedOn = 0; // of urls
+    std::size_t handedOn = 0;  // of urls
+    std::size_t heldBytes = 0; // of the message whose URLs are handed on: counted until it is done
 };
 
 InstanceServer::InstanceServer(QObject* parent) : QObject(parent)
@@ -145,7 +146,7 @@ void InstanceServer::read(int fd)
     }
     connection.handling = true;
     connection.notifier->setEnabled(false);
-    m_buffered -= received.size();
+    connection.heldBytes = received.size();
     std::string().swap(received);
     connection.urls = std::move(decoded);
     handOnPart(fd);
@@ -191,7 +192,7 @@ void InstanceServer::drop(int fd)
     // The notifier may be the sender of the signal being handled: it goes once control returns.
     found->second->notifier->setEnabled(false);
     found->second->notifier->deleteLater();
-    m_buffered -= found->second->received.size();
+    m_buffered -= found->second->received.size() + found->second->heldBytes;
     m_connections.erase(found);
     ::close(fd);
     if (m_accepting && !m_accepting->isEnabled())

@@ -21,8 +21,8 @@ namespace brindlemark {
 //
 // Whatever arrives, the instance stays reachable: at most MaximumConnections are open at once
 // (a new one pushes out the oldest that has not sent its whole message), together they hold at
-// most BufferedBytesLimit of unfinished messages, a connection that has not sent its whole
-// message within IdleLimit is dropped, another user's connection is refused,
+// most BufferedBytesLimit of messages not yet handled in full, a connection that has not sent its
+// whole message within IdleLimit is dropped, another user's connection is refused,
 // running out of descriptors only pauses accepting, and a socket file that disappears is made
 // again.
 class InstanceServer final : public QObject {
