@@ -12,7 +12,7 @@ namespace brindlemark {
 class FolderChanges {
 public:
     FolderChanges() = default;
-    ~FolderChanges() { stop(); }
+    ~FolderChanges();
     FolderChanges(const FolderChanges&) = delete;
     FolderChanges& operator=(const FolderChanges&) = delete;
 
@@ -28,6 +28,7 @@ public:
 
 private:
     int m_fd = -1;
+    int m_watch = -1;
 };
 
 } // namespace brindlemark

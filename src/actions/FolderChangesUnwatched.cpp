@@ -3,6 +3,8 @@
 namespace brindlemark {
 
 // This system reports no folder changes to Brindlemark: a folder is read again for every file.
+FolderChanges::~FolderChanges() = default;
+
 bool FolderChanges::watch(const QByteArray&) {
     return false;
 }
