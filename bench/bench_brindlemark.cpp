@@ -10,6 +10,8 @@
 //  - the idle memory of the shown application, against the bare window program's;
 //  - a URL handed to the running instance by a second launch, until the file exists, against
 //    `touch` of a file in the same folder;
+//  - the same for a URL sent right after one launch of 5,000 URLs into the same folder, while the
+//    instance handles them and once they are answered, against a URL to the idle instance;
 //  - creating a file when the base name and the numbers 1 to 10,000 are taken, against creating
 //    one in an empty folder.
 // Everything runs in a temporary home on an X server of its own (Xvfb), without a session bus,
@@ -258,6 +260,51 @@ Samples urlToFileRounds(WindowMapWatch& watch, const QString& folder, int rounds
     return samples;
 }
 
+// A URL to the running instance right after a launch of BurstSize URLs into the same folder, until
+// its file exists: sent while the instance handles the launch (once its first file exists), or
+// once the launch has been answered. The baseline is a URL to the idle instance.
+constexpr int BurstSize = 5000;
+
+Samples urlAfterBurstRounds(WindowMapWatch& watch, const QString& root, bool afterAnswer,
+                            int rounds) {
+    WindowedRun instance(watch, Launcher);
+    const auto url = [](const QString& folder, const QString& prefix) {
+        return "brindlemark://template?path=" + folder.toStdString() +
+               "&prefix=" + prefix.toStdString() + "&suffix=txt";
+    };
+    const auto urlToFile = [&](const QString& folder, const QString& prefix) {
+        return millisecondsOf([&] {
+            runToSuccess({Launcher, url(folder, prefix)});
+            waitForFile(folder + u'/' + prefix + QStringLiteral(".txt"));
+        });
+    };
+    int bursts = 0;
+    auto afterBurst = [&](int) {
+        const QString folder = root + QStringLiteral("/burst%1").arg(++bursts);
+        QDir().mkpath(folder);
+        std::vector<std::string> command(BurstSize + 1,
+                                         url(folder, QStringLiteral("New Text File")));
+        command[0] = Launcher;
+        ChildProcess burst(command);
+        if (afterAnswer && burst.waitForExit(60s) != 0)
+            throw Unmeasurable("the launch of " + std::to_string(BurstSize) + " URLs failed");
+        if (!afterAnswer)
+            waitForFile(folder + QStringLiteral("/New Text File.txt"));
+        const double milliseconds = urlToFile(folder, QStringLiteral("next"));
+        if (!afterAnswer && burst.waitForExit(60s) != 0)
+            throw Unmeasurable("the launch of " + std::to_string(BurstSize) + " URLs failed");
+        return milliseconds;
+    };
+    int idle = 0;
+    const QString idleFolder = root + QStringLiteral("/idle");
+    QDir().mkpath(idleFolder);
+    auto toIdle = [&](int) { return urlToFile(idleFolder, QStringLiteral("idle%1").arg(++idle)); };
+    Samples samples = interleaved(rounds, afterBurst, toIdle);
+    instance.stop();
+    clearStoppedInstance();
+    return samples;
+}
+
 Samples registryToolRounds(int rounds)
 {
     const QString pluginKit = ToolsFolder + QStringLiteral("/brindlemark-pluginkit");
@@ -456,6 +503,13 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
     const Row urlToFile =
         measureRow("URL to file", ms, "touch in the same folder", {Goal::AtMostRatio, 3},
                    [&] { return urlToFileRounds(watch, folder, rounds); });
+    const int burstRounds = std::min(rounds, 5); // each round makes 5,000 files
+    const Row duringBurst = measureRow(
+        "URL during 5,000 URLs", ms, "URL to the idle instance", {Goal::AtMostMilliseconds, 2000},
+        [&] { return urlAfterBurstRounds(watch, root, false, burstRounds); });
+    const Row afterBurst = measureRow(
+        "URL after 5,000 URLs", ms, "URL to the idle instance", {Goal::AtMostMilliseconds, 2000},
+        [&] { return urlAfterBurstRounds(watch, root, true, burstRounds); });
     const Row registryTool =
         measureRow("registry tool", ms, "/bin/true through runTool", {Goal::AtMostRatio, 3},
                    [&] { return registryToolRounds(rounds); });
@@ -488,7 +542,8 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
                                    [&] { return crowdedFolderRounds(root, rounds); });
 
     std::printf("Brindlemark benchmarks: medians of interleaved rounds with their baselines\n");
-    printTable({startUp, registryTool, trayMenu, enable, save, memory, urlToFile, crowded});
+    printTable({startUp, registryTool, trayMenu, enable, save, memory, urlToFile, duringBurst,
+                afterBurst, crowded});
 }
 
 } // namespace

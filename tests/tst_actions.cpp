@@ -1,7 +1,9 @@
-// File creation: the first free name, numbering, modes, and the names and folders it refuses.
+// File creation: the first free name, numbering, modes, and the names and folders it refuses;
+// which of a burst's new files are shown.
 #include "TestSupport.h"
 
 #include "actions/FileCreation.h"
+#include "actions/PendingShows.h"
 
 #include <sys/stat.h>
 
@@ -43,6 +45,62 @@ private slots:
             {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
             // "." and ".." are in every folder: taken, and the numbering goes on.
             {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"}, {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
+    }
+
+    void numberingFollowsTheFolder() {
+        // One burst's steps -> the files it made. "+" makes a file, "-x" removes x, "=x" makes x,
+        // "x>y" renames x to y, "@" puts a new empty folder in the old one's place. Between the
+        // burst's files the folder changes behind its back: the first free name all the same.
+        expectEach(
+            [](const QString& steps) -> QString {
+                TestHome home;
+                const QString folder = home.file("f");
+                FolderNames burst;
+                QStringList made;
+                bool done = QDir().mkpath(folder);
+                for (const QString& step : steps.split(';')) {
+                    const QString name = folder + '/' + step.mid(1);
+                    if (step == "+")
+                        made << createFileFromTemplate(Template{{"prefix", "p"}, {"suffix", "txt"}},
+                                                       folder, &burst)
+                                    .filePath.section('/', -1);
+                    else if (step == "@")
+                        done = done && QDir().rename(folder, home.file("old")) &&
+                               QDir().mkpath(folder);
+                    else if (step.startsWith('-'))
+                        done = done && QFile::remove(name);
+                    else if (step.startsWith('='))
+                        done = done && writeFile(name, "");
+                    else
+                        done = done && QFile::rename(folder + '/' + step.section('>', 0, 0),
+                                                     folder + '/' + step.section('>', 1));
+                }
+                return made.join(',') + (done ? "" : " (a step failed)");
+            },
+            {{"+;+;+", "p.txt,p 1.txt,p 2.txt"},
+             {"+;+;-p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
+             {"+;+;+;-p 1.txt;+", "p.txt,p 1.txt,p 2.txt,p 1.txt"},
+             {"+;=p 1.txt;=p 2.txt;+", "p.txt,p 3.txt"},
+             {"+;+;p 1.txt>q;+;q>p 3.txt;+;+", "p.txt,p 1.txt,p 1.txt,p 2.txt,p 4.txt"},
+             {"+;+;@;+", "p.txt,p 1.txt,p.txt"}});
+    }
+
+    void pendingShows() {
+        // "files of a burst" -> what is shown: each folder once, its last file, in the order of
+        // those last files. Then nothing is pending.
+        PendingShows pending;
+        expectEach(
+            [&](const QString& burst) {
+                for (const QString& file : burst.split(','))
+                    pending.add(file);
+                const QString shown = pending.take().join(',');
+                return shown + "|" + pending.take().join(',');
+            },
+            {{"/a/1", "/a/1|"},
+             {"/a/1,/a/2,/a/3", "/a/3|"},
+             {"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|"},
+             {"/a/1,/a/b/1,/a//2,/a/b/./2", "/a//2,/a/b/./2|"},
+             {"/1,/a/1,/2", "/a/1,/2|"}});
     }
 
     void modes()

@@ -1,5 +1,7 @@
 #include "actions/FileCreation.h"
 
+#include "actions/FolderChanges.h"
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -36,35 +38,56 @@ Attempt createExclusively(const QString& path, bool executable)
     return Attempt::Created;
 }
 
-// What the folder holds, read once: whether the plain name is taken, and which numbers are taken
-// among "base N.suffix" (N written as numbering writes it: digits, no leading zero). Far cheaper
-// than asking after every candidate name in a folder of thousands of numbered files.
-struct TakenNames {
-    bool plain = false;
-    std::unordered_set<qint64> numbers;
-};
+// The names numbering looks for: the plain one, and "start N end" with N written as numbering
+// writes it (digits, no leading zero).
+struct NamePattern {
+    QByteArray plain, start, end;
 
-std::optional<TakenNames> takenNames(const QString& folder, const QByteArray& plain, const QByteArray& start,
-                                     const QByteArray& end)
-{
-    DIR* listing = ::opendir(QFile::encodeName(folder).constData());
-    if (!listing)
-        return std::nullopt;
-    TakenNames taken;
-    while (const dirent* entry = ::readdir(listing)) {
-        const QByteArrayView name(entry->d_name);
+    bool operator==(const NamePattern&) const = default;
+
+    // 0 for the plain name, N for the numbered one, -1 for any other name.
+    qint64 numberOf(QByteArrayView name) const {
         if (name == plain)
-            taken.plain = true;
+            return 0;
         if (name.size() <= start.size() + end.size() || !name.startsWith(start) || !name.endsWith(end))
-            continue;
+            return -1;
         const QByteArrayView digits = name.sliced(start.size(), name.size() - start.size() - end.size());
         if (digits.size() > 18 || digits.front() == '0' ||
             !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
-            continue;
-        taken.numbers.insert(digits.toLongLong());
+            return -1;
+        return digits.toLongLong();
     }
+};
+
+// Which of those names a folder holds: whether the plain one is taken, and which numbers are.
+// Far cheaper than asking after every candidate name in a folder of thousands of numbered files.
+struct TakenNames {
+    bool plain = false;
+    std::unordered_set<qint64> numbers;
+    qint64 firstFree = 1; // every number below it is taken
+
+    void set(qint64 number, bool taken) {
+        if (number == 0) {
+            plain = taken;
+        } else if (number > 0 && taken) {
+            numbers.insert(number);
+            while (numbers.count(firstFree) > 0)
+                ++firstFree;
+        } else if (number > 0 && numbers.erase(number) > 0) {
+            firstFree = std::min(firstFree, number);
+        }
+    }
+};
+
+bool readNames(const QByteArray& folder, const NamePattern& pattern, TakenNames& taken) {
+    DIR* listing = ::opendir(folder.constData());
+    if (!listing)
+        return false;
+    taken = TakenNames();
+    while (const dirent* entry = ::readdir(listing))
+        taken.set(pattern.numberOf(entry->d_name), true);
     ::closedir(listing);
-    return taken;
+    return true;
 }
 
 bool staysInFolder(const QString& name) { return !name.contains(u'/') && !name.contains(QChar(0)); }
@@ -75,6 +98,50 @@ bool namesAFolderItself(const QString& name) { return name == u"." || name == u"
 
 } // namespace
 
+struct FolderNames::Known {
+    QString folder;
+    NamePattern pattern;
+    dev_t device = 0;
+    ino_t inode = 0;
+    TakenNames taken;
+    FolderChanges changes;
+    bool followed = false; // `taken` stays current through `changes`
+
+    // What the folder holds now: what is known with the changes since, when the same folder has
+    // been followed all along; else what it holds when read again. Nothing when it cannot be read.
+    TakenNames* namesIn(const QString& path, const NamePattern& wanted) {
+        const QByteArray native = QFile::encodeName(path);
+        struct stat info {};
+        const bool exists = ::stat(native.constData(), &info) == 0;
+        if (followed && exists && path == folder && wanted == pattern && info.st_dev == device &&
+            info.st_ino == inode && changes.takeChanges([this](QByteArrayView name, bool appeared) {
+                taken.set(pattern.numberOf(name), appeared);
+            }))
+            return &taken;
+        // Watched before it is read: a change made during the reading is also reported, and
+        // applying it once more changes nothing.
+        followed = exists && changes.watch(native);
+        folder = path;
+        pattern = wanted;
+        device = info.st_dev;
+        inode = info.st_ino;
+        if (readNames(native, pattern, taken))
+            return &taken;
+        changes.stop();
+        followed = false;
+        return nullptr;
+    }
+};
+
+FolderNames::FolderNames() : m_known(std::make_unique<Known>()) {}
+
+FolderNames::~FolderNames() = default;
+
+void FolderNames::forget() {
+    m_known->changes.stop();
+    m_known->followed = false;
+}
+
 bool isExistingFolder(const QString& folder)
 {
     // Only an absolute path names a folder: a relative one would depend on where Brindlemark
@@ -82,8 +149,8 @@ bool isExistingFolder(const QString& folder)
     return QDir::isAbsolutePath(folder) && !folder.contains(QChar(0)) && QFileInfo(folder).isDir();
 }
 
-FileCreation createFileFromTemplate(const Template& record, const QString& folder)
-{
+FileCreation createFileFromTemplate(const Template& record, const QString& folder,
+                                    FolderNames* names) {
     FileCreation result;
     if (!isExistingFolder(folder)) {
         result.status = FileCreation::NotAFolder;
@@ -103,12 +170,21 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
     // A listed name is taken, a dangling link included. A name missing from the list may still
     // be taken (made since, or the same name in another case on a folder that ignores case):
     // the exclusive creation finds out, and the numbering goes on.
-    const std::optional<TakenNames> taken =
-        takenNames(folder, QFile::encodeName(plain), QFile::encodeName(base + u' '),
-                   suffix.isEmpty() ? QByteArray() : QFile::encodeName(u'.' + suffix));
-    for (qint64 n = namesAFolderItself(plain) ? 1 : 0;; ++n) {
-        if (taken && (n == 0 ? taken->plain : taken->numbers.count(n) > 0))
-            continue;
+    const NamePattern pattern{QFile::encodeName(plain), QFile::encodeName(base + u' '),
+                              suffix.isEmpty() ? QByteArray() : QFile::encodeName(u'.' + suffix)};
+    TakenNames readNow;
+    TakenNames* taken = names ? names->m_known->namesIn(folder, pattern)
+                        : readNames(QFile::encodeName(folder), pattern, readNow) ? &readNow
+                                                                                 : nullptr;
+    // After the plain name the first free number, after a number the next one not known taken.
+    const auto candidateAfter = [&](qint64 n) {
+        n = n == 0 && taken ? taken->firstFree : n + 1;
+        while (taken && taken->numbers.count(n) > 0)
+            ++n;
+        return n;
+    };
+    for (qint64 n = namesAFolderItself(plain) || (taken && taken->plain) ? candidateAfter(0) : 0;;
+         n = candidateAfter(n)) {
         // One multi-argument arg() call: a "%1" inside the prefix must stay literal text.
         const QString name = n == 0 ? plain
                              : suffix.isEmpty() ? QStringLiteral("%1 %2").arg(base, QString::number(n))
@@ -118,6 +194,8 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
             continue;
         switch (createExclusively(path, executable)) {
         case Attempt::Created:
+            if (taken)
+                taken->set(n, true); // the watch reports it too: the same once more
             result.status = FileCreation::Created;
             result.filePath = path;
             return result;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "actions/FileCreation.h"
+#include "actions/PendingShows.h"
 #include "templates/Template.h"
 
 #include <QObject>
@@ -128,6 +130,7 @@ private:
     void watchTemplateStore();
     void retrySoonWhilePending();
     void showQueuedErrors();
+    void endBurst();
     void openApplicationInFolder(const QString& application, const QString& folder);
     QString folderForCommand();
     QStringList registrationArguments() const;
@@ -150,6 +153,12 @@ private:
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;
     QQueue<QString> m_pendingErrors;
+    // A burst: the files made before the event loop comes back, or before the last part of a
+    // launch that arrives in parts. Its folder is read once, its files are shown once per folder
+    // when it ends.
+    bool m_burstEnding = false;
+    FolderNames m_burstFolder;
+    PendingShows m_pendingShows;
     bool m_showingErrors = false;
     std::unique_ptr<ToolSequence> m_enabling;
     QString m_storedText; // the stored list as this instance last read or wrote it

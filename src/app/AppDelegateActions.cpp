@@ -21,7 +21,15 @@ namespace brindlemark {
 void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
 {
     const Template chosen = record ? *record : templateWithIdentifier(FallbackTemplateIdentifier);
-    const FileCreation creation = createFileFromTemplate(chosen, inFolder);
+    // The burst ends once the event loop comes back, after the command (and after the last part
+    // of a launch that arrives in parts): a launch is answered as soon as its files exist, and the
+    // files of a launch's URLs, or of the launches that came in together, are shown once per
+    // folder.
+    if (!m_burstEnding) {
+        m_burstEnding = true;
+        QTimer::singleShot(0, this, &AppDelegate::endBurst);
+    }
+    const FileCreation creation = createFileFromTemplate(chosen, inFolder, &m_burstFolder);
     switch (creation.status) {
     case FileCreation::NotAFolder:
         showError(QStringLiteral("Not a folder: %1").arg(inFolder));
@@ -31,9 +39,21 @@ void AppDelegate::createTemplate(const std::optional<Template>& record, const QS
         return;
     case FileCreation::Created:
         setStatusText(QStringLiteral("Created %1").arg(QFileInfo(creation.filePath).fileName()));
-        m_platform.showFileInFileManager(creation.filePath);
+        m_pendingShows.add(creation.filePath);
         return;
     }
+}
+
+void AppDelegate::endBurst() {
+    // A launch that arrives in parts is one burst: it ends after the last part.
+    if (m_platform.isReceivingLaunch()) {
+        QTimer::singleShot(0, this, &AppDelegate::endBurst);
+        return;
+    }
+    m_burstEnding = false;
+    m_burstFolder.forget();
+    for (const QString& file : m_pendingShows.take())
+        m_platform.showFileInFileManager(file);
 }
 
 void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder)

@@ -91,8 +91,13 @@ public:
     virtual std::optional<int> handOffToRunningInstance(const QStringList& urls) = 0;
 
     // Called once, when the application runs: the URLs of every later launch arrive through
-    // `deliver`, in order, each launch's list once (an empty list: started again without URLs).
+    // `deliver`, in order, each launch's list once or, when long, in parts one after another (an
+    // empty list: started again without URLs).
     virtual void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) = 0;
+
+    // True while a launch's URLs are delivered in parts and some are still to come: the
+    // controller keeps such a launch's files together, as one burst.
+    virtual bool isReceivingLaunch() { return false; }
 };
 
 std::unique_ptr<Platform> createPlatform();

@@ -2,12 +2,15 @@
 // the real ones answer about their windows, from one JSON argument:
 //   {"kind": "nautilus", "windows": {"/org/gnome/Nautilus/window/1": ["file:///a", ...], ...}}
 //   {"kind": "dolphin",  "windows": [{"winId": 4194310, "open": ["file:///a", ...]}, ...]}
+//   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
+//   call's first URI to the log, one a line
 // With "hang": true it takes its names and then never answers. It prints its unique bus name
 // once it is ready.
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMetaType>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -28,6 +31,22 @@ public:
 
 private:
     Locations m_windows;
+};
+
+class FileManager1 : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public:
+    explicit FileManager1(QString log) : m_log(std::move(log)) {}
+public slots:
+    void ShowItems(const QStringList& uris, const QString&) {
+        QFile log(m_log);
+        if (log.open(QIODevice::Append))
+            log.write(uris.value(0).toUtf8() + '\n');
+    }
+
+private:
+    QString m_log;
 };
 
 class KMainWindow : public QDBusAbstractAdaptor {
@@ -83,6 +102,12 @@ int main(int argc, char** argv)
         auto* nautilus = new Nautilus(windows);
         bus.registerObject("/org/freedesktop/FileManager1", nautilus, QDBusConnection::ExportAllProperties);
         if (!take(bus, "org.gnome.Nautilus"))
+            return 3;
+    } else if (setup["kind"] == "showitems") {
+        bus.registerObject("/org/freedesktop/FileManager1",
+                           new FileManager1(setup["log"].toString()),
+                           QDBusConnection::ExportAllSlots);
+        if (!take(bus, "org.freedesktop.FileManager1"))
             return 3;
     } else if (setup["kind"] == "dolphin") {
         int n = 0;

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QSocketNotifier>
 
+#include <algorithm>
+
 #include <cerrno>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,6 +20,9 @@ struct InstanceServer::Connection {
     std::string received;
     QDeadlineTimer deadline{IdleLimitMilliseconds};
     bool handling = false; // the whole message came and is being handled: it stays
+    std::vector<std::string> urls;
+    std::size_t handedOn = 0;  // of urls
+    std::size_t heldBytes = 0; // of the message whose URLs are handed on: counted until it is done
 };
 
 InstanceServer::InstanceServer(QObject* parent) : QObject(parent)
@@ -141,15 +146,42 @@ void InstanceServer::read(int fd)
     }
     connection.handling = true;
     connection.notifier->setEnabled(false);
-    m_buffered -= received.size();
+    connection.heldBytes = received.size();
     std::string().swap(received);
+    connection.urls = std::move(decoded);
+    handOnPart(fd);
+}
+
+void InstanceServer::handOnPart(int fd) {
+    const auto found = m_connections.find(fd);
+    if (found == m_connections.end())
+        return;
+    Connection* connection = found->second.get();
+    const std::size_t end = std::min(connection->urls.size(), connection->handedOn + PartSize);
     QStringList urls;
-    for (const std::string& url : decoded)
-        urls << QString::fromStdString(url);
+    for (std::size_t i = connection->handedOn; i < end; ++i)
+        urls << QString::fromStdString(connection->urls[i]);
+    connection->handedOn = end;
+    const bool last = end == connection->urls.size();
     emit urlsReceived(urls); // may run an alert's event loop: other launches go on meanwhile
+    if (!last) {
+        // The rest on a later pass; the connection stays until its answer has gone.
+        QTimer::singleShot(0, this, [this, fd, connection] {
+            const auto still = m_connections.find(fd);
+            if (still != m_connections.end() && still->second.get() == connection)
+                handOnPart(fd);
+        });
+        return;
+    }
     const char answer = channel::Acknowledgement;
     (void)::send(fd, &answer, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
     drop(fd);
+}
+
+bool InstanceServer::isHandingOn() const {
+    return std::any_of(m_connections.begin(), m_connections.end(), [](const auto& entry) {
+        return entry.second->handedOn < entry.second->urls.size();
+    });
 }
 
 void InstanceServer::drop(int fd)
@@ -160,7 +192,7 @@ void InstanceServer::drop(int fd)
     // The notifier may be the sender of the signal being handled: it goes once control returns.
     found->second->notifier->setEnabled(false);
     found->second->notifier->deleteLater();
-    m_buffered -= found->second->received.size();
+    m_buffered -= found->second->received.size() + found->second->heldBytes;
     m_connections.erase(found);
     ::close(fd);
     if (m_accepting && !m_accepting->isEnabled())

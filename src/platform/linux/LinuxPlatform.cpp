@@ -21,7 +21,6 @@
 #include <QSettings>
 #include <QStandardPaths>
 #include <QThread>
-#include <QTimer>
 #include <QUrl>
 
 #include <cstdio>
@@ -191,29 +190,26 @@ void openFolder(const QString& folder)
 
 void LinuxPlatform::showFileInFileManager(const QString& filePath)
 {
-    // After the current command: a launch that asked for the file is answered once the file
-    // exists, without waiting for the file manager to be asked.
-    QTimer::singleShot(0, qApp, [filePath] {
-        const QString folder = QFileInfo(filePath).absolutePath();
-        QDBusConnection bus = frontfolder::sessionBusIfRunning();
-        if (!bus.isConnected()) {
-            openFolder(folder);
-            return;
-        }
-        // The freedesktop file-manager interface selects the file; without a file manager that
-        // offers it, the folder is opened instead. Nothing waits for the answer.
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
-            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-        call << QStringList{QUrl::fromLocalFile(filePath).toString(QUrl::FullyEncoded)} << QString();
-        auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000), qApp);
-        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
-                         [folder](QDBusPendingCallWatcher* finished) {
-                             if (finished->isError())
-                                 openFolder(folder);
-                             finished->deleteLater();
-                         });
-    });
+    const QString folder = QFileInfo(filePath).absolutePath();
+    QDBusConnection bus = frontfolder::sessionBusIfRunning();
+    if (!bus.isConnected()) {
+        openFolder(folder);
+        return;
+    }
+    // The freedesktop file-manager interface selects the file; without a file manager that
+    // offers it, the folder is opened instead. Nothing waits for the answer.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"),
+        QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << QStringList{QUrl::fromLocalFile(filePath).toString(QUrl::FullyEncoded)} << QString();
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000), qApp);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [folder](QDBusPendingCallWatcher* finished) {
+                         if (finished->isError())
+                             openFolder(folder);
+                         finished->deleteLater();
+                     });
 }
 
 void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText)
@@ -262,6 +258,10 @@ void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)>
     if (!m_server->listen(socketPath))
         std::fprintf(stderr, "brindlemark: cannot listen on %s; later launches will not reach this one.\n",
                      qPrintable(socketPath));
+}
+
+bool LinuxPlatform::isReceivingLaunch() {
+    return m_server && m_server->isHandingOn();
 }
 
 std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }

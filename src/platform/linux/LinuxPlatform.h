@@ -38,6 +38,7 @@ public:
     void runAlert(const QString& messageText, const QString& informativeText) override;
     std::optional<int> handOffToRunningInstance(const QStringList& urls) override;
     void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override;
+    bool isReceivingLaunch() override;
 
     static QString userDefaultsFilePath();
     static QString extensionPreferencesFilePath();
