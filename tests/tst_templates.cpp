@@ -27,10 +27,10 @@ QString ids(const TemplateList& templates)
 const QString builtIns = "text,markdown,json,shell,python,ruby";
 
 // Rows as "id:title:prefix" separated by commas; the other members are left out.
-TemplateList rows(const QString& spec)
+TemplateList rows(const QString& written)
 {
     TemplateList list;
-    for (const QString& row : spec.split(',', Qt::SkipEmptyParts)) {
+    for (const QString& row : written.split(',', Qt::SkipEmptyParts)) {
         const QStringList members = row.split(':');
         list << Template{{"id", members[0]}, {"title", members[1]}, {"prefix", members[2]}, {"suffix", "txt"}, {"enabled", true}, {"executable", false}};
     }
@@ -153,9 +153,9 @@ private slots:
         // The copies as "state text@time" (R read, U unreadable, M missing), the user defaults
         // first: which text is the stored list. L1..L3 are lists, B is broken.
         const QMap<QString, QString> texts{{"L1", R"([{"id":"1"}])"}, {"L2", R"([{"id":"2"}])"}, {"L3", "[]"}, {"B", "[{"}};
-        expectEach([&](const QString& spec) {
+        expectEach([&](const QString& copiesText) {
             QList<StoredCopy> copies;
-            for (const QString& each : spec.split(',')) {
+            for (const QString& each : copiesText.split(',')) {
                 const QStringList parts = each.trimmed().split(QRegularExpression("[ @]"));
                 StoredCopy copy;
                 copy.state = parts[0] == "R" ? StoredCopy::State::Read : parts[0] == "U" ? StoredCopy::State::Unreadable : StoredCopy::State::Missing;
