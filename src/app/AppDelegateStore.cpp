@@ -27,7 +27,8 @@ constexpr int StoreSettleMilliseconds = 150;
 
 void AppDelegate::loadTemplates() {
     const StoreLock lock(m_platform.templateBackupFolder());
-    // Only under the lock: a save of another instance may be writing its files right now.
+    // What killed saves left; a save of another instance that is writing right now holds its
+    // temporary files locked, and they stay.
     m_platform.removeInterruptedSaves();
     const ChosenText stored = chosenStoredText(m_platform.storedTemplatesCopies(TemplatesJSONKey));
     LoadedTemplates loaded = loadedTemplates(stored.text);
