@@ -18,8 +18,7 @@ namespace brindlemark::bench {
 
 using namespace std::chrono_literals;
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command)
-{
+ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -35,13 +34,11 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command)
         throw Unmeasurable("cannot start " + command[0] + ": " + std::strerror(error));
 }
 
-ChildProcess::~ChildProcess()
-{
+ChildProcess::~ChildProcess() {
     stop();
 }
 
-std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds timeout)
-{
+std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds timeout) {
     // A pid file descriptor wakes the wait the moment the child ends, where polling would add
     // its own interval to every measured time.
     const int pidFd = int(::syscall(SYS_pidfd_open, m_pid, 0));
@@ -61,24 +58,21 @@ std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds timeout)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void ChildProcess::stop()
-{
+void ChildProcess::stop() {
     if (m_reaped || m_pid <= 0)
         return;
     ::kill(-m_pid, SIGKILL);
     waitForExit(std::chrono::minutes(1));
 }
 
-void runToSuccess(const std::vector<std::string>& command)
-{
+void runToSuccess(const std::vector<std::string>& command) {
     ChildProcess child(command);
     const std::optional<int> status = child.waitForExit(std::chrono::minutes(1));
     if (status != 0)
         throw Unmeasurable(command[0] + (status ? " failed" : " did not end within a minute"));
 }
 
-void killAndWaitUntilGone(pid_t pid)
-{
+void killAndWaitUntilGone(pid_t pid) {
     if (pid <= 0)
         return;
     ::kill(pid, SIGKILL);
@@ -91,8 +85,7 @@ void killAndWaitUntilGone(pid_t pid)
     }
 }
 
-double residentMebibytes(pid_t pid)
-{
+double residentMebibytes(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string key;
     while (status >> key) {

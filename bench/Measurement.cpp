@@ -12,8 +12,7 @@
 
 namespace brindlemark::bench {
 
-double median(QList<double> values)
-{
+double median(QList<double> values) {
     if (values.isEmpty())
         return 0;
     std::sort(values.begin(), values.end());
@@ -21,8 +20,7 @@ double median(QList<double> values)
     return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
-double millisecondsOf(const std::function<void()>& work)
-{
+double millisecondsOf(const std::function<void()>& work) {
     QElapsedTimer clock;
     clock.start();
     work();
@@ -30,8 +28,7 @@ double millisecondsOf(const std::function<void()>& work)
 }
 
 Samples interleaved(int rounds, const std::function<double(int)>& measured,
-                    const std::function<double(int)>& baseline, int warmUps)
-{
+                    const std::function<double(int)>& baseline, int warmUps) {
     for (int round = -warmUps; round < 0; ++round) {
         measured(round);
         baseline(round);
@@ -49,8 +46,7 @@ Samples interleaved(int rounds, const std::function<double(int)>& measured,
     return samples;
 }
 
-bool processEventsUntil(const std::function<bool()>& done, int limitMilliseconds)
-{
+bool processEventsUntil(const std::function<bool()>& done, int limitMilliseconds) {
     const QDeadlineTimer deadline(limitMilliseconds);
     QTimer wake; // ends the last sleep at the deadline
     wake.setSingleShot(true);
@@ -63,14 +59,12 @@ bool processEventsUntil(const std::function<bool()>& done, int limitMilliseconds
     return true;
 }
 
-void processEventsFor(int milliseconds)
-{
+void processEventsFor(int milliseconds) {
     processEventsUntil([] { return false; }, milliseconds);
 }
 
 double longestEventLoopBlock(const std::function<void()>& action,
-                             const std::function<bool()>& finished, int limitMilliseconds)
-{
+                             const std::function<bool()>& finished, int limitMilliseconds) {
     QElapsedTimer clock;
     qint64 lastTick = 0;
     qint64 longest = 0;
@@ -93,8 +87,7 @@ double longestEventLoopBlock(const std::function<void()>& action,
 }
 
 Row measureRow(const QString& what, const QString& unit, const QString& baselineName, Goal goal,
-               const std::function<Samples()>& measure)
-{
+               const std::function<Samples()>& measure) {
     std::fprintf(stderr, "bench: %s\n", qPrintable(what));
     Row row{what, unit, baselineName, goal, {}, {}};
     try {
@@ -107,8 +100,7 @@ Row measureRow(const QString& what, const QString& unit, const QString& baseline
 
 namespace {
 
-QString goalText(const Goal& goal, double value, double ratio)
-{
+QString goalText(const Goal& goal, double value, double ratio) {
     switch (goal.kind) {
     case Goal::None:
         return QStringLiteral("(no goal)");
@@ -126,8 +118,7 @@ QString goalText(const Goal& goal, double value, double ratio)
 
 } // namespace
 
-void printTable(const QList<Row>& rows)
-{
+void printTable(const QList<Row>& rows) {
     std::printf("%-26s %10s      %-34s %10s      %8s  %-18s %s\n", "row", "median", "baseline",
                 "median", "ratio", "goal", "runs");
     for (const Row& row : rows) {

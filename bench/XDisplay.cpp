@@ -19,18 +19,14 @@ namespace brindlemark::bench {
 
 namespace {
 
-template <typename T>
-using Reply = std::unique_ptr<T, decltype(&std::free)>;
+template <typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
 
-template <typename T>
-Reply<T> reply(T* pointer)
-{
+template <typename T> Reply<T> reply(T* pointer) {
     return Reply<T>(pointer, &std::free);
 }
 
 // Reads what Xvfb writes to its -displayfd descriptor: the display number and a newline.
-std::string readDisplayNumber(int fd, std::chrono::milliseconds timeout)
-{
+std::string readDisplayNumber(int fd, std::chrono::milliseconds timeout) {
     std::string number;
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     char c = 0;
@@ -48,8 +44,7 @@ std::string readDisplayNumber(int fd, std::chrono::milliseconds timeout)
 }
 
 // The last line of Xvfb's messages: why it did not start, when it says.
-std::string lastLine(const std::string& path)
-{
+std::string lastLine(const std::string& path) {
     std::ifstream log(path);
     std::string line, last = "no message";
     while (std::getline(log, line))
@@ -60,8 +55,7 @@ std::string lastLine(const std::string& path)
 
 } // namespace
 
-VirtualDisplay::VirtualDisplay(const std::string& logPath)
-{
+VirtualDisplay::VirtualDisplay(const std::string& logPath) {
     int pipeFds[2];
     if (::pipe2(pipeFds, O_CLOEXEC) != 0)
         throw Unmeasurable("cannot make a pipe for Xvfb");
@@ -96,13 +90,11 @@ VirtualDisplay::VirtualDisplay(const std::string& logPath)
     m_name = ":" + number;
 }
 
-VirtualDisplay::~VirtualDisplay()
-{
+VirtualDisplay::~VirtualDisplay() {
     stop();
 }
 
-void VirtualDisplay::stop()
-{
+void VirtualDisplay::stop() {
     if (m_pid <= 0)
         return;
     ::kill(m_pid, SIGTERM);
@@ -110,8 +102,7 @@ void VirtualDisplay::stop()
     m_pid = -1;
 }
 
-WindowMapWatch::WindowMapWatch(const std::string& display)
-{
+WindowMapWatch::WindowMapWatch(const std::string& display) {
     int screenNumber = 0;
     m_connection = xcb_connect(display.c_str(), &screenNumber);
     if (xcb_connection_has_error(m_connection)) {
@@ -129,13 +120,11 @@ WindowMapWatch::WindowMapWatch(const std::string& display)
     m_pidAtom = atom ? atom->atom : 0;
 }
 
-WindowMapWatch::~WindowMapWatch()
-{
+WindowMapWatch::~WindowMapWatch() {
     xcb_disconnect(m_connection);
 }
 
-void WindowMapWatch::forgetEarlierMaps()
-{
+void WindowMapWatch::forgetEarlierMaps() {
     // A round trip first: every event the server sent before it has then arrived.
     std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection))
@@ -143,8 +132,7 @@ void WindowMapWatch::forgetEarlierMaps()
 }
 
 std::optional<WindowMapWatch::Mapped>
-WindowMapWatch::waitForWindow(std::chrono::milliseconds timeout, pid_t ignoredPid)
-{
+WindowMapWatch::waitForWindow(std::chrono::milliseconds timeout, pid_t ignoredPid) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     pollfd readable{xcb_get_file_descriptor(m_connection), POLLIN, 0};
     for (;;) {
@@ -169,8 +157,7 @@ WindowMapWatch::waitForWindow(std::chrono::milliseconds timeout, pid_t ignoredPi
     }
 }
 
-pid_t WindowMapWatch::windowPid(std::uint32_t window)
-{
+pid_t WindowMapWatch::windowPid(std::uint32_t window) {
     if (!m_pidAtom)
         return 0;
     const auto property = reply(xcb_get_property_reply(

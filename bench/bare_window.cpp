@@ -6,8 +6,7 @@
 #include <QTableView>
 #include <QWidget>
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QStandardItemModel model(6, 5);
     for (int row = 0; row < model.rowCount(); ++row)

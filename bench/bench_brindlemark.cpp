@@ -70,8 +70,7 @@ constexpr int IdleMilliseconds = 1500;
 
 // ---- the temporary home --------------------------------------------------------------------
 
-void writeScript(const QString& path, const QByteArray& text)
-{
+void writeScript(const QString& path, const QByteArray& text) {
     QFile script(path);
     if (!script.open(QIODevice::WriteOnly) || script.write(text) != text.size())
         qFatal("cannot write %s", qPrintable(path));
@@ -81,8 +80,7 @@ void writeScript(const QString& path, const QByteArray& text)
 // Points HOME and the XDG folders into `root`, drops the session bus and session manager, and
 // puts stand-ins first on PATH: a silent xdg-open (new files are shown with it) and a pgrep that
 // finds nothing (so that restarting the file manager never quits a real one).
-void useTemporaryHome(const QString& root)
-{
+void useTemporaryHome(const QString& root) {
     for (const char* folder : {"bin", "cache", "config", "data", "run"})
         QDir().mkpath(root + u'/' + QLatin1String(folder));
     QFile::setPermissions(root + "/run",
@@ -107,8 +105,7 @@ void useTemporaryHome(const QString& root)
 // This machine's platform, with the tools and the extension bundle taken from the build.
 class BuiltToolsPlatform : public LinuxPlatform {
 public:
-    QString toolPath(Tool tool) override
-    {
+    QString toolPath(Tool tool) override {
         return ToolsFolder + u'/' + QFileInfo(LinuxPlatform::toolPath(tool)).fileName();
     }
     QString builtInPlugInsPath() override { return ToolsFolder + QStringLiteral("/PlugIns"); }
@@ -118,8 +115,7 @@ public:
 // nothing and says nothing.
 class DoNothingToolsPlatform final : public BuiltToolsPlatform {
 public:
-    QString toolPath(Tool) override
-    {
+    QString toolPath(Tool) override {
         return QStandardPaths::findExecutable(QStringLiteral("true"));
     }
 };
@@ -132,28 +128,24 @@ class WindowedRun {
 public:
     WindowedRun(WindowMapWatch& watch, const std::string& program)
         : m_started((watch.forgetEarlierMaps(), std::chrono::steady_clock::now())),
-          m_process({program})
-    {
+          m_process({program}) {
         const std::optional<WindowMapWatch::Mapped> mapped = watch.waitForWindow(20s, ::getpid());
         if (!mapped)
             throw Unmeasurable(program + " mapped no window within 20 s");
         m_mapped = *mapped;
     }
-    ~WindowedRun()
-    {
+    ~WindowedRun() {
         try {
             stop();
         } catch (const Unmeasurable&) {
         }
     }
 
-    double millisecondsToMap() const
-    {
+    double millisecondsToMap() const {
         return std::chrono::duration<double, std::milli>(m_mapped.at - m_started).count();
     }
     pid_t windowPid() const { return m_mapped.pid > 0 ? m_mapped.pid : m_process.pid(); }
-    void stop()
-    {
+    void stop() {
         m_process.stop();
         if (m_mapped.pid > 0 && m_mapped.pid != m_process.pid())
             killAndWaitUntilGone(m_mapped.pid);
@@ -168,8 +160,7 @@ private:
 // After a kill the instance's lock and socket stay behind, which they do not after a Quit: once
 // the lock's holder is gone (the lock can be taken), both are removed, so that every start finds
 // what a start after Quit finds.
-void clearStoppedInstance()
-{
+void clearStoppedInstance() {
     std::string problem;
     const QString socket =
         QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier, problem));
@@ -181,23 +172,20 @@ void clearStoppedInstance()
 }
 
 // The launcher with no arguments, as the desktop starts it; its instance gone afterwards.
-double brindlemarkStartUp(WindowMapWatch& watch)
-{
+double brindlemarkStartUp(WindowMapWatch& watch) {
     WindowedRun run(watch, Launcher);
     run.stop();
     clearStoppedInstance();
     return run.millisecondsToMap();
 }
 
-double bareWindowStartUp(WindowMapWatch& watch)
-{
+double bareWindowStartUp(WindowMapWatch& watch) {
     WindowedRun run(watch, BareWindow);
     return run.millisecondsToMap();
 }
 
 // The resident memory of the program's window process once it has been shown and idle.
-double idleMemory(WindowMapWatch& watch, const std::string& program)
-{
+double idleMemory(WindowMapWatch& watch, const std::string& program) {
     WindowedRun run(watch, program);
     QThread::msleep(IdleMilliseconds);
     const double mebibytes = residentMebibytes(run.windowPid());
@@ -209,23 +197,20 @@ double idleMemory(WindowMapWatch& watch, const std::string& program)
 
 // ---- the rows ------------------------------------------------------------------------------
 
-Samples startUpRounds(WindowMapWatch& watch, int rounds)
-{
+Samples startUpRounds(WindowMapWatch& watch, int rounds) {
     // The warm-up start also saves the templates, so every measured one finds them saved.
     return interleaved(
         rounds, [&](int) { return brindlemarkStartUp(watch); },
         [&](int) { return bareWindowStartUp(watch); });
 }
 
-Samples idleMemoryRounds(WindowMapWatch& watch, int rounds)
-{
+Samples idleMemoryRounds(WindowMapWatch& watch, int rounds) {
     return interleaved(
         rounds, [&](int) { return idleMemory(watch, Launcher); },
         [&](int) { return idleMemory(watch, BareWindow); }, 0);
 }
 
-void waitForFile(const QString& path)
-{
+void waitForFile(const QString& path) {
     const QDeadlineTimer deadline(10'000);
     while (!QFileInfo::exists(path)) {
         if (deadline.hasExpired())
@@ -234,8 +219,7 @@ void waitForFile(const QString& path)
     }
 }
 
-Samples urlToFileRounds(WindowMapWatch& watch, const QString& folder, int rounds)
-{
+Samples urlToFileRounds(WindowMapWatch& watch, const QString& folder, int rounds) {
     WindowedRun instance(watch, Launcher);
     const std::string touch = QStandardPaths::findExecutable(QStringLiteral("touch")).toStdString();
     auto viaUrl = [&](int round) {
@@ -305,8 +289,7 @@ Samples urlAfterBurstRounds(WindowMapWatch& watch, const QString& root, bool aft
     return samples;
 }
 
-Samples registryToolRounds(int rounds)
-{
+Samples registryToolRounds(int rounds) {
     const QString pluginKit = ToolsFolder + QStringLiteral("/brindlemark-pluginkit");
     const QString doNothing = QStandardPaths::findExecutable(QStringLiteral("true"));
     return interleaved(
@@ -325,16 +308,14 @@ Samples registryToolRounds(int rounds)
 class PaintWatch final : public QObject {
 public:
     bool painted = false;
-    bool eventFilter(QObject*, QEvent* event) override
-    {
+    bool eventFilter(QObject*, QEvent* event) override {
         painted = painted || event->type() == QEvent::Paint;
         return false;
     }
 };
 
 // From popup() until the menu is shown and has painted once; then it is hidden again.
-double openMenu(QMenu* menu)
-{
+double openMenu(QMenu* menu) {
     PaintWatch paints;
     menu->installEventFilter(&paints);
     const double milliseconds = millisecondsOf([&] {
@@ -348,16 +329,14 @@ double openMenu(QMenu* menu)
     return milliseconds;
 }
 
-Samples trayMenuRounds(AppDelegate& delegate, AppDelegate& doNothingDelegate, int rounds)
-{
+Samples trayMenuRounds(AppDelegate& delegate, AppDelegate& doNothingDelegate, int rounds) {
     return interleaved(
         rounds, [&](int) { return openMenu(delegate.statusMenu()); },
         [&](int) { return openMenu(doNothingDelegate.statusMenu()); });
 }
 
 // Every place the templates are saved to holds the title.
-bool everyPlaceHolds(LinuxPlatform& platform, const QString& title)
-{
+bool everyPlaceHolds(LinuxPlatform& platform, const QString& title) {
     const QStringList places = QStringList{LinuxPlatform::userDefaultsFilePath(),
                                            LinuxPlatform::extensionPreferencesFilePath()} +
                                platform.templateConfigFilePaths();
@@ -367,8 +346,8 @@ bool everyPlaceHolds(LinuxPlatform& platform, const QString& title)
     });
 }
 
-Samples saveRounds(AppDelegate& delegate, LinuxPlatform& platform, const QString& root, int rounds)
-{
+Samples saveRounds(AppDelegate& delegate, LinuxPlatform& platform, const QString& root,
+                   int rounds) {
     TemplateTableModel* model = delegate.templateTableModel();
     const auto& columns = model->columns();
     const auto title =
@@ -409,9 +388,7 @@ Samples saveRounds(AppDelegate& delegate, LinuxPlatform& platform, const QString
     return interleaved(rounds, edit, write);
 }
 
-template <typename Widget>
-Widget* childWithText(QWidget* window, const QString& text)
-{
+template <typename Widget> Widget* childWithText(QWidget* window, const QString& text) {
     const QList<Widget*> children = window->findChildren<Widget*>();
     const auto found = std::find_if(children.begin(), children.end(), [&](Widget* child) {
         return child->text().remove(u'&') == text;
@@ -419,8 +396,7 @@ Widget* childWithText(QWidget* window, const QString& text)
     return found == children.end() ? nullptr : *found;
 }
 
-Samples enableExtensionRounds(AppDelegate& delegate, int rounds)
-{
+Samples enableExtensionRounds(AppDelegate& delegate, int rounds) {
     QPushButton* button =
         childWithText<QPushButton>(delegate.window(), QStringLiteral("Enable Extension"));
     QLabel* status = delegate.statusLabel();
@@ -458,8 +434,7 @@ Samples enableExtensionRounds(AppDelegate& delegate, int rounds)
     return samples;
 }
 
-Samples crowdedFolderRounds(const QString& root, int rounds)
-{
+Samples crowdedFolderRounds(const QString& root, int rounds) {
     const QString crowded = root + QStringLiteral("/crowded");
     const QString empty = root + QStringLiteral("/empty");
     QDir().mkpath(crowded);
@@ -486,8 +461,7 @@ Samples crowdedFolderRounds(const QString& root, int rounds)
 
 // Every row, measured in an order that keeps them apart (the save comes before enabling the
 // extension, whose Dolphin menus a save would then rewrite), printed in the table's order.
-void measureAndPrint(const VirtualDisplay& display, const QString& root, int rounds)
-{
+void measureAndPrint(const VirtualDisplay& display, const QString& root, int rounds) {
     const int memoryRounds = std::min(rounds, 7); // each round idles for 1.5 s per program
     const QString ms = QStringLiteral("ms");
     WindowMapWatch watch(display.name());
@@ -548,8 +522,7 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::max(1, QByteArray(argv[1]).toInt()) : 31;
     QTemporaryDir home;
     const QString root = home.path();

@@ -10,8 +10,7 @@
 #include <cstdio>
 #include <vector>
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     const int runs = argc > 1 ? std::max(1, atoi(argv[1])) : 51;
     using namespace brindlemark::frontfolder;
@@ -27,6 +26,7 @@ int main(int argc, char** argv)
     const double first = times.front();
     std::sort(times.begin(), times.end());
     std::printf("folder: %s\nruns: %d  first: %.2f ms  median: %.2f ms  max: %.2f ms\n",
-                folder ? qPrintable(*folder) : "(none)", runs, first, times[times.size() / 2], times.back());
+                folder ? qPrintable(*folder) : "(none)", runs, first, times[times.size() / 2],
+                times.back());
     return 0;
 }

@@ -3,8 +3,8 @@
 #include "platform/Platform.h"
 
 #include <QEventLoop>
-#include <QTimer>
 #include <QMap>
+#include <QTimer>
 
 // A recording stand-in for the operating system: settings in memory, files under the test's
 // home, alerts and file-manager requests written down instead of shown.
@@ -13,9 +13,15 @@ public:
     explicit FakePlatform(QString home) : m_home(std::move(home)) {}
 
     QVariant userDefaultsValue(const QString& key) override { return userDefaults.value(key); }
-    void setUserDefaultsValue(const QString& key, const QString& value) override { userDefaults[key] = value; }
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override { extensionPreferences[key] = value; }
-    QStringList templateConfigFilePaths() override { return {m_home + "/ext/T.json", m_home + "/app/T.json", m_home + "/plain/T.json"}; }
+    void setUserDefaultsValue(const QString& key, const QString& value) override {
+        userDefaults[key] = value;
+    }
+    void setExtensionPreferenceValue(const QString& key, const QString& value) override {
+        extensionPreferences[key] = value;
+    }
+    QStringList templateConfigFilePaths() override {
+        return {m_home + "/ext/T.json", m_home + "/app/T.json", m_home + "/plain/T.json"};
+    }
     QString templateBackupFolder() override { return m_home + "/plain"; }
     QString toolPath(Tool tool) override { return tools.value(int(tool), "/nonexistent/tool"); }
     QString builtInPlugInsPath() override { return m_home + "/PlugIns"; }
@@ -24,10 +30,9 @@ public:
     QString desktopFolder() override { return m_home + "/Desktop"; }
     void templatesChanged(const QString& bundle) override { changeNotices << bundle; }
     void showFileInFileManager(const QString& filePath) override { shownFiles << filePath; }
-    void runAlert(const QString& messageText, const QString& informativeText) override
-    {
-        // A modal alert runs a nested event loop, where queued work arrives: so does this one, until
-        // the work queued so far is done.
+    void runAlert(const QString& messageText, const QString& informativeText) override {
+        // A modal alert runs a nested event loop, where queued work arrives: so does this one,
+        // until the work queued so far is done.
         deepestAlerts = std::max(deepestAlerts, ++m_openAlerts);
         alerts << messageText + ": " + informativeText;
         QEventLoop modal;
@@ -35,8 +40,12 @@ public:
         modal.exec();
         --m_openAlerts;
     }
-    std::optional<int> handOffToRunningInstance(const QStringList&) override { return std::nullopt; }
-    void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override { laterLaunch = deliver; }
+    std::optional<int> handOffToRunningInstance(const QStringList&) override {
+        return std::nullopt;
+    }
+    void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override {
+        laterLaunch = deliver;
+    }
 
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;

@@ -13,15 +13,15 @@
 // that disappears with this object. Nothing a test does reaches the real home.
 class TestHome {
 public:
-    TestHome()
-    {
+    TestHome() {
         QVERIFY2(m_dir.isValid(), "no temporary folder");
         m_path = QDir(m_dir.path()).canonicalPath();
         qputenv("HOME", m_path.toUtf8());
         qputenv("XDG_CONFIG_HOME", (m_path + "/config").toUtf8());
         qputenv("XDG_DATA_HOME", (m_path + "/data").toUtf8());
         QDir().mkpath(m_path + "/run");
-        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                   QFileDevice::ExeOwner);
         qputenv("XDG_RUNTIME_DIR", (m_path + "/run").toUtf8());
     }
     QString path() const { return m_path; }
@@ -32,43 +32,51 @@ private:
     QString m_path;
 };
 
-inline QByteArray readFile(const QString& path)
-{
+inline QByteArray readFile(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-inline bool writeFile(const QString& path, const QByteArray& bytes, QFileDevice::Permissions added = {})
-{
+inline bool writeFile(const QString& path, const QByteArray& bytes,
+                      QFileDevice::Permissions added = {}) {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() &&
-           file.setPermissions(file.permissions() | added);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(bytes) == bytes.size() && file.setPermissions(file.permissions() | added);
 }
 
 // A small shell script standing in for a tool, a terminal or a file manager.
-inline void writeScript(const QString& path, const QByteArray& body) { QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n", QFile::ExeOwner)); }
+inline void writeScript(const QString& path, const QByteArray& body) {
+    QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n", QFile::ExeOwner));
+}
 
-inline QStringList entries(const QString& folder) { return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name); }
+inline QStringList entries(const QString& folder) {
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot,
+                                  QDir::Name);
+}
 
 // A table of cases: each input, given to `f`, must give its expected text. A failure names the
 // input.
-inline void expectEach(const std::function<QString(const QString&)>& f, const QList<std::pair<QString, QString>>& cases)
-{
+inline void expectEach(const std::function<QString(const QString&)>& f,
+                       const QList<std::pair<QString, QString>>& cases) {
     for (const auto& [input, expected] : cases)
         if (!QTest::qCompare(f(input), expected, qPrintable(input), "expected", __FILE__, __LINE__))
             return;
 }
 
-inline QJsonObject json(const QString& text) { return QJsonDocument::fromJson(text.toUtf8()).object(); }
+inline QJsonObject json(const QString& text) {
+    return QJsonDocument::fromJson(text.toUtf8()).object();
+}
 
 // A template as "id|title|prefix|suffix|enabled|executable", flags as 1 and 0, a UUID id as "*".
-inline QString describe(const QJsonObject& record)
-{
+inline QString describe(const QJsonObject& record) {
     QStringList members;
     for (const char* key : {"id", "title", "prefix", "suffix", "enabled", "executable"})
-        members << (record.value(key).isBool() ? QString::number(record.value(key).toBool()) : record.value(key).toVariant().toString());
-    members[0].replace(QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"), "*");
+        members << (record.value(key).isBool() ? QString::number(record.value(key).toBool())
+                                               : record.value(key).toVariant().toString());
+    members[0].replace(
+        QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"),
+        "*");
     return members.join('|');
 }
 
@@ -82,8 +90,8 @@ inline constexpr char builtInTemplatesJSON[] =
     R"({"enabled":false,"executable":true,"id":"ruby","prefix":"script","suffix":"rb","title":"Ruby Script"}])";
 
 // One start of the application, by the user or for a URL (then no window).
-inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& platform, bool forURL = false)
-{
+inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& platform,
+                                                       bool forURL = false) {
     auto delegate = std::make_unique<brindlemark::AppDelegate>(platform);
     delegate->applicationWillFinishLaunching();
     if (forURL) // else the controller's own start: no URL has arrived
@@ -94,9 +102,8 @@ inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& pl
 
 // Widget tests always run on the offscreen platform, whatever display the developer has (the
 // program includes QApplication).
-#define BRINDLEMARK_WIDGET_TEST_MAIN(TestObject)                                                    \
-    int main(int argc, char** argv)                                                                \
-    {                                                                                              \
+#define BRINDLEMARK_WIDGET_TEST_MAIN(TestObject)                                                   \
+    int main(int argc, char** argv) {                                                              \
         qputenv("QT_QPA_PLATFORM", "offscreen");                                                   \
         QApplication application(argc, argv);                                                      \
         TestObject test;                                                                           \

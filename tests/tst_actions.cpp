@@ -13,38 +13,51 @@ class ActionsTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void fileNames()
-    {
+    void fileNames() {
         // "record|entries there": an entry "x/" is a folder, "x->y" a link to y.
-        expectEach([](const QString& input) {
-            TestHome home;
-            const QStringList existing = input.section('|', 1).split(',', Qt::SkipEmptyParts);
-            for (const QString& entry : existing) {
-                if (entry.endsWith('/'))
-                    QDir().mkpath(home.file(entry));
-                else if (entry.contains("->"))
-                    QFile::link(entry.section("->", 1), home.file(entry.section("->", 0, 0)));
-                else
-                    writeFile(home.file(entry), "kept");
-            }
-            const FileCreation made = createFileFromTemplate(json(input.section('|', 0, 0)), home.path());
-            bool intact = made.status == FileCreation::Created && readFile(made.filePath).isEmpty() &&
-                          QDir(home.path()).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot).size() ==
-                              existing.size() + 2; // the new file and "run"
-            for (const QString& entry : existing.filter(QRegularExpression("^[^/>]*$")))
-                intact = intact && readFile(home.file(entry)) == "kept";
-            return made.filePath.section('/', -1) + (intact ? "" : " (something else changed)");
-        }, {{R"({"prefix":"New Text File","suffix":"txt"}|)", "New Text File.txt"},
-            {R"({"prefix":"New Text File","suffix":"txt"}|New Text File.txt,New Text File 1.txt,New Text File 3.txt)", "New Text File 2.txt"},
-            {R"({"prefix":"New Text File","suffix":"txt"}|New Text File 1.txt)", "New Text File.txt"},
-            {R"({"title":"Notes","prefix":"  ","suffix":"md"}|)", "Notes.md"}, {R"({"prefix":"base","suffix":"."}|base)", "base 1"},
-            {R"({"prefix":"base"}|base,base 1)", "base 2"}, {R"({"prefix":"x","suffix":"..txt"}|x.txt)", "x 1.txt"},
-            {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"}, {R"({"prefix":"x","suffix":".tar.gz"}|)", "x.tar.gz"},
-            {R"({"prefix":"x","suffix":"sh"}|x.sh/,t,x 1.sh->t)", "x 2.sh"}, {R"({"prefix":"x","suffix":"sh"}|x.sh->gone)", "x 1.sh"},
-            {R"({"prefix":"50%1 off","suffix":"%2"}|50%1 off.%2)", "50%1 off 1.%2"},
-            {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"}, {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
-            // "." and ".." are in every folder: taken, and the numbering goes on.
-            {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"}, {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
+        expectEach(
+            [](const QString& input) {
+                TestHome home;
+                const QStringList existing = input.section('|', 1).split(',', Qt::SkipEmptyParts);
+                for (const QString& entry : existing) {
+                    if (entry.endsWith('/'))
+                        QDir().mkpath(home.file(entry));
+                    else if (entry.contains("->"))
+                        QFile::link(entry.section("->", 1), home.file(entry.section("->", 0, 0)));
+                    else
+                        writeFile(home.file(entry), "kept");
+                }
+                const FileCreation made =
+                    createFileFromTemplate(json(input.section('|', 0, 0)), home.path());
+                bool intact = made.status == FileCreation::Created &&
+                              readFile(made.filePath).isEmpty() &&
+                              QDir(home.path())
+                                      .entryList(QDir::AllEntries | QDir::System | QDir::Hidden |
+                                                 QDir::NoDotAndDotDot)
+                                      .size() == existing.size() + 2; // the new file and "run"
+                for (const QString& entry : existing.filter(QRegularExpression("^[^/>]*$")))
+                    intact = intact && readFile(home.file(entry)) == "kept";
+                return made.filePath.section('/', -1) + (intact ? "" : " (something else changed)");
+            },
+            {{R"({"prefix":"New Text File","suffix":"txt"}|)", "New Text File.txt"},
+             {R"({"prefix":"New Text File","suffix":"txt"}|New Text File.txt,New Text File 1.txt,New Text File 3.txt)",
+              "New Text File 2.txt"},
+             {R"({"prefix":"New Text File","suffix":"txt"}|New Text File 1.txt)",
+              "New Text File.txt"},
+             {R"({"title":"Notes","prefix":"  ","suffix":"md"}|)", "Notes.md"},
+             {R"({"prefix":"base","suffix":"."}|base)", "base 1"},
+             {R"({"prefix":"base"}|base,base 1)", "base 2"},
+             {R"({"prefix":"x","suffix":"..txt"}|x.txt)", "x 1.txt"},
+             {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"},
+             {R"({"prefix":"x","suffix":".tar.gz"}|)", "x.tar.gz"},
+             {R"({"prefix":"x","suffix":"sh"}|x.sh/,t,x 1.sh->t)", "x 2.sh"},
+             {R"({"prefix":"x","suffix":"sh"}|x.sh->gone)", "x 1.sh"},
+             {R"({"prefix":"50%1 off","suffix":"%2"}|50%1 off.%2)", "50%1 off 1.%2"},
+             {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"},
+             {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
+             // "." and ".." are in every folder: taken, and the numbering goes on.
+             {"{\"prefix\":\".\",\"suffix\":\".\"}|", ". 1"},
+             {"{\"prefix\":\"..\"}|.. 1", ".. 2"}});
     }
 
     void numberingFollowsTheFolder() {
@@ -103,29 +116,42 @@ private slots:
              {"/1,/a/1,/2", "/a/1,/2|"}});
     }
 
-    void modes()
-    {
+    void modes() {
         TestHome home;
         const mode_t oldMask = ::umask(077);
-        const FileCreation script = createFileFromTemplate(json(R"({"prefix":"s","executable":"yes"})"), home.path());
-        const FileCreation plain = createFileFromTemplate(json(R"({"prefix":"p","executable":"no"})"), home.path());
+        const FileCreation script =
+            createFileFromTemplate(json(R"({"prefix":"s","executable":"yes"})"), home.path());
+        const FileCreation plain =
+            createFileFromTemplate(json(R"({"prefix":"p","executable":"no"})"), home.path());
         ::umask(oldMask);
         // Qt's permission bits read like the octal mode in hexadecimal.
-        QCOMPARE(int(QFileInfo(script.filePath).permissions() & 0x777), 0x755); // whatever the umask
-        QCOMPARE(int(QFileInfo(plain.filePath).permissions() & 0x777), 0x600);  // the user's default for new files
+        QCOMPARE(int(QFileInfo(script.filePath).permissions() & 0x777),
+                 0x755); // whatever the umask
+        QCOMPARE(int(QFileInfo(plain.filePath).permissions() & 0x777),
+                 0x600); // the user's default for new files
     }
 
-    void failures()
-    {
+    void failures() {
         TestHome home;
         QDir().mkpath(home.file("folder"));
         writeFile(home.file("file"), "x");
         // "folder|prefix" gives the status: 1 not a folder, 2 could not create.
-        expectEach([&](const QString& input) {
-            QString folder = input.section('|', 0, 0).replace("~", home.path()).replace("\\0", QChar(0));
-            return QString::number(createFileFromTemplate(Template{{"prefix", input.section('|', 1)}}, folder).status);
-        }, {{"~/missing|x", "1"}, {"~/file|x", "1"}, {"|x", "1"}, {"relative/folder|x", "1"}, {"/tmp\\0/x|x", "1"},
-            {"/proc|x", "2"}, {"~/folder|../escaped", "2"}, {"~/folder|/tmp/escaped", "2"}});
+        expectEach(
+            [&](const QString& input) {
+                QString folder =
+                    input.section('|', 0, 0).replace("~", home.path()).replace("\\0", QChar(0));
+                return QString::number(
+                    createFileFromTemplate(Template{{"prefix", input.section('|', 1)}}, folder)
+                        .status);
+            },
+            {{"~/missing|x", "1"},
+             {"~/file|x", "1"},
+             {"|x", "1"},
+             {"relative/folder|x", "1"},
+             {"/tmp\\0/x|x", "1"},
+             {"/proc|x", "2"},
+             {"~/folder|../escaped", "2"},
+             {"~/folder|/tmp/escaped", "2"}});
         QCOMPARE(entries(home.file("folder")), QStringList());
         QVERIFY(!QFile::exists(home.file("escaped")) && !QFile::exists("/tmp/escaped"));
     }

@@ -35,8 +35,7 @@ case "${0##*/} $1" in
   "pluginkit -a" | "open -a") cat "$HOME/${0##*/}.says" 2>/dev/null ;;
 esac)sh";
 
-QString titles(const QMenu* menu)
-{
+QString titles(const QMenu* menu) {
     QStringList list;
     for (QAction* action : menu->actions())
         list << action->text() + (action->isEnabled() ? "" : " (off)");
@@ -57,9 +56,9 @@ class AppTest : public QObject {
     QString status() { return app->statusLabel() ? app->statusLabel()->text() : "<no window>"; }
     QString saved() { return platform->userDefaults.value("TemplatesJSON").toString(); }
     // Clicks the window's button with this title, else chooses the tray menu's item.
-    void press(const QString& title)
-    {
-        for (QPushButton* button : app->window() ? app->window()->findChildren<QPushButton*>() : QList<QPushButton*>())
+    void press(const QString& title) {
+        for (QPushButton* button :
+             app->window() ? app->window()->findChildren<QPushButton*>() : QList<QPushButton*>())
             if (button->text() == title)
                 return button->click();
         for (QAction* item : app->statusMenu()->actions())
@@ -69,39 +68,47 @@ class AppTest : public QObject {
     }
 
 private slots:
-    void initTestCase()
-    {
+    void initTestCase() {
         // As the launcher sets the application up: its style draws the table's check boxes.
         setUpApplication(*qApp);
-        // An icon theme of the tests' own: symbolic icons as black squares (GTK's pre-rendered files,
-        // and one under the name Qt looks for), full-colour ones as red squares: "emblem-system" and
-        // the application's own icon.
-        QVERIFY(writeFile(iconTheme.filePath("t/index.theme"), "[Icon Theme]\nDirectories=16\n[16]\nSize=16\n") && QDir().mkpath(iconTheme.filePath("t/16")));
-        for (const QString name : {"view-refresh-symbolic.symbolic", "text-x-generic-symbolic.symbolic", "utilities-terminal-symbolic", "emblem-system", ApplicationBundleIdentifier}) {
+        // An icon theme of the tests' own: symbolic icons as black squares (GTK's pre-rendered
+        // files, and one under the name Qt looks for), full-colour ones as red squares:
+        // "emblem-system" and the application's own icon.
+        QVERIFY(writeFile(iconTheme.filePath("t/index.theme"),
+                          "[Icon Theme]\nDirectories=16\n[16]\nSize=16\n") &&
+                QDir().mkpath(iconTheme.filePath("t/16")));
+        for (const QString name :
+             {"view-refresh-symbolic.symbolic", "text-x-generic-symbolic.symbolic",
+              "utilities-terminal-symbolic", "emblem-system", ApplicationBundleIdentifier}) {
             QImage square(8, 8, QImage::Format_ARGB32);
             square.fill(name.contains("symbolic") ? Qt::black : Qt::red);
-            QVERIFY(square.copy(-4, -4, 16, 16).save(iconTheme.filePath("t/16/" + name + ".png"))); // clear around it
+            QVERIFY(square.copy(-4, -4, 16, 16)
+                        .save(iconTheme.filePath("t/16/" + name + ".png"))); // clear around it
         }
         QIcon::setThemeSearchPaths({iconTheme.path()});
         QIcon::setThemeName("t");
     }
 
-    void init()
-    {
+    void init() {
         app.reset();
         home = std::make_unique<TestHome>();
         platform = std::make_unique<FakePlatform>(home->path());
-        for (auto [tool, name] : {std::pair{Platform::Tool::Open, "open"}, {Platform::Tool::PluginKit, "pluginkit"}, {Platform::Tool::KillAll, "killall"}})
-            writeScript(platform->tools[int(tool)] = home->file(QString("bin/") + name), recordingTool);
+        for (auto [tool, name] : {std::pair{Platform::Tool::Open, "open"},
+                                  {Platform::Tool::PluginKit, "pluginkit"},
+                                  {Platform::Tool::KillAll, "killall"}})
+            writeScript(platform->tools[int(tool)] = home->file(QString("bin/") + name),
+                        recordingTool);
         QDir().mkpath(home->file("Desktop"));
     }
 
-    void startUp()
-    {
+    void startUp() {
         // stored text -> what every place holds afterwards; the backup holds the unreadable text.
-        const QString normalised = R"([{"enabled":true,"executable":false,"id":"a","prefix":"New File","suffix":"x","title":"New File"}])";
-        for (const auto& [stored, text] : QList<std::pair<QString, QString>>{{QString(), builtInTemplatesJSON}, {"[{\"id\":", builtInTemplatesJSON},
-                                                                             {R"([{"id":"a","suffix":".x","enabled":"on"},7])", normalised}}) {
+        const QString normalised =
+            R"([{"enabled":true,"executable":false,"id":"a","prefix":"New File","suffix":"x","title":"New File"}])";
+        for (const auto& [stored, text] : QList<std::pair<QString, QString>>{
+                 {QString(), builtInTemplatesJSON},
+                 {"[{\"id\":", builtInTemplatesJSON},
+                 {R"([{"id":"a","suffix":".x","enabled":"on"},7])", normalised}}) {
             init();
             if (!stored.isNull())
                 platform->userDefaults["TemplatesJSON"] = stored;
@@ -109,19 +116,21 @@ private slots:
             QCOMPARE(saved() + platform->extensionPreferences.value("TemplatesJSON"), text + text);
             for (const QString& file : platform->templateConfigFilePaths())
                 QCOMPARE(readFile(file), text.toUtf8());
-            QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), stored.toUtf8()); // none for nothing stored
-            app->saveTemplates(); // a launch for a URL shows no window, nor does a save
-            QCOMPARE(status() + " " + app->extensionMenuItem()->text(), QString("<no window> Finder Extension: Registered"));
+            QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")),
+                     stored.toUtf8()); // none for nothing stored
+            app->saveTemplates();      // a launch for a URL shows no window, nor does a save
+            QCOMPARE(status() + " " + app->extensionMenuItem()->text(),
+                     QString("<no window> Finder Extension: Registered"));
         }
     }
 
-    void savesWaitForOtherInstancesAndKeepWhatTheyCannotRead()
-    {
+    void savesWaitForOtherInstancesAndKeepWhatTheyCannotRead() {
         app = start(*platform, true);
         TemplateList edited = app->templates();
         // Another instance holds the store's lock: the save writes nothing meanwhile and is
         // written by itself once the lock is free.
-        const int other = ::open(QFile::encodeName(home->file("plain")).constData(), O_RDONLY | O_DIRECTORY);
+        const int other =
+            ::open(QFile::encodeName(home->file("plain")).constData(), O_RDONLY | O_DIRECTORY);
         QVERIFY(other >= 0 && ::flock(other, LOCK_EX) == 0);
         edited[0]["title"] = "While locked";
         app->setTemplates(edited);
@@ -137,17 +146,21 @@ private slots:
         QCOMPARE(saved(), templatesJSONText(edited));
     }
 
-    void urlCommandsAndTheirAlerts()
-    {
-        platform->userDefaults["TemplatesJSON"] = R"([{"id":"mine","prefix":"Mine","suffix":"md"}])";
+    void urlCommandsAndTheirAlerts() {
+        platform->userDefaults["TemplatesJSON"] =
+            R"([{"id":"mine","prefix":"Mine","suffix":"md"}])";
         app = std::make_unique<AppDelegate>(*platform);
-        const QString folder = home->file("My Folder ü"), path = QUrl::toPercentEncoding(folder, "/");
+        const QString folder = home->file("My Folder ü"),
+                      path = QUrl::toPercentEncoding(folder, "/");
         QDir().mkpath(folder);
         app->applicationWillFinishLaunching();
-        platform->laterLaunch({"brindlemark://template?path=" + path + "&id=mine"}); // before loading: built-ins only
+        platform->laterLaunch(
+            {"brindlemark://template?path=" + path + "&id=mine"}); // before loading: built-ins only
         app->applicationDidFinishLaunching();
-        app->openURLs({"brindlemark://template?path=" + path + "/&id=mine", "brindlemark://create?path=" + path + "//"});
-        QCOMPARE(entries(folder), (QStringList{"Mine.md", "New Text File 1.txt", "New Text File.txt"}));
+        app->openURLs({"brindlemark://template?path=" + path + "/&id=mine",
+                       "brindlemark://create?path=" + path + "//"});
+        QCOMPARE(entries(folder),
+                 (QStringList{"Mine.md", "New Text File 1.txt", "New Text File.txt"}));
         // Shown after the commands, once for the folder: its last file.
         QVERIFY(platform->shownFiles.isEmpty());
         QCoreApplication::processEvents();
@@ -161,63 +174,80 @@ private slots:
         app->handleURL("brindlemark://template?path=/proc");
         QVERIFY(platform->alerts.isEmpty()); // queued, never shown inside the action
         QCoreApplication::processEvents();
-        QCOMPARE(platform->alerts.join("\n"), "New Text File failed: Finder did not provide a target folder.\nNew Text File failed: Not a folder: " +
-                 home->file("nowhere") + "\nNew Text File failed: Unknown error.\nNew Text File failed: Could not create file in /proc");
+        QCOMPARE(platform->alerts.join("\n"),
+                 "New Text File failed: Finder did not provide a target folder.\nNew Text File "
+                 "failed: Not a folder: " +
+                     home->file("nowhere") +
+                     "\nNew Text File failed: Unknown error.\nNew Text File failed: Could not "
+                     "create file in /proc");
         QCOMPARE(platform->deepestAlerts, 1); // one alert after another, never on top of each other
     }
 
-    void terminals()
-    {
+    void terminals() {
         app = start(*platform);
-        // "button or URL|what the tool says" -> the tool's run|the status line|the alert ("~": the home)
-        expectEach([&](const QString& input) {
-            writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
-            QFile::remove(home->file("tools.log"));
-            platform->alerts.clear();
-            const QString command = input.section('|', 0, 0).replace("~", home->path());
-            command.startsWith("brindlemark:") ? app->handleURL(command) : press(command);
-            QCoreApplication::processEvents();
-            return QString(tools() + "|" + status() + "|" + platform->alerts.join("")).replace(home->path(), "~");
-        }, {{"Open Terminal|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
-            {"Open iTerm Here|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
-            {"brindlemark://terminal?path=~/Desktop/|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
-            {"brindlemark://iterm?path=~/Desktop|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
-            {"Open Terminal Here|No terminal here.", "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No terminal here."}});
-        platform->frontFolder = home->file("tools.log"); // the file manager's folder, when it has one
+        // "button or URL|what the tool says" -> the tool's run|the status line|the alert ("~": the
+        // home)
+        expectEach(
+            [&](const QString& input) {
+                writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
+                QFile::remove(home->file("tools.log"));
+                platform->alerts.clear();
+                const QString command = input.section('|', 0, 0).replace("~", home->path());
+                command.startsWith("brindlemark:") ? app->handleURL(command) : press(command);
+                QCoreApplication::processEvents();
+                return QString(tools() + "|" + status() + "|" + platform->alerts.join(""))
+                    .replace(home->path(), "~");
+            },
+            {{"Open Terminal|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
+             {"Open iTerm Here|", "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+             {"brindlemark://terminal?path=~/Desktop/|",
+              "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
+             {"brindlemark://iterm?path=~/Desktop|",
+              "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+             {"Open Terminal Here|No terminal here.",
+              "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No "
+              "terminal here."}});
+        platform->frontFolder =
+            home->file("tools.log"); // the file manager's folder, when it has one
         press("Open iTerm");
         QCoreApplication::processEvents();
-        QCOMPARE(platform->alerts.last(), "New Text File failed: Not a folder: " + home->file("tools.log"));
-        QVERIFY(!tools().contains("iTerm2 " + home->file("tools.log"))); // no tool for a folder that is not one
+        QCOMPARE(platform->alerts.last(),
+                 "New Text File failed: Not a folder: " + home->file("tools.log"));
+        QVERIFY(!tools().contains("iTerm2 " +
+                                  home->file("tools.log"))); // no tool for a folder that is not one
     }
 
-    void folderCommands()
-    {
+    void folderCommands() {
         app = start(*platform);
         const QString desktop = home->file("Desktop");
         press("Create File");
         QPushButton bare; // a sender without a template
         app->createTemplateInFinderFolder(&bare);
-        app->setTemplates({json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
-                           json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
+        app->setTemplates(
+            {json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
+             json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
         emit app->statusMenu()->aboutToShow(); // the menu is about to open
         QMenu* newFile = app->templateMenuItem()->menu();
-        QCOMPARE(titles(newFile), QString("R&&D Notes, Twin")); // shown as written, without a mnemonic
+        QCOMPARE(titles(newFile),
+                 QString("R&&D Notes, Twin")); // shown as written, without a mnemonic
         QVERIFY(QKeySequence::mnemonic(newFile->actions()[0]->text()).isEmpty());
-        QCOMPARE(newFile->actions()[1]->icon().name() + " " + newFile->actions()[0]->icon().name(), "utilities-terminal-symbolic text-x-generic-symbolic");
+        QCOMPARE(newFile->actions()[1]->icon().name() + " " + newFile->actions()[0]->icon().name(),
+                 "utilities-terminal-symbolic text-x-generic-symbolic");
         newFile->actions()[1]->trigger();
         QDir().mkpath(*(platform->frontFolder = home->file("front")));
         newFile->actions()[0]->trigger();
-        QCOMPARE(entries(desktop), (QStringList{"New Text File 1.txt", "New Text File.txt", "two"}));
+        QCOMPARE(entries(desktop),
+                 (QStringList{"New Text File 1.txt", "New Text File.txt", "two"}));
         QVERIFY(QFileInfo(desktop + "/two").isExecutable());
         QCOMPARE(entries(*platform->frontFolder), QStringList{"<i>one"});
-        QCOMPARE(status() + QString::number(app->statusLabel()->textFormat()), "Created <i>one" + QString::number(Qt::PlainText));
+        QCOMPARE(status() + QString::number(app->statusLabel()->textFormat()),
+                 "Created <i>one" + QString::number(Qt::PlainText));
         app->setTemplates({});
         app->rebuildNewFileStatusMenu();
         QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
     }
 
-    void extension()
-    {
+    void extension() {
         app = start(*platform);
         writeFile(home->file("pluginkit.says"), "no bundle there\n");
         app->registerExtension();
@@ -229,26 +259,37 @@ private slots:
         QVERIFY(writeFile(home->file("slow"), ""));
         QStringList seen;
         QTimer watch;
-        connect(&watch, &QTimer::timeout, [&] { if (seen.value(seen.size() - 1) != status()) seen << status(); });
+        connect(&watch, &QTimer::timeout, [&] {
+            if (seen.value(seen.size() - 1) != status())
+                seen << status();
+        });
         watch.start(5);
         press("Enable Extension");
         press("Enable Extension");
         QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
         QFile::remove(home->file("slow"));
-        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")), QStringList({"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
-        QCOMPARE(tools(), "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") + "\npluginkit -mAD -p com.apple.FinderSync\n"
-                          "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall Finder\npluginkit -mAD -p com.apple.FinderSync\n");
-        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(), QString("Finder Extension: Enabled (off) Finder extension enabled."));
+        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
+                 QStringList(
+                     {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
+        QCOMPARE(
+            tools(),
+            "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") +
+                "\npluginkit -mAD -p com.apple.FinderSync\n"
+                "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall "
+                "Finder\npluginkit -mAD -p com.apple.FinderSync\n");
+        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
+                 QString("Finder Extension: Enabled (off) Finder extension enabled."));
         QLabel* state = app->extensionStateLabel();
-        QCOMPARE(state->text() + " " + state->palette().color(state->foregroundRole()).name(), QString("Enabled #34c759"));
+        QCOMPARE(state->text() + " " + state->palette().color(state->foregroundRole()).name(),
+                 QString("Enabled #34c759"));
         press("Restart Finder");
-        QCOMPARE(status() + tools().section('\n', -2), QString("Finder restarted.killall Finder\n"));
+        QCOMPARE(status() + tools().section('\n', -2),
+                 QString("Finder restarted.killall Finder\n"));
         press("Open System Settings");
         QCOMPARE(platform->settingsOpened, 1);
     }
 
-    void buttonTitlesFitAtAnyDesktopFontSize()
-    {
+    void buttonTitlesFitAtAnyDesktopFontSize() {
         const QFont desktop = QApplication::font();
         const auto restore = qScopeGuard([&] { QApplication::setFont(desktop); });
         for (const int points : {10, 11, 16}) {
@@ -257,38 +298,46 @@ private slots:
             QApplication::setFont(font);
             app = start(*platform);
             for (QPushButton* button : app->window()->findChildren<QPushButton*>()) {
-                const int icon = button->icon().isNull() ? 0 : button->iconSize().width() + 4, margins = 12;
-                QVERIFY2(QFontMetrics(button->font()).horizontalAdvance(button->text()) + icon + margins <= button->width(),
+                const int icon = button->icon().isNull() ? 0 : button->iconSize().width() + 4,
+                          margins = 12;
+                QVERIFY2(QFontMetrics(button->font()).horizontalAdvance(button->text()) + icon +
+                                 margins <=
+                             button->width(),
                          qPrintable(QString("%1 at %2 pt").arg(button->text()).arg(points)));
             }
         }
     }
 
-    void keyboard()
-    {
+    void keyboard() {
         // The first control has the focus and shows it; Tab leaves the table for "+".
         app = start(*platform);
         QWidget* window = app->window();
         QVERIFY(QTest::qWaitForWindowActive(window));
-        auto focused = [] { return QApplication::focusWidget() ? QApplication::focusWidget()->property("text").toString() : "none"; };
-        QCOMPARE(focused() + QString::number(window->testAttribute(Qt::WA_KeyboardFocusChange)), "Enable Extension1");
+        auto focused = [] {
+            return QApplication::focusWidget()
+                       ? QApplication::focusWidget()->property("text").toString()
+                       : "none";
+        };
+        QCOMPARE(focused() + QString::number(window->testAttribute(Qt::WA_KeyboardFocusChange)),
+                 "Enable Extension1");
         app->templatesTableView()->setFocus();
         app->templatesTableView()->setCurrentIndex(app->templateTableModel()->index(0, 1));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QCOMPARE(focused(), "+");
     }
 
-    void uncheckedBoxesShowOnADarkBase()
-    {
+    void uncheckedBoxesShowOnADarkBase() {
         app = start(*platform);
         QTableView* table = app->templatesTableView();
         QPalette dark = table->palette();
-        for (const auto role : {QPalette::Window, QPalette::Base, QPalette::AlternateBase, QPalette::Button})
+        for (const auto role :
+             {QPalette::Window, QPalette::Base, QPalette::AlternateBase, QPalette::Button})
             dark.setColor(role, QColor(0x2b, 0x2b, 0x2b));
         dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
         table->setPalette(dark);
         // The "Enabled" box of "JSON File", unticked: lines clearly lighter than the base.
-        const QImage cell = table->viewport()->grab(table->visualRect(table->model()->index(2, 0))).toImage();
+        const QImage cell =
+            table->viewport()->grab(table->visualRect(table->model()->index(2, 0))).toImage();
         int light = 0;
         for (int y = 0; y < cell.height(); ++y)
             for (int x = 0; x < cell.width(); ++x)
@@ -296,81 +345,113 @@ private slots:
         QVERIFY2(light >= 20, qPrintable(QString::number(light)));
     }
 
-    void windowAndTable()
-    {
+    void windowAndTable() {
         app = start(*platform);
         QWidget* window = app->window();
         QVERIFY(window->isVisible() && window->close() && !window->isVisible());
-        platform->laterLaunch({}); // started again without a URL
+        platform->laterLaunch({});                               // started again without a URL
         QVERIFY(app->window() == window && window->isVisible()); // the same window again
-        QVERIFY(window->size() == QSize(760, 620) && window->minimumSize() == window->maximumSize()); // a fixed size
+        QVERIFY(window->size() == QSize(760, 620) &&
+                window->minimumSize() == window->maximumSize()); // a fixed size
         press("Hide Window");
         QVERIFY(!window->isVisible());
-        app->applicationMenu()->actions().first()->trigger(); // "Show Brindlemark", in the window's menu bar
-        QVERIFY(window->isVisible() && !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
-        QCOMPARE(titles(app->applicationMenu()) + app->applicationMenu()->actions().first()->shortcut().toString(), "Show Brindlemark, , Quit BrindlemarkCtrl+,");
+        app->applicationMenu()
+            ->actions()
+            .first()
+            ->trigger(); // "Show Brindlemark", in the window's menu bar
+        QVERIFY(window->isVisible() &&
+                !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
+        QCOMPARE(titles(app->applicationMenu()) +
+                     app->applicationMenu()->actions().first()->shortcut().toString(),
+                 "Show Brindlemark, , Quit BrindlemarkCtrl+,");
         QTableView* table = app->templatesTableView();
         table->horizontalHeader()->resizeSection(1, 20);
         QCOMPARE(table->columnWidth(1), 80); // columns keep their minimum width
 
-        QSignalSpy told(app->templateTableModel(), &QAbstractItemModel::modelReset); // the view must learn of new and removed rows
+        QSignalSpy told(
+            app->templateTableModel(),
+            &QAbstractItemModel::modelReset); // the view must learn of new and removed rows
         press("+");
         QCOMPARE(table->selectionModel()->selectedRows().value(0).row(), 6);
         QCOMPARE(told.count(), 1);
         QVERIFY(saved().endsWith(R"("prefix":"NewFile","suffix":"txt","title":"New Template"}])"));
-        QCOMPARE(titles(app->templateMenuItem()->menu()), QString("Text File, Markdown Document, New Template"));
+        QCOMPARE(titles(app->templateMenuItem()->menu()),
+                 QString("Text File, Markdown Document, New Template"));
         table->selectRow(2);
         press("-"); // removes the selected row, "json"
         QCOMPARE(told.count(), 2);
-        QVERIFY(!saved().contains("JSONFile") && saved().contains("MarkdownDocument") && saved().count("script") == 3);
+        QVERIFY(!saved().contains("JSONFile") && saved().contains("MarkdownDocument") &&
+                saved().count("script") == 3);
         table->clearSelection();
         press("-"); // nothing selected: nothing happens
-        QCOMPARE(QString("%1 resets, %2 templates").arg(told.count()).arg(app->templates().size()), "2 resets, 6 templates");
+        QCOMPARE(QString("%1 resets, %2 templates").arg(told.count()).arg(app->templates().size()),
+                 "2 resets, 6 templates");
 
         TemplateTableModel* model = app->templateTableModel();
         QVERIFY(model->setData(model->index(0, 1), "  Notes  ", Qt::EditRole));
-        QCOMPARE(app->templates().first().value("title").toString() + app->templateMenuItem()->menu()->actions().first()->text(), "NotesNotes");
-        QVERIFY(model->setData(model->index(0, 3), ".md", Qt::EditRole)); // trimmed in memory, normalised when saved
+        QCOMPARE(app->templates().first().value("title").toString() +
+                     app->templateMenuItem()->menu()->actions().first()->text(),
+                 "NotesNotes");
+        QVERIFY(model->setData(model->index(0, 3), ".md",
+                               Qt::EditRole)); // trimmed in memory, normalised when saved
         QVERIFY(model->setData(model->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(model->setData(model->index(2, 4), Qt::Unchecked, Qt::CheckStateRole));
-        QCOMPARE(model->index(0, 3).data().toString() + model->index(2, 4).data(Qt::CheckStateRole).toString(), ".md0");
-        QVERIFY(saved().startsWith(R"([{"enabled":false,"executable":false,"id":"text","prefix":"New Text File","suffix":"md","title":"Notes"})"));
+        QCOMPARE(model->index(0, 3).data().toString() +
+                     model->index(2, 4).data(Qt::CheckStateRole).toString(),
+                 ".md0");
+        QVERIFY(saved().startsWith(
+            R"([{"enabled":false,"executable":false,"id":"text","prefix":"New Text File","suffix":"md","title":"Notes"})"));
         QVERIFY(saved().contains(R"({"enabled":false,"executable":false,"id":"shell")"));
-        QCOMPARE(platform->changeNotices.size(), 7); // every change reaches the file managers' menus
+        QCOMPARE(platform->changeNotices.size(),
+                 7);                             // every change reaches the file managers' menus
         model->setObjectValue("x", "title", 99); // a row that is gone: nothing stored
         QCOMPARE(platform->changeNotices.size(), 7);
-        QCOMPARE(status(), QString("Templates saved. Finder menu updates on the next right-click."));
+        QCOMPARE(status(),
+                 QString("Templates saved. Finder menu updates on the next right-click."));
     }
 
-    void symbols()
-    {
-        const auto look = [](const QIcon& icon, QIcon::Mode mode = QIcon::Normal) { // the fully opaque and clear pixels' colours
+    void symbols() {
+        const auto look = [](const QIcon& icon,
+                             QIcon::Mode mode =
+                                 QIcon::Normal) { // the fully opaque and clear pixels' colours
             QStringList colours;
             const QImage image = icon.pixmap(16, mode).toImage();
             for (int i = 0; i < image.width() * image.height(); ++i)
-                if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width()); pixel.alpha() % 255 == 0)
+                if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
+                    pixel.alpha() % 255 == 0)
                     colours << pixel.name(QColor::HexArgb);
             colours.removeDuplicates();
             colours.sort();
             return colours.join(' ');
         };
-        const QPalette light = qApp->palette(), dark(Qt::white, QColor(0x30, 0x30, 0x30)); // text colour, window colour
+        const QPalette light = qApp->palette(),
+                       dark(Qt::white, QColor(0x30, 0x30, 0x30)); // text colour, window colour
         qApp->setPalette(dark);
         // symbol, or the tray -> its colours in the dark palette|its theme name
-        expectEach([&](const QString& symbol) {
-            const QIcon icon = symbol == "tray" ? statusItemIcon() : symbolImage(symbol);
-            return look(icon) + "|" + icon.name();
-        }, {{"arrow.clockwise", "#00000000 #ffffffff|view-refresh-symbolic"}, {"terminal", "#00000000 #ffffffff|utilities-terminal-symbolic"},
-            {"doc.badge.plus", "#00000000 #ffffffff|"}, {"tray", "#00000000 #ffbebebe|"}, {"gearshape", "#00000000 #ffff0000|emblem-system"},
-            {"power", "|"}, {"no.such.symbol", "|"}});
+        expectEach(
+            [&](const QString& symbol) {
+                const QIcon icon = symbol == "tray" ? statusItemIcon() : symbolImage(symbol);
+                return look(icon) + "|" + icon.name();
+            },
+            {{"arrow.clockwise", "#00000000 #ffffffff|view-refresh-symbolic"},
+             {"terminal", "#00000000 #ffffffff|utilities-terminal-symbolic"},
+             {"doc.badge.plus", "#00000000 #ffffffff|"},
+             {"tray", "#00000000 #ffbebebe|"},
+             {"gearshape", "#00000000 #ffff0000|emblem-system"},
+             {"power", "|"},
+             {"no.such.symbol", "|"}});
         const QIcon refresh = symbolImage("arrow.clockwise");
-        QCOMPARE(look(refresh, QIcon::Disabled), "#00000000 " + dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
+        QCOMPARE(look(refresh, QIcon::Disabled),
+                 "#00000000 " +
+                     dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
         app = start(*platform);
         QLabel* header = app->window()->findChild<QLabel*>("headerImage");
-        qApp->setPalette(light); // icons handed out earlier follow the palette, and so does the header
+        qApp->setPalette(
+            light); // icons handed out earlier follow the palette, and so does the header
         QEvent changed(QEvent::PaletteChange); // as a running application's widgets are told
         QCoreApplication::sendEvent(header, &changed);
-        QCOMPARE(look(refresh) + " " + look(QIcon(header->pixmap())), "#00000000 #ff000000 #00000000 #ff000000");
+        QCOMPARE(look(refresh) + " " + look(QIcon(header->pixmap())),
+                 "#00000000 #ff000000 #00000000 #ff000000");
     }
 };
 

@@ -93,143 +93,244 @@ class BridgeTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void settingsFileReadsBackWhatWasStored()
-    {
+    void settingsFileReadsBackWhatWasStored() {
         TestHome home;
         const QString path = home.file("a.conf");
-        expectEach([&](const QString& value) {
-            // Other keys and groups, an earlier value, a CR before a line break and none at the end:
-            // only the value changes.
-            writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept");
-            const bool stored = ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
-            const QSettings read(path, QSettings::IniFormat);
-            const QStringList others{read.value("Before").toString(), read.value("Key").toString(), read.value("Group/K").toString()};
-            // Read back here too, as QSettings reads it.
-            const ini::ReadValue own = ini::readValue(readFile(path), "K");
-            const bool same = own.understood && own.value == read.value("K").toString();
-            return read.value("K").toString() + (others == QStringList{"1", "2", "kept"} && stored ? "" : " (not stored, or others lost)") +
-                   (same ? "" : " (read differently here)");
-        }, {{"plain", "plain"}, {"@@x", "@@x"}, {"\x1f" "fe", "\x1f" "fe"}, {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"}, {"x=y;z", "x=y;z"}, {"back\\slash\\", "back\\slash\\"},
-            {"@Variant(x)", "@Variant(x)"}, {"  spaces  ", "  spaces  "}, {"\x01" "1f\t\n\x7f" "a", "\x01" "1f\t\n\x7f" "a"},
-            {"ünï 😀", "ünï 😀"}, {"", ""}});
+        expectEach(
+            [&](const QString& value) {
+                // Other keys and groups, an earlier value, a CR before a line break and none at the
+                // end: only the value changes.
+                writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept");
+                const bool stored =
+                    ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
+                const QSettings read(path, QSettings::IniFormat);
+                const QStringList others{read.value("Before").toString(),
+                                         read.value("Key").toString(),
+                                         read.value("Group/K").toString()};
+                // Read back here too, as QSettings reads it.
+                const ini::ReadValue own = ini::readValue(readFile(path), "K");
+                const bool same = own.understood && own.value == read.value("K").toString();
+                return read.value("K").toString() +
+                       (others == QStringList{"1", "2", "kept"} && stored
+                            ? ""
+                            : " (not stored, or others lost)") +
+                       (same ? "" : " (read differently here)");
+            },
+            {{"plain", "plain"},
+             {"@@x", "@@x"},
+             {"\x1f"
+              "fe",
+              "\x1f"
+              "fe"},
+             {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"},
+             {"x=y;z", "x=y;z"},
+             {"back\\slash\\", "back\\slash\\"},
+             {"@Variant(x)", "@Variant(x)"},
+             {"  spaces  ", "  spaces  "},
+             {"\x01"
+              "1f\t\n\x7f"
+              "a",
+              "\x01"
+              "1f\t\n\x7f"
+              "a"},
+             {"ünï 😀", "ünï 😀"},
+             {"", ""}});
     }
 
-    void settingsValuesOnlyQSettingsReads()
-    {
+    void settingsValuesOnlyQSettingsReads() {
         // Forms the settings file never gets from Brindlemark: left to QSettings, or absent.
-        expectEach([](const QString& text) {
-            const ini::ReadValue read = ini::readValue(text.toUtf8(), "K");
-            return !read.understood ? "QSettings" : read.value ? *read.value : "absent";
-        }, {{"K=plain", "QSettings"}, {"K=\"a\", \"b\"", "QSettings"}, {"K=\"@Variant(x)\"", "QSettings"}, {"K=\"\\n\"", "QSettings"},
-            {"K=\"unended", "QSettings"}, {"[Other]\nK=\"x\"", "absent"}, {"Key=\"x\"", "absent"}, {"[General]\n K = \"x\" ", "x"}});
+        expectEach(
+            [](const QString& text) {
+                const ini::ReadValue read = ini::readValue(text.toUtf8(), "K");
+                return !read.understood ? "QSettings" : read.value ? *read.value : "absent";
+            },
+            {{"K=plain", "QSettings"},
+             {"K=\"a\", \"b\"", "QSettings"},
+             {"K=\"@Variant(x)\"", "QSettings"},
+             {"K=\"\\n\"", "QSettings"},
+             {"K=\"unended", "QSettings"},
+             {"[Other]\nK=\"x\"", "absent"},
+             {"Key=\"x\"", "absent"},
+             {"[General]\n K = \"x\" ", "x"}});
     }
 
-    void parseCommandUrl()
-    {
+    void parseCommandUrl() {
         // scheme|host|count|items, an item written name=value, or name alone without "=".
         auto describe = [](const QString& text) {
             const std::optional<CommandUrl> url = brindlemark::parseCommandUrl(text);
             QStringList items;
             for (const QueryItem& item : url ? url->queryItems : QList<QueryItem>{})
                 items << (item.value ? item.name + "=" + *item.value : item.name);
-            return url ? QStringList{url->scheme, url->host, QString::number(items.size()), items.join("&")}.join('|') : "<none>";
+            return url ? QStringList{url->scheme, url->host, QString::number(items.size()),
+                                     items.join("&")}
+                             .join('|')
+                       : "<none>";
         };
         QList<std::pair<QString, QString>> cases{
             {"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "brindlemark|terminal|1|path=/tmp/a b"},
-            {"BrindleMark://Create?Path=/tmp", "BrindleMark|Create|1|Path=/tmp"}, {"brindlemark://create", "brindlemark|create|0|"},
-            {"brindlemark://create?", "brindlemark|create|0|"}, {"brindlemark://x?a&b=&c=1+2&d=1=2", "brindlemark|x|4|a&b=&c=1+2&d=1=2"},
-            {"brindlemark://x?%70=%2B+%C3%BC", "brindlemark|x|1|p=++ü"}, {"brindlemark://x?p=/tmp/Ünï", "brindlemark|x|1|p=/tmp/Ünï"},
-            {"brindlemark://x?p=%FF&%FF=1", "brindlemark|x|2|p&=1"}, {"brindlemark://x/a/b?p=1#f&p=2", "brindlemark|x|1|p=1"},
-            {"brindlemark:///a?p=1", "brindlemark||1|p=1"}, {"brindlemark://me@x:80?p=1", "brindlemark|x|1|p=1"},
-            // As KDE's opener passes them on, decoded: blanks and letters beyond ASCII as if escaped.
-            {"brindlemark://create?path=/home/me/a b ü&id=x y", "brindlemark|create|2|path=/home/me/a b ü&id=x y"},
+            {"BrindleMark://Create?Path=/tmp", "BrindleMark|Create|1|Path=/tmp"},
+            {"brindlemark://create", "brindlemark|create|0|"},
+            {"brindlemark://create?", "brindlemark|create|0|"},
+            {"brindlemark://x?a&b=&c=1+2&d=1=2", "brindlemark|x|4|a&b=&c=1+2&d=1=2"},
+            {"brindlemark://x?%70=%2B+%C3%BC", "brindlemark|x|1|p=++ü"},
+            {"brindlemark://x?p=/tmp/Ünï", "brindlemark|x|1|p=/tmp/Ünï"},
+            {"brindlemark://x?p=%FF&%FF=1", "brindlemark|x|2|p&=1"},
+            {"brindlemark://x/a/b?p=1#f&p=2", "brindlemark|x|1|p=1"},
+            {"brindlemark:///a?p=1", "brindlemark||1|p=1"},
+            {"brindlemark://me@x:80?p=1", "brindlemark|x|1|p=1"},
+            // As KDE's opener passes them on, decoded: blanks and letters beyond ASCII as if
+            // escaped.
+            {"brindlemark://create?path=/home/me/a b ü&id=x y",
+             "brindlemark|create|2|path=/home/me/a b ü&id=x y"},
             {"brindlemark://x? p = 1 ", "brindlemark|x|1| p = 1 "}};
-        for (const char* bad : {"brindlemark://x?p=%zz", "brindlemark://x?p=%2", "brindlemark://x?p=/a\tb", "brindlemark://x?p=\x7f",
-                                "brindlemark://x?p=/a\nb", "", "://x", "1a://x", "a_b://x", "no-scheme", "brindlemark://a b?p=1",
-                                "brindle mark://x?p=1", "brindlemark://x?p=1#a b", "brindlemark://x#a?p= "})
+        for (const char* bad :
+             {"brindlemark://x?p=%zz", "brindlemark://x?p=%2", "brindlemark://x?p=/a\tb",
+              "brindlemark://x?p=\x7f", "brindlemark://x?p=/a\nb", "", "://x", "1a://x", "a_b://x",
+              "no-scheme", "brindlemark://a b?p=1", "brindle mark://x?p=1",
+              "brindlemark://x?p=1#a b", "brindlemark://x#a?p= "})
             cases.append(std::pair<QString, QString>(bad, "<none>"));
         expectEach(describe, cases);
     }
 
-    void strictBase64Decode()
-    {
-        QList<std::pair<QString, QString>> cases{{"e30=", "{}"}, {"YQ==", "a"}, {"YWJj", "abc"}, {"", ""},
-                                                 {"eyJ0aXRsZSI6ImE/PiIsInByZWZpeCI6ImJ+fiJ9", R"({"title":"a?>","prefix":"b~~"})"}};
-        for (const char* bad : {"e30", "eyJ0aXRsZSI6ImE_PiIsInByZWZpeCI6ImJ-fiJ9", "e30=\n", "e3 0", "e30=e30=", "====", "YQ=a", "Y===", "e30.", "ñ30="})
+    void strictBase64Decode() {
+        QList<std::pair<QString, QString>> cases{
+            {"e30=", "{}"},
+            {"YQ==", "a"},
+            {"YWJj", "abc"},
+            {"", ""},
+            {"eyJ0aXRsZSI6ImE/PiIsInByZWZpeCI6ImJ+fiJ9", R"({"title":"a?>","prefix":"b~~"})"}};
+        for (const char* bad : {"e30", "eyJ0aXRsZSI6ImE_PiIsInByZWZpeCI6ImJ-fiJ9", "e30=\n", "e3 0",
+                                "e30=e30=", "====", "YQ=a", "Y===", "e30.", "ñ30="})
             cases.append(std::pair<QString, QString>(bad, "<none>"));
-        expectEach([](const QString& text) {
-            const std::optional<QByteArray> decoded = brindlemark::strictBase64Decode(text);
-            return decoded ? QString::fromUtf8(*decoded) : QString("<none>");
-        }, cases);
+        expectEach(
+            [](const QString& text) {
+                const std::optional<QByteArray> decoded = brindlemark::strictBase64Decode(text);
+                return decoded ? QString::fromUtf8(*decoded) : QString("<none>");
+            },
+            cases);
     }
 
-    void commands()
-    {
+    void commands() {
         // kind|folder, and for a template the record. A case that starts with "&" has
         // "brindlemark://template?path=/tmp" before it.
-        expectEach([](const QString& url) {
-            const UrlRequest request = interpretCommandUrl(url.startsWith('&') ? "brindlemark://template?path=/tmp" + url : url,
-                                                           {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
-            const QString kind = QString::number(request.kind) + "|" + request.folder;
-            return request.kind == UrlRequest::CreateFromTemplate ? kind + "|" + describe(request.record) : kind;
-        }, {{"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "4|/tmp/a b"}, {"brindlemark://iterm?x=1&path=/a&path=/b", "5|/a"},
-            {"brindlemark://iterm?path=&path=/b", "1|"}, {"brindlemark://iterm?path&path=/b", "1|"}, {"brindlemark://create?path=%FF", "1|"},
-            {"brindlemark://nothing", "1|"}, {"brindlemark://nothing?path=/tmp", "0|/tmp"}, {"brindlemark://Create?path=/tmp", "0|/tmp"},
-            {"Brindlemark://create?path=/tmp", "0|"}, {"create me", "0|"}, {"brindlemark://create?path=/tmp&id=markdown", "2|/tmp"},
-            {"&id=markdown", "3|/tmp|markdown|Markdown Document|MarkdownDocument|md|1|0"}, {"&executable=yes", "3|/tmp|text|Text File|New Text File|txt|1|0"},
-            {"&title=Notes", "3|/tmp|text|Notes|New Text File|txt|1|0"}, {"&title=A&title=B&title=&prefix=Memo", "3|/tmp|text|B|Memo|txt|1|0"},
-            {"&id=nope&suffix=.org", "3|/tmp|nope|Text File|New Text File|.org|1|0"}, {"&id=shell&prefix=run", "3|/tmp|shell|Shell Script|run|sh|1|1"},
-            {"&id=shell&prefix=run&executable=NO", "3|/tmp|shell|Shell Script|run|sh|1|0"}, {"&prefix=run&executable=on", "3|/tmp|text|Text File|run|txt|1|1"},
-            {"&id=mine&enabled=false&suffix=y", "3|/tmp|mine|Mine|Mine|y|1|0"}, {"&id=mine&prefix=%20a%20", "3|/tmp|mine|Mine| a |x|1|0"},
-            {"&id=mine", "3|/tmp|mine|Mine|Mine|x|0|0"}, {"&title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "3|/tmp|*|>>>|>>>||0|0"},
-            {"&payload=e30=&id=markdown", "3|/tmp|*|New File|New File||0|0"}, {"&payload=W10=&id=json", "3|/tmp|json|JSON File|JSONFile|json|0|0"},
-            {"&payload=eyJ0aXRsZSI6ImEJYiJ9&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}, // a raw tab in the JSON
-            {"&payload=eyJ0aXRsZSI6Ilx1MDBlOVx1ZDgzZFx1ZGUwMCJ9", "3|/tmp|*|\u00e9\U0001F600|\u00e9\U0001F600||0|0"},
-            {"&payload=e30&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}, {"&payload=%2F%2F79&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}});
+        expectEach(
+            [](const QString& url) {
+                const UrlRequest request = interpretCommandUrl(
+                    url.startsWith('&') ? "brindlemark://template?path=/tmp" + url : url,
+                    {json(R"({"id":"mine","title":"Mine","suffix":".x"})")});
+                const QString kind = QString::number(request.kind) + "|" + request.folder;
+                return request.kind == UrlRequest::CreateFromTemplate
+                           ? kind + "|" + describe(request.record)
+                           : kind;
+            },
+            {{"brindlemark://terminal?path=%2Ftmp%2Fa%20b", "4|/tmp/a b"},
+             {"brindlemark://iterm?x=1&path=/a&path=/b", "5|/a"},
+             {"brindlemark://iterm?path=&path=/b", "1|"},
+             {"brindlemark://iterm?path&path=/b", "1|"},
+             {"brindlemark://create?path=%FF", "1|"},
+             {"brindlemark://nothing", "1|"},
+             {"brindlemark://nothing?path=/tmp", "0|/tmp"},
+             {"brindlemark://Create?path=/tmp", "0|/tmp"},
+             {"Brindlemark://create?path=/tmp", "0|"},
+             {"create me", "0|"},
+             {"brindlemark://create?path=/tmp&id=markdown", "2|/tmp"},
+             {"&id=markdown", "3|/tmp|markdown|Markdown Document|MarkdownDocument|md|1|0"},
+             {"&executable=yes", "3|/tmp|text|Text File|New Text File|txt|1|0"},
+             {"&title=Notes", "3|/tmp|text|Notes|New Text File|txt|1|0"},
+             {"&title=A&title=B&title=&prefix=Memo", "3|/tmp|text|B|Memo|txt|1|0"},
+             {"&id=nope&suffix=.org", "3|/tmp|nope|Text File|New Text File|.org|1|0"},
+             {"&id=shell&prefix=run", "3|/tmp|shell|Shell Script|run|sh|1|1"},
+             {"&id=shell&prefix=run&executable=NO", "3|/tmp|shell|Shell Script|run|sh|1|0"},
+             {"&prefix=run&executable=on", "3|/tmp|text|Text File|run|txt|1|1"},
+             {"&id=mine&enabled=false&suffix=y", "3|/tmp|mine|Mine|Mine|y|1|0"},
+             {"&id=mine&prefix=%20a%20", "3|/tmp|mine|Mine| a |x|1|0"},
+             {"&id=mine", "3|/tmp|mine|Mine|Mine|x|0|0"},
+             {"&title=Y&payload=eyJ0aXRsZSI6Ij4+PiJ9", "3|/tmp|*|>>>|>>>||0|0"},
+             {"&payload=e30=&id=markdown", "3|/tmp|*|New File|New File||0|0"},
+             {"&payload=W10=&id=json", "3|/tmp|json|JSON File|JSONFile|json|0|0"},
+             {"&payload=eyJ0aXRsZSI6ImEJYiJ9&title=Z",
+              "3|/tmp|text|Z|New Text File|txt|1|0"}, // a raw tab in the JSON
+             {"&payload=eyJ0aXRsZSI6Ilx1MDBlOVx1ZDgzZFx1ZGUwMCJ9",
+              "3|/tmp|*|\u00e9\U0001F600|\u00e9\U0001F600||0|0"},
+             {"&payload=e30&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"},
+             {"&payload=%2F%2F79&title=Z", "3|/tmp|text|Z|New Text File|txt|1|0"}});
     }
 
-    void launchArguments()
-    {
+    void launchArguments() {
         // U a URL, F a folder command (both handed to the running instance with ">"), - an argument
         // that brindlemark-app keeps as it was given.
-        expectEach([](const QString& argument) {
-            const QByteArray bytes = argument.toUtf8();
-            const char* a = bytes.constData();
-            return QString(isUrlArgument(a) ? "U" : isFolderCommandArgument(a) ? "F" : "-") + (isForwardedArgument(a) ? ">" : "");
-        }, {{"brindlemark://create?path=/tmp", "U>"}, {"brindlemark:", "U>"}, {"BrindleMark://x", "U>"}, {"x+y-z.1:", "U>"},
-            {"a:b", "U>"}, {"C:\\x", "U>"}, {"Fusion", "-"}, {"xcb", "-"}, {"-style", "-"}, {"-platform", "-"}, {"-style=Fusion", "-"},
-            {"/tmp/a:b", "-"}, {"./a:b", "-"}, {"1a://x", "-"}, {"+a:b", "-"}, {"a_b://x", "-"}, {"a b:c", "-"}, {":x", "-"}, {"", "-"},
-            {"\u00fc:x", "-"}, {"brindlemark", "-"}, {"--in", "-"}, {"--new-file", "F>"}, {"--new-file=md", "F>"}, {"--new-files", "-"},
-            {"--open-terminal", "F>"}});
+        expectEach(
+            [](const QString& argument) {
+                const QByteArray bytes = argument.toUtf8();
+                const char* a = bytes.constData();
+                return QString(isUrlArgument(a)             ? "U"
+                               : isFolderCommandArgument(a) ? "F"
+                                                            : "-") +
+                       (isForwardedArgument(a) ? ">" : "");
+            },
+            {{"brindlemark://create?path=/tmp", "U>"},
+             {"brindlemark:", "U>"},
+             {"BrindleMark://x", "U>"},
+             {"x+y-z.1:", "U>"},
+             {"a:b", "U>"},
+             {"C:\\x", "U>"},
+             {"Fusion", "-"},
+             {"xcb", "-"},
+             {"-style", "-"},
+             {"-platform", "-"},
+             {"-style=Fusion", "-"},
+             {"/tmp/a:b", "-"},
+             {"./a:b", "-"},
+             {"1a://x", "-"},
+             {"+a:b", "-"},
+             {"a_b://x", "-"},
+             {"a b:c", "-"},
+             {":x", "-"},
+             {"", "-"},
+             {"\u00fc:x", "-"},
+             {"brindlemark", "-"},
+             {"--in", "-"},
+             {"--new-file", "F>"},
+             {"--new-file=md", "F>"},
+             {"--new-files", "-"},
+             {"--open-terminal", "F>"}});
     }
 
-    void toolRunner()
-    {
+    void toolRunner() {
         TestHome home;
         const QString tool = home.file("tool");
-        expectEach([&](const QString& script) {
-            writeScript(tool, script.toUtf8());
-            QElapsedTimer timer;
-            timer.start();
-            const QStringList arguments{"a b", "'q'", "$HOME;|&", ""};
-            const QString output = runTool(tool, arguments, 500);
-            // The same tool in a sequence, the event loop running meanwhile, gives the same text.
-            QString inSequence = "never finished";
-            QEventLoop loop;
-            ToolSequence sequence([&] { loop.quit(); }, 500);
-            sequence.append(tool, arguments, [&](const QString& text) { inSequence = text; });
-            sequence.start();
-            QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
-            loop.exec();
-            if (inSequence != output)
-                return "in a sequence: " + inSequence;
-            return timer.elapsed() < 10'000 ? output : "not stopped in time";
-        }, {{"exit 3", ""}, {"echo a; echo b >&2; echo c", "a\nb\nc\n"}, {"printf 'ok\\377'", ""},
-            {"printf '[%s]' \"$@\"", "[a b]['q'][$HOME;|&][]"}, {"cat; echo done", "done\n"},
-            {"head -c 3000000 /dev/zero | tr '\\0' a", QString(3'000'000, u'a')},
-            {"echo started; exec sleep 600", "started\ntool did not finish within 0.5 seconds and was stopped."},
-            {"printf x; exec >&- 2>&-; sleep 600", "x\ntool did not finish within 0.5 seconds and was stopped."}});
-        QVERIFY(!runTool(home.file("missing"), {}).isEmpty() && !runTool(home.path(), {}).isEmpty()); // no tool there: a reason
+        expectEach(
+            [&](const QString& script) {
+                writeScript(tool, script.toUtf8());
+                QElapsedTimer timer;
+                timer.start();
+                const QStringList arguments{"a b", "'q'", "$HOME;|&", ""};
+                const QString output = runTool(tool, arguments, 500);
+                // The same tool in a sequence, the event loop running meanwhile, gives the same
+                // text.
+                QString inSequence = "never finished";
+                QEventLoop loop;
+                ToolSequence sequence([&] { loop.quit(); }, 500);
+                sequence.append(tool, arguments, [&](const QString& text) { inSequence = text; });
+                sequence.start();
+                QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
+                loop.exec();
+                if (inSequence != output)
+                    return "in a sequence: " + inSequence;
+                return timer.elapsed() < 10'000 ? output : "not stopped in time";
+            },
+            {{"exit 3", ""},
+             {"echo a; echo b >&2; echo c", "a\nb\nc\n"},
+             {"printf 'ok\\377'", ""},
+             {"printf '[%s]' \"$@\"", "[a b]['q'][$HOME;|&][]"},
+             {"cat; echo done", "done\n"},
+             {"head -c 3000000 /dev/zero | tr '\\0' a", QString(3'000'000, u'a')},
+             {"echo started; exec sleep 600",
+              "started\ntool did not finish within 0.5 seconds and was stopped."},
+             {"printf x; exec >&- 2>&-; sleep 600",
+              "x\ntool did not finish within 0.5 seconds and was stopped."}});
+        QVERIFY(!runTool(home.file("missing"), {}).isEmpty() &&
+                !runTool(home.path(), {}).isEmpty()); // no tool there: a reason
         // A sequence goes on past a tool that cannot start, handing on the reason.
         QStringList outputs;
         QEventLoop loop;
@@ -240,11 +341,11 @@ private slots:
         sequence.start();
         QTimer::singleShot(5'000, &loop, &QEventLoop::quit);
         loop.exec();
-        QVERIFY2(outputs.size() == 2 && !outputs[0].isEmpty() && outputs[1] == "second\n", qPrintable(outputs.join('|')));
+        QVERIFY2(outputs.size() == 2 && !outputs[0].isEmpty() && outputs[1] == "second\n",
+                 qPrintable(outputs.join('|')));
     }
 
-    void extensionState()
-    {
+    void extensionState() {
         const QString id = "org.brindlemark.Brindlemark.BrindlemarkFinderSync";
         expectEach(
             [&](const QString& listing) {
@@ -265,12 +366,14 @@ private slots:
              {"+    " + id.toLower(), "Finder Extension: Not Registered|Not registered"}});
     }
 
-    void registry()
-    {
+    void registry() {
         TestHome home;
         const QString bundle = home.file("Some.appex");
-        // Read as QSettings reads it: only its group, blanks around keys and values, quotes around a value.
-        QVERIFY(writeFile(bundle + "/Info.ini", "[Extension]\n Identifier = x.y \nProtocol=p\nVersion=\"2\"\n[Other]\nIdentifier=other\n"));
+        // Read as QSettings reads it: only its group, blanks around keys and values, quotes around
+        // a value.
+        QVERIFY(writeFile(bundle + "/Info.ini",
+                          "[Extension]\n Identifier = x.y "
+                          "\nProtocol=p\nVersion=\"2\"\n[Other]\nIdentifier=other\n"));
         writeScript(bundle + "/install", "echo installed > \"$HOME/step\"; echo done installing");
         writeScript(bundle + "/uninstall", "echo uninstalled > \"$HOME/step\"");
         QVERIFY(writeFile(home.file("data/brindlemark/plugin-registry.json"), "{ broken"));
@@ -282,53 +385,77 @@ private slots:
                 for (const QString& argument : arguments)
                     converted.push_back(argument.toStdString());
                 const PluginKitResult result = runPluginKit(converted);
-                text += QString::number(result.exitCode) + ":" + QString::fromStdString(result.output);
+                text +=
+                    QString::number(result.exitCode) + ":" + QString::fromStdString(result.output);
             }
             return text + readFile(home.file("step"));
         };
-        QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "1:pluginkit: no plug-in is registered as x.y\n");
+        QCOMPARE(run({{"-e", "use", "-i", "x.y"}}),
+                 "1:pluginkit: no plug-in is registered as x.y\n");
         // A broken registry is kept aside.
         QCOMPARE(run({{"-a", bundle}, {"-mAD", "-p", "p"}}), "0:0:-    x.y(2)\n");
         QCOMPARE(run({{"-e", "use", "-i", "x.y"}}), "0:done installing\ninstalled\n");
-        QCOMPARE(run({{"-a", bundle}, {"-m", "-i", "x.y", "-p", "p"}}), "0:0:+    x.y(2)\ninstalled\n"); // the election stays
+        QCOMPARE(run({{"-a", bundle}, {"-m", "-i", "x.y", "-p", "p"}}),
+                 "0:0:+    x.y(2)\ninstalled\n"); // the election stays
         QCOMPARE(run({{"-mAD", "-p", "other"}, {"-mAD", "-i", "other"}}), "0:0:installed\n");
         QCOMPARE(run({{"-e", "ignore", "-i", "x.y"}, {"-mAD"}}), "0:0:-    x.y(2)\nuninstalled\n");
         QCOMPARE(run({{"-r", bundle}, {"-mAD"}}), "0:0:uninstalled\n");
-        QCOMPARE(entries(home.path()), (QStringList{"Some.appex", "data", "run", "step"})); // nothing else written
+        QCOMPARE(entries(home.path()),
+                 (QStringList{"Some.appex", "data", "run", "step"})); // nothing else written
         QCOMPARE(entries(home.file("data/brindlemark")),
                  (QStringList{"plugin-registry.json", "plugin-registry.json.unreadable"}));
         QFile::remove(home.file("step"));
-        QCOMPARE(run({{"-a", home.path()}}), "1:pluginkit: " + home.path() + " is not an extension bundle (it has no Info.ini)\n");
+        QCOMPARE(run({{"-a", home.path()}}),
+                 "1:pluginkit: " + home.path() +
+                     " is not an extension bundle (it has no Info.ini)\n");
         QCOMPARE(run({{"-r", "/tmp"}}), "1:pluginkit: no plug-in is registered at /tmp\n");
-        for (const QStringList& usage : QList<QStringList>{{}, {"-e", "maybe", "-i", "x"}, {"-mAD", "-p"}, {"-mX"}, {"-m", "-q", "x"}, {"-a"}})
-            QVERIFY2(run({usage}).startsWith("64:usage: brindlemark-pluginkit"), qPrintable(usage.join(' ')));
+        for (const QStringList& usage : QList<QStringList>{{},
+                                                           {"-e", "maybe", "-i", "x"},
+                                                           {"-mAD", "-p"},
+                                                           {"-mX"},
+                                                           {"-m", "-q", "x"},
+                                                           {"-a"}})
+            QVERIFY2(run({usage}).startsWith("64:usage: brindlemark-pluginkit"),
+                     qPrintable(usage.join(' ')));
 
         // Bundle paths are made absolute and cleaned as QFileInfo does; a trailing slash stays.
         const QString previous = QDir::currentPath();
         const auto restore = qScopeGuard([&] { QDir::setCurrent(previous); });
         QDir::setCurrent(home.path());
-        expectEach([&](const QString& path) { return run({{"-a", path}}).section(' ', 1, 1); },
-                   {{"x/../y/./z//w", home.file("y/z/w")}, {".", home.path()}, {"../" + QFileInfo(home.path()).fileName() + "//x/..", home.path()},
-                    {"/a/./b/../c/", "/a/c/"}, {"//a//b/.", "/a/b"}, {"/a/..", "/"}});
+        expectEach(
+            [&](const QString& path) {
+                return run({{"-a", path}}).section(' ', 1, 1);
+            },
+            {{"x/../y/./z//w", home.file("y/z/w")},
+             {".", home.path()},
+             {"../" + QFileInfo(home.path()).fileName() + "//x/..", home.path()},
+             {"/a/./b/../c/", "/a/c/"},
+             {"//a//b/.", "/a/b"},
+             {"/a/..", "/"}});
     }
 
-    void registryFromEarlierVersions()
-    {
+    void registryFromEarlierVersions() {
         TestHome home;
         const QString registry = home.file("data/brindlemark/plugin-registry.json");
         auto listing = [&](const QByteArray& text) {
             writeFile(registry, text);
             return QString::fromStdString(runPluginKit({"-mAD"}).output);
         };
-        // As QJsonDocument wrote it (indented, escapes), with members and values the registry ignores.
-        const QByteArray written = "[\n    {\n        \"elected\": true,\n"
+        // As QJsonDocument wrote it (indented, escapes), with members and values the registry
+        // ignores.
+        const QByteArray written =
+            "[\n    {\n        \"elected\": true,\n"
             "        \"extra\": {\"n\": [1, -2.5e3, null, false, {}, \"]\"]},\n"
             "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\u20ac\\ud83d\\ude00\",\n" // q"u\oé€😀
             "        \"path\": \"/no/such \\\"bundle\\\"\\\\\",\n"
-            R"(        "protocol": "p",)" "\n"
-            R"(        "version": "1\/2\t\u0001")" "\n    },\n"
-            R"(    {"identifier": 5, "path": "/x"}, "text", [],)" "\n"
-            R"(    {"elected": "true", "identifier": "n"})" "\n]\n";
+            R"(        "protocol": "p",)"
+            "\n"
+            R"(        "version": "1\/2\t\u0001")"
+            "\n    },\n"
+            R"(    {"identifier": 5, "path": "/x"}, "text", [],)"
+            "\n"
+            R"(    {"elected": "true", "identifier": "n"})"
+            "\n]\n";
         expectEach(
             [&](const QString& text) { return listing(text.toUtf8()); },
             {{written, "+    q\"u\\oé€😀(1/2\\x09\\x01)\n-    n()\n"},
@@ -348,14 +475,23 @@ private slots:
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
         listing(written);
         QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé€😀"}).exitCode, 0);
-        const QJsonArray expected{QJsonObject{{"elected", false}, {"identifier", "q\"u\\oé€😀"}, {"path", "/no/such \"bundle\"\\"},
-                                              {"protocol", "p"}, {"version", "1/2\t\x01"}},
-                                  QJsonObject{{"elected", false}, {"identifier", "n"}, {"path", ""}, {"protocol", ""}, {"version", ""}}};
+        const QJsonArray expected{QJsonObject{{"elected", false},
+                                              {"identifier", "q\"u\\oé€😀"},
+                                              {"path", "/no/such \"bundle\"\\"},
+                                              {"protocol", "p"},
+                                              {"version", "1/2\t\x01"}},
+                                  QJsonObject{{"elected", false},
+                                              {"identifier", "n"},
+                                              {"path", ""},
+                                              {"protocol", ""},
+                                              {"version", ""}}};
         QCOMPARE(readFile(registry), QJsonDocument(expected).toJson());
 
-        // A NUL in a registered path must not cut it short to a program that is not the bundle's step.
+        // A NUL in a registered path must not cut it short to a program that is not the bundle's
+        // step.
         writeScript(home.file("program"), "touch \"$HOME/ran\"");
-        listing("[{\"identifier\": \"z\", \"path\": \"" + home.file("program").toUtf8() + "\\u0000\"}]");
+        listing("[{\"identifier\": \"z\", \"path\": \"" + home.file("program").toUtf8() +
+                "\\u0000\"}]");
         QCOMPARE(runPluginKit({"-e", "use", "-i", "z"}).exitCode, 0);
         QVERIFY(!QFile::exists(home.file("ran")));
     }

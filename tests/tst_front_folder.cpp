@@ -23,8 +23,7 @@ namespace {
 constexpr qint64 OwnPid = 4242; // the pid the tests' "own" windows carry
 
 // A helper process that ends with the test, even when the test crashes.
-void tiedToTheTest(QProcess& process)
-{
+void tiedToTheTest(QProcess& process) {
     process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
 }
 
@@ -32,13 +31,11 @@ void tiedToTheTest(QProcess& process)
 // stacking list and active window are what the test says.
 class Windows {
 public:
-    Windows() : m_c(xcb_connect(nullptr, nullptr))
-    {
+    Windows() : m_c(xcb_connect(nullptr, nullptr)) {
         if (connected())
             m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
     }
-    ~Windows()
-    {
+    ~Windows() {
         if (connected()) {
             for (xcb_window_t w : m_made)
                 xcb_destroy_window(m_c, w);
@@ -48,32 +45,34 @@ public:
     }
     bool connected() const { return !xcb_connection_has_error(m_c); }
 
-    xcb_atom_t atom(const char* name)
-    {
+    xcb_atom_t atom(const char* name) {
         std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
-            xcb_intern_atom_reply(m_c, xcb_intern_atom(m_c, 0, std::uint16_t(std::strlen(name)), name), nullptr), &std::free);
+            xcb_intern_atom_reply(
+                m_c, xcb_intern_atom(m_c, 0, std::uint16_t(std::strlen(name)), name), nullptr),
+            &std::free);
         return reply->atom;
     }
-    void set(xcb_window_t w, const char* property, xcb_atom_t type, int format, const void* data, std::uint32_t count)
-    {
-        xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, w, atom(property), type, std::uint8_t(format), count, data);
+    void set(xcb_window_t w, const char* property, xcb_atom_t type, int format, const void* data,
+             std::uint32_t count) {
+        xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, w, atom(property), type,
+                            std::uint8_t(format), count, data);
         sync();
     }
-    void setText(xcb_window_t w, const char* property, const QByteArray& text, xcb_atom_t type = XCB_ATOM_STRING)
-    {
+    void setText(xcb_window_t w, const char* property, const QByteArray& text,
+                 xcb_atom_t type = XCB_ATOM_STRING) {
         set(w, property, type, 8, text.constData(), std::uint32_t(text.size()));
     }
-    void setWords(xcb_window_t w, const char* property, xcb_atom_t type, const QList<std::uint32_t>& words)
-    {
+    void setWords(xcb_window_t w, const char* property, xcb_atom_t type,
+                  const QList<std::uint32_t>& words) {
         set(w, property, type, 32, words.constData(), std::uint32_t(words.size()));
     }
 
     // A top-level window: "instance\0Class\0" and the rest as a file manager sets them.
-    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = QString(), bool map = false)
-    {
+    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = QString(),
+                      bool map = false) {
         const xcb_window_t w = xcb_generate_id(m_c);
-        xcb_create_window(m_c, XCB_COPY_FROM_PARENT, w, m_root, 0, 0, 50, 50, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                          XCB_COPY_FROM_PARENT, 0, nullptr);
+        xcb_create_window(m_c, XCB_COPY_FROM_PARENT, w, m_root, 0, 0, 50, 50, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
         setText(w, "WM_CLASS", wmClass + '\0' + wmClass + '\0');
         if (pid)
             setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
@@ -84,14 +83,12 @@ public:
         m_made << w;
         return w;
     }
-    void stack(const QList<xcb_window_t>& bottomToTop, xcb_window_t active = XCB_WINDOW_NONE)
-    {
+    void stack(const QList<xcb_window_t>& bottomToTop, xcb_window_t active = XCB_WINDOW_NONE) {
         setWords(m_root, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, bottomToTop);
         setWords(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {active});
         sync();
     }
-    void clearRoot()
-    {
+    void clearRoot() {
         xcb_delete_property(m_c, m_root, atom("_NET_CLIENT_LIST_STACKING"));
         xcb_delete_property(m_c, m_root, atom("_NET_ACTIVE_WINDOW"));
         sync();
@@ -99,13 +96,14 @@ public:
     void sync() { std::free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
 
     // The windows shown on the screen (the tests' own are never mapped there).
-    int mappedWindows()
-    {
+    int mappedWindows() {
         int count = 0;
         auto* tree = xcb_query_tree_reply(m_c, xcb_query_tree(m_c, m_root), nullptr);
         for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
-            auto* attributes = xcb_get_window_attributes_reply(m_c, xcb_get_window_attributes(m_c, xcb_query_tree_children(tree)[i]), nullptr);
-            count += attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE && !attributes->override_redirect;
+            auto* attributes = xcb_get_window_attributes_reply(
+                m_c, xcb_get_window_attributes(m_c, xcb_query_tree_children(tree)[i]), nullptr);
+            count += attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
+                     !attributes->override_redirect;
             std::free(attributes);
         }
         std::free(tree);
@@ -123,55 +121,58 @@ private:
 struct FakeFileManager {
     QProcess process;
     QString busName;
-    bool start(const QJsonObject& setup)
-    {
+    bool start(const QJsonObject& setup) {
         tiedToTheTest(process);
-        process.start(FAKE_FILE_MANAGER, {QString::fromUtf8(QJsonDocument(setup).toJson(QJsonDocument::Compact))});
+        process.start(FAKE_FILE_MANAGER,
+                      {QString::fromUtf8(QJsonDocument(setup).toJson(QJsonDocument::Compact))});
         if (!process.waitForReadyRead(10'000))
             return false;
         busName = QString::fromUtf8(process.readLine()).trimmed();
         return !busName.isEmpty();
     }
     qint64 pid() const { return process.processId(); }
-    ~FakeFileManager()
-    {
+    ~FakeFileManager() {
         process.kill();
         process.waitForFinished();
     }
 };
 
 // Nautilus's window `n`, as it marks its windows for its D-Bus objects.
-xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n, const QString& title)
-{
+xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n,
+                            const QString& title) {
     const xcb_window_t w = x.make("org.gnome.Nautilus", nautilus.pid(), title);
     x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/" + QByteArray::number(n));
     x.setText(w, "_GTK_UNIQUE_BUS_NAME", nautilus.busName.toUtf8());
     return w;
 }
 
-QString uri(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }
+QString uri(const QString& path) {
+    return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
+}
 
 // The windows of a stacking-list case, bottom to top, in a few words each:
 //   NAME[@TYPE][!hidden][>N]   NAME a file manager's class, "xterm", or "own" (this process's);
 //   @TYPE a _NET_WM_WINDOW_TYPE suffix; >N transient for the N-th window.
-QList<xcb_window_t> makeStack(Windows& x, const QString& description)
-{
+QList<xcb_window_t> makeStack(Windows& x, const QString& description) {
     const QStringList words = description.split(u' ', Qt::SkipEmptyParts);
     QList<xcb_window_t> made;
     for (const QString& word : words) {
         static const QRegularExpression form(R"(^([\w.]+)(?:@(\w+))?(!hidden)?(?:>(\d+))?$)");
         const QRegularExpressionMatch m = form.match(word);
         const bool own = m.captured(1) == "own";
-        const xcb_window_t w = x.make(own ? QByteArray("brindlemark-app") : m.captured(1).toUtf8(), own ? OwnPid : 100);
+        const xcb_window_t w = x.make(own ? QByteArray("brindlemark-app") : m.captured(1).toUtf8(),
+                                      own ? OwnPid : 100);
         if (m.hasCaptured(2))
-            x.setWords(w, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, {x.atom(("_NET_WM_WINDOW_TYPE_" + m.captured(2)).toLatin1())});
+            x.setWords(w, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM,
+                       {x.atom(("_NET_WM_WINDOW_TYPE_" + m.captured(2)).toLatin1())});
         if (m.hasCaptured(3))
             x.setWords(w, "_NET_WM_STATE", XCB_ATOM_ATOM, {x.atom("_NET_WM_STATE_HIDDEN")});
         made << w;
     }
     for (int i = 0; i < words.size(); ++i)
         if (const qsizetype at = words[i].indexOf(u'>'); at > 0)
-            x.setWords(made[i], "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, {made[words[i].mid(at + 1).toInt()]});
+            x.setWords(made[i], "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW,
+                       {made[words[i].mid(at + 1).toInt()]});
     return made;
 }
 
@@ -184,35 +185,37 @@ class FrontFolderTest : public QObject {
     QTemporaryDir m_busFolder;
     QString m_display, m_busAddress;
 
-    QDBusConnection bus() { return QDBusConnection::connectToBus(m_busAddress, "front-folder-test"); }
+    QDBusConnection bus() {
+        return QDBusConnection::connectToBus(m_busAddress, "front-folder-test");
+    }
 
 private slots:
-    void initTestCase()
-    {
+    void initTestCase() {
         // One X server and one session bus of the test's own, for the whole program.
         tiedToTheTest(m_xvfb);
         tiedToTheTest(m_bus);
-        m_xvfb.start("Xvfb", {"-displayfd", "1", "-noreset", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
+        m_xvfb.start("Xvfb", {"-displayfd", "1", "-noreset", "-screen", "0", "640x480x24",
+                              "-nolisten", "tcp"});
         QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
         m_display = ":" + QString::fromLatin1(m_xvfb.readLine()).trimmed();
-        m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1", "--address=unix:path=" + m_busFolder.filePath("bus")});
-        QVERIFY2(m_bus.waitForReadyRead(20'000), "dbus-daemon did not start (Debian package dbus-daemon)");
+        m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1",
+                                    "--address=unix:path=" + m_busFolder.filePath("bus")});
+        QVERIFY2(m_bus.waitForReadyRead(20'000),
+                 "dbus-daemon did not start (Debian package dbus-daemon)");
         m_busAddress = QString::fromLatin1(m_bus.readLine()).trimmed();
         qputenv("DISPLAY", m_display.toUtf8());
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
         qunsetenv("WAYLAND_DISPLAY");
         qputenv("XDG_SESSION_TYPE", "x11");
     }
-    void cleanupTestCase()
-    {
+    void cleanupTestCase() {
         m_bus.kill();
         m_xvfb.kill();
         m_bus.waitForFinished();
         m_xvfb.waitForFinished();
     }
 
-    void frontWindow_data()
-    {
+    void frontWindow_data() {
         QTest::addColumn<QString>("stack");
         QTest::addColumn<int>("active");
         QTest::addColumn<int>("expected"); // index in the stack; -1 none
@@ -221,7 +224,10 @@ private slots:
         QTest::newRow("the active one first") << "nemo org.gnome.Nautilus" << 0 << 0;
         QTest::newRow("another program above") << "dolphin xterm" << 1 << 0;
         QTest::newRow("own window above") << "thunar own" << 1 << 0;
-        QTest::newRow("panels, menus, tooltips") << "caja nemo@DOCK dolphin@POPUP_MENU thunar@TOOLTIP nemo@NOTIFICATION caja@DROPDOWN_MENU" << -1 << 0;
+        QTest::newRow("panels, menus, tooltips")
+            << "caja nemo@DOCK dolphin@POPUP_MENU thunar@TOOLTIP nemo@NOTIFICATION "
+               "caja@DROPDOWN_MENU"
+            << -1 << 0;
         QTest::newRow("the desktop a file manager draws") << "caja@DESKTOP" << 0 << -1;
         QTest::newRow("a minimised one") << "nemo dolphin!hidden" << -1 << 0;
         QTest::newRow("a dialog stands for its owner") << "nemo dolphin xterm@DIALOG>0" << 2 << 0;
@@ -230,8 +236,7 @@ private slots:
         QTest::newRow("transients in a loop") << "caja xterm>2 xterm>1" << -1 << 0;
         QTest::newRow("none at all") << "xterm own" << 1 << -1;
     }
-    void frontWindow()
-    {
+    void frontWindow() {
         QFETCH(QString, stack);
         QFETCH(int, active);
         QFETCH(int, expected);
@@ -243,8 +248,7 @@ private slots:
         QCOMPARE(front ? int(made.indexOf(front->id)) : -1, expected);
     }
 
-    void withoutWindowManager()
-    {
+    void withoutWindowManager() {
         // No stacking list: the mapped windows in the server's own order, unmapped ones not.
         Windows x;
         QVERIFY(x.connected());
@@ -259,65 +263,82 @@ private slots:
         QCOMPARE(front->title, QString("/tmp"));
     }
 
-    void nautilusTabs_data()
-    {
+    void nautilusTabs_data() {
         QTest::addColumn<QStringList>("tabs");
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("expected"); // empty: none
         const QString home = "file:///home/ann";
-        QTest::newRow("one tab") << QStringList{home + "/alpha"} << "alpha" << "/home/ann/alpha";
+        QTest::newRow("one tab") << QStringList{home + "/alpha"} << "alpha"
+                                 << "/home/ann/alpha";
         QTest::newRow("percent-decoded, by name not by order")
-            << QStringList{home + "/Beta%20Folder", home + "/Gr%C3%B6%C3%9Fe", home + "/alpha"} << "Größe" << "/home/ann/Größe";
-        QTest::newRow("trailing slash") << QStringList{"file:///srv/x/", "file:///srv/y"} << "x" << "/srv/x";
-        QTest::newRow("the root") << QStringList{"file:///srv", "file:///"} << "/" << "/";
-        QTest::newRow("home's display name, one tab") << QStringList{home} << "Home" << "/home/ann";
-        QTest::newRow("home's display name beside folders") << QStringList{"file:///srv/x", home} << "Persönlicher Ordner" << "/home/ann";
-        QTest::newRow("home beside a place that is no folder") << QStringList{home, "trash:///"} << "Home" << "";
-        QTest::newRow("the trash in front") << QStringList{"file:///srv/x", "trash:///"} << "Trash" << "";
-        QTest::newRow("a remote place of the same name") << QStringList{"file:///srv/x", "sftp://host/srv/x"} << "x" << "";
-        QTest::newRow("two folders of that name") << QStringList{"file:///srv/x", "file:///opt/x"} << "x" << "";
-        QTest::newRow("one folder twice") << QStringList{"file:///srv/x", "file:///srv/x"} << "x" << "/srv/x";
-        QTest::newRow("a file URI of another host") << QStringList{"file://elsewhere/srv/x"} << "x" << "";
-        QTest::newRow("one place, not a folder") << QStringList{"recent:///"} << "Recent" << "";
-        QTest::newRow("no tabs") << QStringList{} << "x" << "";
+            << QStringList{home + "/Beta%20Folder", home + "/Gr%C3%B6%C3%9Fe", home + "/alpha"}
+            << "Größe"
+            << "/home/ann/Größe";
+        QTest::newRow("trailing slash") << QStringList{"file:///srv/x/", "file:///srv/y"} << "x"
+                                        << "/srv/x";
+        QTest::newRow("the root") << QStringList{"file:///srv", "file:///"} << "/"
+                                  << "/";
+        QTest::newRow("home's display name, one tab") << QStringList{home} << "Home"
+                                                      << "/home/ann";
+        QTest::newRow("home's display name beside folders")
+            << QStringList{"file:///srv/x", home} << "Persönlicher Ordner"
+            << "/home/ann";
+        QTest::newRow("home beside a place that is no folder")
+            << QStringList{home, "trash:///"} << "Home"
+            << "";
+        QTest::newRow("the trash in front") << QStringList{"file:///srv/x", "trash:///"} << "Trash"
+                                            << "";
+        QTest::newRow("a remote place of the same name")
+            << QStringList{"file:///srv/x", "sftp://host/srv/x"} << "x"
+            << "";
+        QTest::newRow("two folders of that name")
+            << QStringList{"file:///srv/x", "file:///opt/x"} << "x"
+            << "";
+        QTest::newRow("one folder twice") << QStringList{"file:///srv/x", "file:///srv/x"} << "x"
+                                          << "/srv/x";
+        QTest::newRow("a file URI of another host") << QStringList{"file://elsewhere/srv/x"} << "x"
+                                                    << "";
+        QTest::newRow("one place, not a folder") << QStringList{"recent:///"} << "Recent"
+                                                 << "";
+        QTest::newRow("no tabs") << QStringList{} << "x"
+                                 << "";
     }
-    void nautilusTabs()
-    {
+    void nautilusTabs() {
         QFETCH(QStringList, tabs);
         QFETCH(QString, title);
         QFETCH(QString, expected);
         QCOMPARE(nautilusFolder(tabs, title, "/home/ann/").value_or(QString()), expected);
     }
 
-    void fullPathTitles()
-    {
+    void fullPathTitles() {
         TestHome home;
         for (const char* folder : {"alpha", "Beta Folder", "a - b", "Größe"})
             QVERIFY(QDir().mkpath(home.file(folder)));
         QVERIFY(writeFile(home.file("notes.txt"), "x"));
         const QString h = home.path();
-        expectEach([](const QString& title) { return folderFromFullPathTitle(title).value_or("none"); },
-                   {
-                       {h + "/alpha", h + "/alpha"},
-                       {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
-                       {"Beta Folder - " + h + "/Beta Folder", h + "/Beta Folder"},
-                       {"a - b - " + h + "/a - b", h + "/a - b"},
-                       {"/ - /", "/"},
-                       {h + "/a - b", h + "/a - b"},
-                       {h + "/a - b — Dolphin", h + "/a - b"},
-                       {h + "/Größe – Caja", h + "/Größe"},
-                       {"~/alpha", h + "/alpha"},
-                       {"alpha", "none"},
-                       {h + "/missing - File Manager", "none"},
-                       {h + "/notes.txt", "none"},
-                       {"", "none"},
-                   });
+        expectEach(
+            [](const QString& title) { return folderFromFullPathTitle(title).value_or("none"); },
+            {
+                {h + "/alpha", h + "/alpha"},
+                {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
+                {"Beta Folder - " + h + "/Beta Folder", h + "/Beta Folder"},
+                {"a - b - " + h + "/a - b", h + "/a - b"},
+                {"/ - /", "/"},
+                {h + "/a - b", h + "/a - b"},
+                {h + "/a - b — Dolphin", h + "/a - b"},
+                {h + "/Größe – Caja", h + "/Größe"},
+                {"~/alpha", h + "/alpha"},
+                {"alpha", "none"},
+                {h + "/missing - File Manager", "none"},
+                {h + "/notes.txt", "none"},
+                {"", "none"},
+            });
     }
 
-    void throughTheFileManagers()
-    {
+    void throughTheFileManagers() {
         TestHome home;
-        const QString alpha = home.file("alpha"), beta = home.file("Beta Folder"), gone = home.file("gone");
+        const QString alpha = home.file("alpha"), beta = home.file("Beta Folder"),
+                      gone = home.file("gone");
         for (const QString& folder : {alpha, beta, gone})
             QVERIFY(QDir().mkpath(folder));
         Windows x;
@@ -328,10 +349,13 @@ private slots:
 
         // Nautilus: two windows, the second with two tabs; its object path in both places.
         FakeFileManager nautilus;
-        QVERIFY(nautilus.start({{"kind", "nautilus"},
-                                {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}},
-                                                        {"/org/gnome/Nautilus/window/2", QJsonArray{uri(alpha), uri(beta), "trash:///"}}}}}));
-        const xcb_window_t n1 = nautilusWindow(x, nautilus, 1, "alpha"), n2 = nautilusWindow(x, nautilus, 2, "Beta Folder");
+        QVERIFY(nautilus.start(
+            {{"kind", "nautilus"},
+             {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}},
+                                     {"/org/gnome/Nautilus/window/2",
+                                      QJsonArray{uri(alpha), uri(beta), "trash:///"}}}}}));
+        const xcb_window_t n1 = nautilusWindow(x, nautilus, 1, "alpha"),
+                           n2 = nautilusWindow(x, nautilus, 2, "Beta Folder");
         x.stack({n1, n2});
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), beta);
         x.stack({n2, n1});
@@ -347,19 +371,25 @@ private slots:
         // Dolphin: its windows by their X ids; a title that is a full path, confirmed; a title
         // that is a folder name, confirmed when exactly one such folder is open.
         FakeFileManager dolphin;
-        const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"), d2 = x.make("dolphin", 0, "Beta Folder — Dolphin");
-        QVERIFY(dolphin.start({{"kind", "dolphin"},
-                               {"windows", QJsonArray{QJsonObject{{"winId", qint64(d1)}, {"open", QJsonArray{uri(alpha)}}},
-                                                      QJsonObject{{"winId", qint64(d2)}, {"open", QJsonArray{uri(alpha), uri(beta)}}}}}}));
+        const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"),
+                           d2 = x.make("dolphin", 0, "Beta Folder — Dolphin");
+        QVERIFY(dolphin.start(
+            {{"kind", "dolphin"},
+             {"windows",
+              QJsonArray{QJsonObject{{"winId", qint64(d1)}, {"open", QJsonArray{uri(alpha)}}},
+                         QJsonObject{{"winId", qint64(d2)},
+                                     {"open", QJsonArray{uri(alpha), uri(beta)}}}}}}));
         for (xcb_window_t w : {d1, d2})
             x.setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.pid())});
         x.stack({d2, d1});
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), alpha);
         x.stack({d1, d2});
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), beta);
-        x.setText(d2, "_NET_WM_NAME", (gone + " — Dolphin").toUtf8(), x.atom("UTF8_STRING")); // not open there
+        x.setText(d2, "_NET_WM_NAME", (gone + " — Dolphin").toUtf8(),
+                  x.atom("UTF8_STRING")); // not open there
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
-        x.setText(d2, "_NET_WM_NAME", "Home — Dolphin", x.atom("UTF8_STRING")); // neither is the home folder
+        x.setText(d2, "_NET_WM_NAME", "Home — Dolphin",
+                  x.atom("UTF8_STRING")); // neither is the home folder
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
 
         // The others by their titles, when those show a full path; a folder removed meanwhile
@@ -373,8 +403,7 @@ private slots:
         QCOMPARE(frontFolder(OwnPid, connection, unhurried), std::nullopt);
     }
 
-    void boundedAndQuietWithoutAnswers()
-    {
+    void boundedAndQuietWithoutAnswers() {
         TestHome home;
         QVERIFY(QDir().mkpath(home.file("alpha")));
         Windows x;
@@ -386,7 +415,8 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         QCOMPARE(frontFolder(OwnPid, bus()), std::nullopt);
-        QVERIFY2(clock.elapsed() < 2'000, qPrintable(QString::number(clock.elapsed()))); // not D-Bus's 25 s
+        QVERIFY2(clock.elapsed() < 2'000,
+                 qPrintable(QString::number(clock.elapsed()))); // not D-Bus's 25 s
 
         // No X server, or none where DISPLAY points: nothing.
         const QByteArray display = qgetenv("DISPLAY");
@@ -405,8 +435,7 @@ private slots:
         QVERIFY(sessionBusIfRunning().isConnected());
     }
 
-    void onWaylandOnlyWhatIsCertain()
-    {
+    void onWaylandOnlyWhatIsCertain() {
         TestHome home;
         QVERIFY(QDir().mkpath(home.file("alpha")));
         qputenv("XDG_SESSION_TYPE", "wayland");
@@ -417,22 +446,30 @@ private slots:
         QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), std::nullopt);
         {
             FakeFileManager one;
-            QVERIFY(one.start({{"kind", "nautilus"}, {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(home.file("alpha"))}}}}}));
+            QVERIFY(one.start({{"kind", "nautilus"},
+                               {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1",
+                                                        QJsonArray{uri(home.file("alpha"))}}}}}));
             QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), home.file("alpha"));
         }
         FakeFileManager two;
-        QVERIFY(two.start({{"kind", "nautilus"},
-                           {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(home.file("alpha"))}},
-                                                   {"/org/gnome/Nautilus/window/2", QJsonArray{uri(home.path())}}}}}));
+        QVERIFY(two.start(
+            {{"kind", "nautilus"},
+             {"windows",
+              QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(home.file("alpha"))}},
+                          {"/org/gnome/Nautilus/window/2", QJsonArray{uri(home.path())}}}}}));
         QCOMPARE(frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)), std::nullopt);
     }
 
-    void keyboardShortcutCommands()
-    {
+    void keyboardShortcutCommands() {
         // The launcher as a keyboard shortcut runs it: the first one starts Brindlemark without
         // its window, and each command acts on the front file-manager window's folder.
         TestHome home;
-        auto instancePid = [] { return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock").split('\n')[0].toLongLong()); };
+        auto instancePid = [] {
+            return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") +
+                                  "/org.brindlemark.Brindlemark.socket.lock")
+                             .split('\n')[0]
+                             .toLongLong());
+        };
         const auto stop = qScopeGuard([&] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
         const QString alpha = home.file("Pro jects/alpha"), desktop = home.file("Desktop");
         QVERIFY(QDir().mkpath(alpha) && QDir().mkpath(desktop));
@@ -446,15 +483,21 @@ private slots:
         Windows x;
         QVERIFY(x.connected());
         FakeFileManager nautilus;
-        QVERIFY(nautilus.start({{"kind", "nautilus"}, {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}}}}}));
+        QVERIFY(nautilus.start(
+            {{"kind", "nautilus"},
+             {"windows", QJsonObject{{"/org/gnome/Nautilus/window/1", QJsonArray{uri(alpha)}}}}}));
         x.stack({nautilusWindow(x, nautilus, 1, "alpha")});
 
-        auto launch = [](const QStringList& arguments) { return QProcess::execute(BRINDLEMARK_EXECUTABLE, arguments); };
+        auto launch = [](const QStringList& arguments) {
+            return QProcess::execute(BRINDLEMARK_EXECUTABLE, arguments);
+        };
         QCOMPARE(launch({"--new-file"}), 0);
         QTRY_COMPARE_WITH_TIMEOUT(entries(alpha), QStringList{"New Text File.txt"}, 20'000);
-        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}), 0);
+        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}),
+                 0);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), alpha.toUtf8() + "\n", 20'000);
-        QCOMPARE(entries(alpha), QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
+        QCOMPARE(entries(alpha),
+                 QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
         QCOMPARE(x.mappedWindows(), 0);
 
         // No file-manager window: the Desktop. A plain launch then shows the window, as always.

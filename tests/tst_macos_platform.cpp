@@ -17,16 +17,19 @@ using namespace brindlemark;
 namespace {
 
 // The question to the Finder: seven lines joined by line feeds, none after the last.
-const QString FrontFolderScript = "tell application \"Finder\"\n"
-                                  "if (count of Finder windows) > 0 then\n"
-                                  "return POSIX path of ((target of front Finder window) as alias)\n"
-                                  "else\n"
-                                  "return POSIX path of (desktop as alias)\n"
-                                  "end if\n"
-                                  "end tell";
+const QString FrontFolderScript =
+    "tell application \"Finder\"\n"
+    "if (count of Finder windows) > 0 then\n"
+    "return POSIX path of ((target of front Finder window) as alias)\n"
+    "else\n"
+    "return POSIX path of (desktop as alias)\n"
+    "end if\n"
+    "end tell";
 
 // Qt's native settings name the domain "org.brindlemark.Brindlemark" after these two.
-QSettings domain(const QString& application) { return QSettings(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org", application); }
+QSettings domain(const QString& application) {
+    return QSettings(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org", application);
+}
 
 } // namespace
 
@@ -43,17 +46,23 @@ class MacPlatformTest : public QObject {
     };
 
     // Every tool's runs, one line each: its name and its arguments in brackets.
-    QStringList toolRuns() { return QString::fromUtf8(readFile(m_home.file("tools.log"))).split('\n', Qt::SkipEmptyParts); }
-    void useTool(const QString& name, const QByteArray& then = "")
-    {
-        writeScript(m_bin + '/' + name, "line=${0##*/}; for a; do line=\"$line [$a]\"; done; echo \"$line\" >> \"$HOME/tools.log\"\n" + then);
+    QStringList toolRuns() {
+        return QString::fromUtf8(readFile(m_home.file("tools.log")))
+            .split('\n', Qt::SkipEmptyParts);
+    }
+    void useTool(const QString& name, const QByteArray& then = "") {
+        writeScript(m_bin + '/' + name, "line=${0##*/}; for a; do line=\"$line [$a]\"; done; echo "
+                                        "\"$line\" >> \"$HOME/tools.log\"\n" +
+                                            then);
     }
     // osascript also keeps its arguments whole, the script's line breaks included.
-    void useOsascript(const QByteArray& body) { writeScript(m_bin + "/osascript", "printf '%s\\0' \"$@\" > \"$HOME/osascript.args\"\n" + body); }
+    void useOsascript(const QByteArray& body) {
+        writeScript(m_bin + "/osascript",
+                    "printf '%s\\0' \"$@\" > \"$HOME/osascript.args\"\n" + body);
+    }
 
 private slots:
-    void init()
-    {
+    void init() {
         QFile::remove(m_home.file("tools.log"));
         for (const char* name : {"open", "pluginkit", "killall"})
             useTool(name);
@@ -62,73 +71,91 @@ private slots:
         domain("Brindlemark.BrindlemarkFinderSync").clear();
     }
 
-    void settingsAndPlaces()
-    {
-        expectEach([](const QString& id) { const auto names = preferencesDomainNames(id); return names.organization + '|' + names.application; },
-                   {{ApplicationBundleIdentifier, "brindlemark.org|Brindlemark"},
-                    {ExtensionBundleIdentifier, "brindlemark.org|Brindlemark.BrindlemarkFinderSync"},
-                    {"com.example.tools.Thing", "example.com|tools.Thing"}});
+    void settingsAndPlaces() {
+        expectEach(
+            [](const QString& id) {
+                const auto names = preferencesDomainNames(id);
+                return names.organization + '|' + names.application;
+            },
+            {{ApplicationBundleIdentifier, "brindlemark.org|Brindlemark"},
+             {ExtensionBundleIdentifier, "brindlemark.org|Brindlemark.BrindlemarkFinderSync"},
+             {"com.example.tools.Thing", "example.com|tools.Thing"}});
         MacPlatform platform(m_bin, m_openLink);
         platform.setUserDefaultsValue("TemplatesJSON", "[1]");
         platform.setExtensionPreferenceValue("TemplatesJSON", "[2]");
         QCOMPARE(domain("Brindlemark").value("TemplatesJSON").toString(), "[1]");
-        QCOMPARE(domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString(), "[2]");
+        QCOMPARE(domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString(),
+                 "[2]");
         QCOMPARE(platform.userDefaultsValue("TemplatesJSON").toString(), "[1]");
 
         const QString home = m_home.path(), support = "/Library/Application Support/Brindlemark";
-        QCOMPARE(platform.templateConfigFilePaths(), QStringList({home + "/Library/Containers/org.brindlemark.Brindlemark.BrindlemarkFinderSync/Data" + support + "/Templates.json",
-                                                                  home + "/Library/Containers/org.brindlemark.Brindlemark/Data" + support + "/Templates.json",
-                                                                  home + support + "/Templates.json"}));
+        QCOMPARE(
+            platform.templateConfigFilePaths(),
+            QStringList(
+                {home +
+                     "/Library/Containers/org.brindlemark.Brindlemark.BrindlemarkFinderSync/Data" +
+                     support + "/Templates.json",
+                 home + "/Library/Containers/org.brindlemark.Brindlemark/Data" + support +
+                     "/Templates.json",
+                 home + support + "/Templates.json"}));
         QCOMPARE(platform.templateBackupFolder(), home + support);
         QCOMPARE(platform.desktopFolder(), home + "/Desktop");
-        QCOMPARE(MacPlatform::plugInsFolderOfBundle("/Applications/Brindlemark.app/Contents/MacOS"), "/Applications/Brindlemark.app/Contents/PlugIns");
+        QCOMPARE(MacPlatform::plugInsFolderOfBundle("/Applications/Brindlemark.app/Contents/MacOS"),
+                 "/Applications/Brindlemark.app/Contents/PlugIns");
         QVERIFY(!platform.handOffToRunningInstance({"brindlemark://create?path=/tmp"}));
     }
 
-    void frontFolder()
-    {
+    void frontFolder() {
         // What osascript does (nothing: it is missing), and the folder it gives ("-": none).
         MacPlatform platform(m_bin, m_openLink);
-        expectEach([&](const QString& osascript) {
-            if (osascript.isEmpty())
-                QFile::remove(m_bin + "/osascript");
-            else
-                useOsascript(osascript.toUtf8());
-            return platform.frontFileManagerFolder().value_or("-");
-        }, {{"echo 'a warning' >&2; printf '/Users/me/a b \\303\\274/\\n'", "/Users/me/a b ü"},
-            {"printf '/\\n'", "/"},
-            {"printf '/Volumes/x /\\n'", "/Volumes/x "},
-            {"true", "-"},
-            {"echo 'execution error: Not authorized to send Apple events to Finder. (-1743)' >&2; exit 1", "-"},
-            {"printf '/tmp/\\n'; exit 1", "-"},
-            {"", "-"}});
+        expectEach(
+            [&](const QString& osascript) {
+                if (osascript.isEmpty())
+                    QFile::remove(m_bin + "/osascript");
+                else
+                    useOsascript(osascript.toUtf8());
+                return platform.frontFileManagerFolder().value_or("-");
+            },
+            {{"echo 'a warning' >&2; printf '/Users/me/a b \\303\\274/\\n'", "/Users/me/a b ü"},
+             {"printf '/\\n'", "/"},
+             {"printf '/Volumes/x /\\n'", "/Volumes/x "},
+             {"true", "-"},
+             {"echo 'execution error: Not authorized to send Apple events to Finder. (-1743)' >&2; "
+              "exit 1",
+              "-"},
+             {"printf '/tmp/\\n'; exit 1", "-"},
+             {"", "-"}});
         QCOMPARE(FrontFolderScript.size(), 188);
-        QCOMPARE(readFile(m_home.file("osascript.args")), "-e" + QByteArray(1, 0) + FrontFolderScript.toUtf8() + QByteArray(1, 0));
+        QCOMPARE(readFile(m_home.file("osascript.args")),
+                 "-e" + QByteArray(1, 0) + FrontFolderScript.toUtf8() + QByteArray(1, 0));
     }
 
-    void openSettings()
-    {
+    void openSettings() {
         // The extensions pane; when the system cannot open that link, System Settings itself.
         for (const bool linkOpens : {true, false}) {
             QFile::remove(m_home.file("tools.log"));
             m_linkOpens = linkOpens;
             m_openedLinks.clear();
             MacPlatform(m_bin, m_openLink).openSettings();
-            QCOMPARE(m_openedLinks, QStringList{"x-apple.systempreferences:com.apple.LoginItems-Settings.extension"});
-            QCOMPARE(toolRuns(), linkOpens ? QStringList() : QStringList{"open [/System/Applications/System Settings.app]"});
+            QCOMPARE(
+                m_openedLinks,
+                QStringList{"x-apple.systempreferences:com.apple.LoginItems-Settings.extension"});
+            QCOMPARE(toolRuns(),
+                     linkOpens ? QStringList()
+                               : QStringList{"open [/System/Applications/System Settings.app]"});
         }
     }
 
     // The controller on this platform: its places after a start, then every tool it runs.
-    void controller()
-    {
+    void controller() {
         const QString folder = m_home.file("a b");
         QDir().mkpath(folder);
         useOsascript("printf '%s/\\n' \"$HOME/a b\"");
         MacPlatform platform(m_bin, m_openLink);
         const auto app = start(platform, true);
         QCOMPARE(domain("Brindlemark").value("TemplatesJSON").toString(), builtInTemplatesJSON);
-        QCOMPARE(domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString(), builtInTemplatesJSON);
+        QCOMPARE(domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString(),
+                 builtInTemplatesJSON);
         for (const QString& file : platform.templateConfigFilePaths())
             QCOMPARE(readFile(file), builtInTemplatesJSON);
 
@@ -142,27 +169,36 @@ private slots:
         app->createInFinderFolder();
         QVERIFY(clock.elapsed() < 2500);
         const QString list = "pluginkit [-mAD] [-p] [com.apple.FinderSync]",
-                      add = "pluginkit [-a] [" + QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../PlugIns/BrindlemarkFinderSync.appex") + "]";
-        QTRY_COMPARE(toolRuns(), QStringList({list, add, list, add, list, "pluginkit [-e] [use] [-i] [org.brindlemark.Brindlemark.BrindlemarkFinderSync]",
-                                              "killall [Finder]", list, "open [-a] [Terminal] [" + folder + "]", "open [-R] [" + folder + "/New Text File.txt]"}));
+                      add = "pluginkit [-a] [" +
+                            QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                                            "/../PlugIns/BrindlemarkFinderSync.appex") +
+                            "]";
+        QTRY_COMPARE(
+            toolRuns(),
+            QStringList(
+                {list, add, list, add, list,
+                 "pluginkit [-e] [use] [-i] [org.brindlemark.Brindlemark.BrindlemarkFinderSync]",
+                 "killall [Finder]", list, "open [-a] [Terminal] [" + folder + "]",
+                 "open [-R] [" + folder + "/New Text File.txt]"}));
     }
 
-    void urls()
-    {
+    void urls() {
         const QString folder = m_home.file("urls"), path = QUrl::toPercentEncoding(folder);
         QDir().mkpath(folder);
         MacPlatform platform(m_bin, m_openLink);
         // The URL that launched the application comes with the event loop's first pass, which runs
         // while the controller installs its handler: it is handled first, and no window shows.
-        QCoreApplication::postEvent(qApp, new QFileOpenEvent(QUrl("brindlemark://template?path=" + path + "&prefix=a%26b&suffix=md")));
+        QCoreApplication::postEvent(qApp,
+                                    new QFileOpenEvent(QUrl("brindlemark://template?path=" + path +
+                                                            "&prefix=a%26b&suffix=md")));
         AppDelegate app(platform);
         app.applicationWillFinishLaunching();
         QCOMPARE(entries(folder), QStringList{"a&b.md"});
         app.applicationDidFinishLaunching();
         QVERIFY(!app.window());
 
-        // Later URLs, one at a time and fully encoded, through the scheme's handler and as file-open
-        // events; another file opened with the application is left to others.
+        // Later URLs, one at a time and fully encoded, through the scheme's handler and as
+        // file-open events; another file opened with the application is left to others.
         QList<QStringList> delivered;
         platform.receiveLaterLaunches([&](const QStringList& urls) { delivered << urls; });
         const QString url = "brindlemark://template?path=%2Fa%26b%20c&title=a+b&payload=e30=";

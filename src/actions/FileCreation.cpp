@@ -5,15 +5,15 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <optional>
 #include <string>
-#include <algorithm>
-#include <unordered_set>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_set>
 
 namespace brindlemark {
 
@@ -21,8 +21,7 @@ namespace {
 
 enum class Attempt { Created, Taken, Failed };
 
-Attempt createExclusively(const QString& path, bool executable)
-{
+Attempt createExclusively(const QString& path, bool executable) {
     const QByteArray native = QFile::encodeName(path);
     const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0)
@@ -49,9 +48,11 @@ struct NamePattern {
     qint64 numberOf(QByteArrayView name) const {
         if (name == plain)
             return 0;
-        if (name.size() <= start.size() + end.size() || !name.startsWith(start) || !name.endsWith(end))
+        if (name.size() <= start.size() + end.size() || !name.startsWith(start) ||
+            !name.endsWith(end))
             return -1;
-        const QByteArrayView digits = name.sliced(start.size(), name.size() - start.size() - end.size());
+        const QByteArrayView digits =
+            name.sliced(start.size(), name.size() - start.size() - end.size());
         if (digits.size() > 18 || digits.front() == '0' ||
             !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
             return -1;
@@ -90,11 +91,15 @@ bool readNames(const QByteArray& folder, const NamePattern& pattern, TakenNames&
     return true;
 }
 
-bool staysInFolder(const QString& name) { return !name.contains(u'/') && !name.contains(QChar(0)); }
+bool staysInFolder(const QString& name) {
+    return !name.contains(u'/') && !name.contains(QChar(0));
+}
 
 // "." and ".." name the folder and its parent in every folder: always taken, never to be created,
 // also where the listing leaves them out (a file system need not list them).
-bool namesAFolderItself(const QString& name) { return name == u"." || name == u".."; }
+bool namesAFolderItself(const QString& name) {
+    return name == u"." || name == u"..";
+}
 
 } // namespace
 
@@ -142,8 +147,7 @@ void FolderNames::forget() {
     m_known->followed = false;
 }
 
-bool isExistingFolder(const QString& folder)
-{
+bool isExistingFolder(const QString& folder) {
     // Only an absolute path names a folder: a relative one would depend on where Brindlemark
     // happened to be started. A NUL would cut the path short in the system calls.
     return QDir::isAbsolutePath(folder) && !folder.contains(QChar(0)) && QFileInfo(folder).isDir();
@@ -187,8 +191,9 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
          n = candidateAfter(n)) {
         // One multi-argument arg() call: a "%1" inside the prefix must stay literal text.
         const QString name = n == 0 ? plain
-                             : suffix.isEmpty() ? QStringLiteral("%1 %2").arg(base, QString::number(n))
-                                                : QStringLiteral("%1 %2.%3").arg(base, QString::number(n), suffix);
+                             : suffix.isEmpty()
+                                 ? QStringLiteral("%1 %2").arg(base, QString::number(n))
+                                 : QStringLiteral("%1 %2.%3").arg(base, QString::number(n), suffix);
         const QString path = directory + name;
         if (!taken && QFileInfo::exists(path))
             continue;

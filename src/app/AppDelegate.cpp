@@ -19,19 +19,15 @@
 namespace brindlemark {
 
 AppDelegate::AppDelegate(Platform& platform, QObject* parent)
-    : QObject(parent), m_platform(platform),
-      m_templateTableModel(new TemplateTableModel(m_templates, [this] { saveTemplates(); }, this))
-{
-}
+    : QObject(parent), m_platform(platform), m_templateTableModel(new TemplateTableModel(
+                                                 m_templates, [this] { saveTemplates(); }, this)) {}
 
-AppDelegate::~AppDelegate()
-{
+AppDelegate::~AppDelegate() {
     // The window's table reads the template list until it is gone: close it down first.
     m_window.reset();
 }
 
-void AppDelegate::applicationWillFinishLaunching()
-{
+void AppDelegate::applicationWillFinishLaunching() {
     // The handler for later launches, installed before the start-up sequence runs: a URL that
     // arrives meanwhile is handled first and keeps the window hidden. No URL: a reopen.
     m_platform.receiveLaterLaunches([this](const QStringList& items) {
@@ -46,8 +42,7 @@ void AppDelegate::applicationWillFinishLaunching()
     });
 }
 
-void AppDelegate::applicationDidFinishLaunching()
-{
+void AppDelegate::applicationDidFinishLaunching() {
     loadTemplates();
     saveTemplates();
     buildApplicationMenu();
@@ -57,39 +52,38 @@ void AppDelegate::applicationDidFinishLaunching()
         showWindow();
 }
 
-bool AppDelegate::applicationShouldHandleReopen(bool)
-{
+bool AppDelegate::applicationShouldHandleReopen(bool) {
     showWindow();
     return true;
 }
 
-void AppDelegate::terminate(QObject*) { QCoreApplication::quit(); }
+void AppDelegate::terminate(QObject*) {
+    QCoreApplication::quit();
+}
 
 // ---- the template list ---------------------------------------------------------------------
 
-TemplateList AppDelegate::enabledTemplates() const { return brindlemark::enabledTemplates(m_templates); }
+TemplateList AppDelegate::enabledTemplates() const {
+    return brindlemark::enabledTemplates(m_templates);
+}
 
-Template AppDelegate::templateWithIdentifier(const QString& identifier) const
-{
+Template AppDelegate::templateWithIdentifier(const QString& identifier) const {
     return brindlemark::templateWithIdentifier(m_templates, identifier);
 }
 
 // ---- URL commands ----------------------------------------------------------------------------
 
-void AppDelegate::handleGetURLEvent(const QString& urlText)
-{
+void AppDelegate::handleGetURLEvent(const QString& urlText) {
     m_handledURLLaunch = true;
     handleURL(urlText);
 }
 
-void AppDelegate::openURLs(const QStringList& urls)
-{
+void AppDelegate::openURLs(const QStringList& urls) {
     for (const QString& url : urls)
         handleURL(url);
 }
 
-void AppDelegate::handleURL(const QString& urlText)
-{
+void AppDelegate::handleURL(const QString& urlText) {
     const UrlRequest request = interpretCommandUrl(urlText, m_templates);
     // The folder as a file-system path: trailing separators go, as in a file URL's path.
     QString folder = request.folder;
@@ -119,21 +113,18 @@ void AppDelegate::handleURL(const QString& urlText)
 
 // ---- the status line and the error alert -------------------------------------------------
 
-void AppDelegate::setStatusText(const QString& text)
-{
+void AppDelegate::setStatusText(const QString& text) {
     // Until the window exists there is no status line, and the text is dropped.
     if (m_statusLabel)
         m_statusLabel->setText(text);
 }
 
-void AppDelegate::showError(const std::optional<QString>& message)
-{
+void AppDelegate::showError(const std::optional<QString>& message) {
     m_pendingErrors.enqueue(message.value_or(QStringLiteral("Unknown error.")));
     QMetaObject::invokeMethod(this, &AppDelegate::showQueuedErrors, Qt::QueuedConnection);
 }
 
-void AppDelegate::showQueuedErrors()
-{
+void AppDelegate::showQueuedErrors() {
     // An alert runs its own event loop, where the next queued call arrives: that call returns
     // at once and this loop shows its message after the current alert is closed.
     if (m_showingErrors)

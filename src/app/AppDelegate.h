@@ -123,7 +123,8 @@ public:
 
 private:
     void buildWindow();
-    void addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox);
+    void addTemplateColumn(const QString& identifier, const QString& title, int width,
+                           bool checkbox);
     void keepColumnAtItsMinimumWidth(int column, int newWidth);
     void setStatusText(const QString& text);
     void showTemplates(const TemplateList& templates);

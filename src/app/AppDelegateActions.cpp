@@ -18,8 +18,7 @@ namespace brindlemark {
 
 // ---- file actions ------------------------------------------------------------------------
 
-void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder)
-{
+void AppDelegate::createTemplate(const std::optional<Template>& record, const QString& inFolder) {
     const Template chosen = record ? *record : templateWithIdentifier(FallbackTemplateIdentifier);
     // The burst ends once the event loop comes back, after the command (and after the last part
     // of a launch that arrives in parts): a launch is answered as soon as its files exist, and the
@@ -56,36 +55,32 @@ void AppDelegate::endBurst() {
         m_platform.showFileInFileManager(file);
 }
 
-void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder)
-{
+void AppDelegate::createTemplateWithIdentifier(const QString& identifier, const QString& inFolder) {
     createTemplate(templateWithIdentifier(identifier), inFolder);
 }
 
-bool AppDelegate::validateFolderURL(const QString& folder)
-{
+bool AppDelegate::validateFolderURL(const QString& folder) {
     if (isExistingFolder(folder))
         return true;
     showError(QStringLiteral("Not a folder: %1").arg(folder));
     return false;
 }
 
-void AppDelegate::openTerminalInFolder(const QString& folder)
-{
+void AppDelegate::openTerminalInFolder(const QString& folder) {
     openApplicationInFolder(QStringLiteral("Terminal"), folder);
 }
 
-void AppDelegate::openITermInFolder(const QString& folder)
-{
+void AppDelegate::openITermInFolder(const QString& folder) {
     const bool iTerm = QFileInfo::exists(QStringLiteral("/Applications/iTerm.app"));
     openApplicationInFolder(iTerm ? QStringLiteral("iTerm") : QStringLiteral("iTerm2"), folder);
 }
 
-void AppDelegate::openApplicationInFolder(const QString& application, const QString& folder)
-{
+void AppDelegate::openApplicationInFolder(const QString& application, const QString& folder) {
     if (!validateFolderURL(folder))
         return;
     // The tool prints nothing when the terminal started, and the reason when it did not.
-    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open), {QStringLiteral("-a"), application, folder});
+    const QString output = runTool(m_platform.toolPath(Platform::Tool::Open),
+                                   {QStringLiteral("-a"), application, folder});
     if (!output.isEmpty()) {
         showError(output);
         return;
@@ -95,34 +90,38 @@ void AppDelegate::openApplicationInFolder(const QString& application, const QStr
 
 // ---- commands for the file manager's folder ---------------------------------------------
 
-std::optional<QString> AppDelegate::frontFinderFolderURL() { return m_platform.frontFileManagerFolder(); }
+std::optional<QString> AppDelegate::frontFinderFolderURL() {
+    return m_platform.frontFileManagerFolder();
+}
 
-QString AppDelegate::folderForCommand()
-{
+QString AppDelegate::folderForCommand() {
     const std::optional<QString> front = frontFinderFolderURL();
     return front && !front->isEmpty() ? *front : m_platform.desktopFolder();
 }
 
-void AppDelegate::createInFinderFolder(QObject*)
-{
+void AppDelegate::createInFinderFolder(QObject*) {
     createTemplateWithIdentifier(FallbackTemplateIdentifier, folderForCommand());
 }
 
-void AppDelegate::createTemplateInFinderFolder(QObject* sender)
-{
+void AppDelegate::createTemplateInFinderFolder(QObject* sender) {
     // A New File menu item carries its template; without one, the fallback template.
     const auto* item = qobject_cast<QAction*>(sender);
     const QVariant carried = item ? item->data() : QVariant();
-    createTemplate(carried.typeId() == QMetaType::QJsonObject ? std::optional<Template>(carried.toJsonObject()) : std::nullopt,
+    createTemplate(carried.typeId() == QMetaType::QJsonObject
+                       ? std::optional<Template>(carried.toJsonObject())
+                       : std::nullopt,
                    folderForCommand());
 }
 
-void AppDelegate::openTerminalInFinderFolder(QObject*) { openTerminalInFolder(folderForCommand()); }
+void AppDelegate::openTerminalInFinderFolder(QObject*) {
+    openTerminalInFolder(folderForCommand());
+}
 
-void AppDelegate::openITermInFinderFolder(QObject*) { openITermInFolder(folderForCommand()); }
+void AppDelegate::openITermInFinderFolder(QObject*) {
+    openITermInFolder(folderForCommand());
+}
 
-void AppDelegate::handleFolderCommand(const QString& command)
-{
+void AppDelegate::handleFolderCommand(const QString& command) {
     m_handledURLLaunch = true;
     static const QString newFileWith = QStringLiteral("--new-file=");
     if (command == QLatin1String("--open-terminal"))
@@ -135,33 +134,31 @@ void AppDelegate::handleFolderCommand(const QString& command)
 
 // ---- the file-manager extension ----------------------------------------------------------
 
-QString AppDelegate::extensionBundlePath() const
-{
+QString AppDelegate::extensionBundlePath() const {
     return m_platform.builtInPlugInsPath() + u'/' + ExtensionBundleName;
 }
 
 // The registry tool's and the restart tool's command lines, shared by the single operations and
 // by the enabling, which runs them in a row without blocking.
-QStringList AppDelegate::registrationArguments() const { return {QStringLiteral("-a"), extensionBundlePath()}; }
+QStringList AppDelegate::registrationArguments() const {
+    return {QStringLiteral("-a"), extensionBundlePath()};
+}
 
-QStringList AppDelegate::listingArguments()
-{
+QStringList AppDelegate::listingArguments() {
     return {QStringLiteral("-mAD"), QStringLiteral("-p"), FileManagerExtensionProtocol};
 }
 
-void AppDelegate::showRegistration(const QString& output)
-{
+void AppDelegate::showRegistration(const QString& output) {
     setStatusText(output.isEmpty() ? QStringLiteral("Extension registered.") : output);
 }
 
-void AppDelegate::registerExtension(QObject*)
-{
-    showRegistration(runTool(m_platform.toolPath(Platform::Tool::PluginKit), registrationArguments()));
+void AppDelegate::registerExtension(QObject*) {
+    showRegistration(
+        runTool(m_platform.toolPath(Platform::Tool::PluginKit), registrationArguments()));
     refreshExtensionStatus();
 }
 
-void AppDelegate::enableExtension(QObject*)
-{
+void AppDelegate::enableExtension(QObject*) {
     // The five tools in their order, the status line following them, while the window goes on
     // answering: electing the extension installs the file managers' menus, which takes a while.
     // A second request while one runs is the same request: it is not queued.
@@ -173,34 +170,38 @@ void AppDelegate::enableExtension(QObject*)
         setStatusText(QStringLiteral("Finder extension enabled."));
         QTimer::singleShot(0, this, [this] { m_enabling.reset(); });
     });
-    m_enabling->append(pluginKit, registrationArguments(), [this](const QString& output) { showRegistration(output); });
+    m_enabling->append(pluginKit, registrationArguments(),
+                       [this](const QString& output) { showRegistration(output); });
     m_enabling->append(pluginKit, listingArguments(), showState);
-    m_enabling->append(pluginKit, {QStringLiteral("-e"), QStringLiteral("use"), QStringLiteral("-i"),
-                                   QLatin1String(ExtensionBundleIdentifier)});
-    m_enabling->append(m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")},
-                       [this](const QString&) { setStatusText(QStringLiteral("Finder restarted.")); });
+    m_enabling->append(pluginKit, {QStringLiteral("-e"), QStringLiteral("use"),
+                                   QStringLiteral("-i"), QLatin1String(ExtensionBundleIdentifier)});
+    m_enabling->append(
+        m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")},
+        [this](const QString&) { setStatusText(QStringLiteral("Finder restarted.")); });
     m_enabling->append(pluginKit, listingArguments(), showState);
     m_enabling->start();
 }
 
-bool AppDelegate::isEnablingExtension() const { return m_enabling != nullptr; }
+bool AppDelegate::isEnablingExtension() const {
+    return m_enabling != nullptr;
+}
 
-void AppDelegate::restartFinder(QObject*)
-{
+void AppDelegate::restartFinder(QObject*) {
     runTool(m_platform.toolPath(Platform::Tool::KillAll), {QStringLiteral("Finder")});
     setStatusText(QStringLiteral("Finder restarted."));
 }
 
-void AppDelegate::openSettings(QObject*) { m_platform.openSettings(); }
+void AppDelegate::openSettings(QObject*) {
+    m_platform.openSettings();
+}
 
-void AppDelegate::refreshExtensionStatus()
-{
+void AppDelegate::refreshExtensionStatus() {
     showExtensionState(runTool(m_platform.toolPath(Platform::Tool::PluginKit), listingArguments()));
 }
 
-void AppDelegate::showExtensionState(const QString& listing)
-{
-    const ExtensionState state = extensionStateFromListing(listing, QLatin1String(ExtensionBundleIdentifier));
+void AppDelegate::showExtensionState(const QString& listing) {
+    const ExtensionState state =
+        extensionStateFromListing(listing, QLatin1String(ExtensionBundleIdentifier));
     if (m_extensionMenuItem)
         m_extensionMenuItem->setText(extensionMenuTitle(state));
     if (m_extensionStateLabel)

@@ -13,17 +13,16 @@
 namespace brindlemark {
 
 QAction* AppDelegate::menuItemWithTitle(const QString& title, const QString& symbol,
-                                        void (AppDelegate::*action)(QObject*))
-{
+                                        void (AppDelegate::*action)(QObject*)) {
     auto* item = new QAction(symbolImage(symbol, 14), title, this);
     connectCommand(item, &QAction::triggered, this, action);
     return item;
 }
 
-void AppDelegate::buildApplicationMenu()
-{
+void AppDelegate::buildApplicationMenu() {
     m_applicationMenu = std::make_unique<QMenu>(QStringLiteral("Brindlemark"));
-    for (const Command* command : std::initializer_list<const Command*>{&Commands::ShowWindow, nullptr, &Commands::Quit}) {
+    for (const Command* command :
+         std::initializer_list<const Command*>{&Commands::ShowWindow, nullptr, &Commands::Quit}) {
         if (!command) {
             m_applicationMenu->addSeparator();
             continue;
@@ -34,13 +33,13 @@ void AppDelegate::buildApplicationMenu()
     }
 }
 
-void AppDelegate::buildStatusItem()
-{
+void AppDelegate::buildStatusItem() {
     m_statusMenu = std::make_unique<QMenu>(QStringLiteral("Brindlemark"));
     connect(m_statusMenu.get(), &QMenu::aboutToShow, this, &AppDelegate::menuWillOpen);
     using namespace Commands;
-    for (const Command* command : std::initializer_list<const Command*>{&NewFile, &OpenTerminal, &OpenITerm, nullptr, &ExtensionState, &EnableExtension,
-                                   &RestartFinder, &OpenSettings, nullptr, &ShowWindow, &Quit}) {
+    for (const Command* command : std::initializer_list<const Command*>{
+             &NewFile, &OpenTerminal, &OpenITerm, nullptr, &ExtensionState, &EnableExtension,
+             &RestartFinder, &OpenSettings, nullptr, &ShowWindow, &Quit}) {
         if (!command) {
             m_statusMenu->addSeparator();
             continue;
@@ -62,17 +61,17 @@ void AppDelegate::buildStatusItem()
         m_statusItem->setToolTip(QStringLiteral("Brindlemark"));
         m_statusItem->setContextMenu(m_statusMenu.get());
         // A plain click opens the menu too, as a click on a menu-bar item does.
-        connect(m_statusItem, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-            if (reason == QSystemTrayIcon::Trigger)
-                m_statusMenu->popup(QCursor::pos());
-        });
+        connect(m_statusItem, &QSystemTrayIcon::activated, this,
+                [this](QSystemTrayIcon::ActivationReason reason) {
+                    if (reason == QSystemTrayIcon::Trigger)
+                        m_statusMenu->popup(QCursor::pos());
+                });
         m_statusItem->show();
     }
     refreshExtensionStatus();
 }
 
-void AppDelegate::rebuildNewFileStatusMenu()
-{
+void AppDelegate::rebuildNewFileStatusMenu() {
     QMenu* submenu = m_templateMenuItem ? m_templateMenuItem->menu() : nullptr;
     if (!submenu)
         return;
@@ -83,19 +82,20 @@ void AppDelegate::rebuildNewFileStatusMenu()
         return;
     }
     for (const Template& record : enabled) {
-        const bool executable = record.value(TemplateKey::executable).toBool(); // normalised: a flag
+        const bool executable =
+            record.value(TemplateKey::executable).toBool(); // normalised: a flag
         // The title as the user wrote it: an "&" in it is a character, not a keyboard mnemonic.
-        QAction* item = menuItemWithTitle(record.value(TemplateKey::title).toString().replace(u'&', QStringLiteral("&&")),
-                                          executable ? QStringLiteral("terminal") : QStringLiteral("doc"),
-                                          &AppDelegate::createTemplateInFinderFolder);
+        QAction* item = menuItemWithTitle(
+            record.value(TemplateKey::title).toString().replace(u'&', QStringLiteral("&&")),
+            executable ? QStringLiteral("terminal") : QStringLiteral("doc"),
+            &AppDelegate::createTemplateInFinderFolder);
         item->setParent(submenu);
         item->setData(record);
         submenu->addAction(item);
     }
 }
 
-void AppDelegate::menuWillOpen()
-{
+void AppDelegate::menuWillOpen() {
     refreshExtensionStatus();
     rebuildNewFileStatusMenu();
 }

@@ -17,23 +17,23 @@ namespace brindlemark {
 
 // ---- the template table ----------------------------------------------------------------
 
-void AppDelegate::addTemplateColumn(const QString& identifier, const QString& title, int width, bool checkbox)
-{
+void AppDelegate::addTemplateColumn(const QString& identifier, const QString& title, int width,
+                                    bool checkbox) {
     const int minimumWidth = checkbox ? 70 : 80;
     m_templateTableModel->appendColumn({identifier, title, width, minimumWidth, checkbox});
     if (m_templatesTableView)
         m_templatesTableView->setColumnWidth(m_templateTableModel->columnCount() - 1, width);
 }
 
-void AppDelegate::keepColumnAtItsMinimumWidth(int column, int newWidth)
-{
+void AppDelegate::keepColumnAtItsMinimumWidth(int column, int newWidth) {
     const auto& columns = m_templateTableModel->columns();
-    if (m_templatesTableView && column >= 0 && column < columns.size() && newWidth < columns[column].minimumWidth)
-        m_templatesTableView->horizontalHeader()->resizeSection(column, columns[column].minimumWidth);
+    if (m_templatesTableView && column >= 0 && column < columns.size() &&
+        newWidth < columns[column].minimumWidth)
+        m_templatesTableView->horizontalHeader()->resizeSection(column,
+                                                                columns[column].minimumWidth);
 }
 
-void AppDelegate::addTemplate(QObject*)
-{
+void AppDelegate::addTemplate(QObject*) {
     m_templates.append(Template{
         {TemplateKey::id, newTemplateIdentifier()},
         {TemplateKey::title, QStringLiteral("New Template")},
@@ -48,8 +48,7 @@ void AppDelegate::addTemplate(QObject*)
     saveTemplates();
 }
 
-void AppDelegate::removeTemplate(QObject*)
-{
+void AppDelegate::removeTemplate(QObject*) {
     if (!m_templatesTableView || !m_templatesTableView->selectionModel())
         return;
     const QModelIndexList selected = m_templatesTableView->selectionModel()->selectedRows();
@@ -65,10 +64,11 @@ void AppDelegate::removeTemplate(QObject*)
 
 // ---- window ------------------------------------------------------------------------------
 
-QWidget* AppDelegate::window() const { return m_window.get(); }
+QWidget* AppDelegate::window() const {
+    return m_window.get();
+}
 
-void AppDelegate::showWindow(QObject*)
-{
+void AppDelegate::showWindow(QObject*) {
     if (!m_window)
         buildWindow();
     refreshExtensionStatus();
@@ -87,20 +87,19 @@ void AppDelegate::showWindow(QObject*)
     m_window->setAttribute(Qt::WA_KeyboardFocusChange);
 }
 
-void AppDelegate::hideWindow(QObject*)
-{
+void AppDelegate::hideWindow(QObject*) {
     if (m_window)
         m_window->hide();
 }
 
-void AppDelegate::buildWindow()
-{
+void AppDelegate::buildWindow() {
     m_window = std::make_unique<MainWindow>(*this, m_templateTableModel);
     m_statusLabel = m_window->statusLabel();
     m_extensionStateLabel = m_window->extensionStateLabel();
     m_templatesTableView = m_window->templatesTableView();
-    connect(m_templatesTableView->horizontalHeader(), &QHeaderView::sectionResized, this,
-            [this](int column, int, int newWidth) { keepColumnAtItsMinimumWidth(column, newWidth); });
+    connect(
+        m_templatesTableView->horizontalHeader(), &QHeaderView::sectionResized, this,
+        [this](int column, int, int newWidth) { keepColumnAtItsMinimumWidth(column, newWidth); });
     addTemplateColumn(TemplateKey::enabled, QStringLiteral("Enabled"), 74, true);
     addTemplateColumn(TemplateKey::title, QStringLiteral("Title"), 220, false);
     addTemplateColumn(TemplateKey::prefix, QStringLiteral("Prefix"), 170, false);

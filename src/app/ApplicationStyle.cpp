@@ -12,22 +12,20 @@ namespace {
 // A style's standard icon, asked of the style only when it is first measured or drawn.
 class DeferredStandardIconEngine final : public QIconEngine {
 public:
-    DeferredStandardIconEngine(QStyle* style, QStyle::StandardPixmap which) : m_style(style), m_which(which) {}
+    DeferredStandardIconEngine(QStyle* style, QStyle::StandardPixmap which)
+        : m_style(style), m_which(which) {}
 
-    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
-    {
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
+               QIcon::State state) override {
         icon().paint(painter, rect, Qt::AlignCenter, mode, state);
     }
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
-    {
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
         return icon().pixmap(size, mode, state);
     }
-    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override
-    {
+    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
         return icon().actualSize(size, mode, state);
     }
-    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
-    {
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override {
         return icon().availableSizes(mode, state);
     }
     bool isNull() override { return icon().isNull(); }
@@ -35,8 +33,7 @@ public:
     QIconEngine* clone() const override { return new DeferredStandardIconEngine(*this); }
 
 private:
-    const QIcon& icon()
-    {
+    const QIcon& icon() {
         if (!m_loaded && m_style) {
             m_icon = m_style->standardIcon(m_which);
             m_loaded = true;
@@ -52,9 +49,8 @@ private:
 
 } // namespace
 
-void ApplicationStyle::drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
-                                     const QWidget* widget) const
-{
+void ApplicationStyle::drawPrimitive(PrimitiveElement element, const QStyleOption* option,
+                                     QPainter* painter, const QWidget* widget) const {
     QProxyStyle::drawPrimitive(element, option, painter, widget);
     if (element != PE_IndicatorItemViewItemCheck)
         return;
@@ -68,8 +64,8 @@ void ApplicationStyle::drawPrimitive(PrimitiveElement element, const QStyleOptio
     painter->restore();
 }
 
-QIcon ApplicationStyle::standardIcon(StandardPixmap standardIcon, const QStyleOption* option, const QWidget* widget) const
-{
+QIcon ApplicationStyle::standardIcon(StandardPixmap standardIcon, const QStyleOption* option,
+                                     const QWidget* widget) const {
     if (standardIcon == SP_ToolBarHorizontalExtensionButton && !option)
         return QIcon(new DeferredStandardIconEngine(baseStyle(), standardIcon));
     return QProxyStyle::standardIcon(standardIcon, option, widget);

@@ -26,10 +26,11 @@ extern const Command NewFile, OpenTerminal, OpenITerm, ExtensionState, EnableExt
 
 // Makes `signal` of `sender` run the action (if any) on the controller, with the sender.
 template <typename Sender, typename Signal>
-void connectCommand(Sender* sender, Signal signal, AppDelegate* target, void (AppDelegate::*action)(QObject*))
-{
+void connectCommand(Sender* sender, Signal signal, AppDelegate* target,
+                    void (AppDelegate::*action)(QObject*)) {
     if (action)
-        QObject::connect(sender, signal, target, [target, sender, action] { (target->*action)(sender); });
+        QObject::connect(sender, signal, target,
+                         [target, sender, action] { (target->*action)(sender); });
 }
 
 } // namespace brindlemark

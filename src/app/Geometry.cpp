@@ -2,8 +2,7 @@
 
 namespace brindlemark {
 
-QRect frameInParent(int x, int y, int width, int height, int parentHeight)
-{
+QRect frameInParent(int x, int y, int width, int height, int parentHeight) {
     return QRect(x, parentHeight - y - height, width, height);
 }
 

@@ -12,8 +12,7 @@
 
 namespace brindlemark {
 
-void setUpApplication(QApplication& application)
-{
+void setUpApplication(QApplication& application) {
     application.setApplicationName(QStringLiteral("Brindlemark"));
     application.setDesktopFileName(QLatin1String(ApplicationBundleIdentifier));
     QApplication::setStyle(new ApplicationStyle);
@@ -22,8 +21,7 @@ void setUpApplication(QApplication& application)
     QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
 }
 
-int runBrindlemark(int argc, char** argv)
-{
+int runBrindlemark(int argc, char** argv) {
     QStringList urls, folderCommands, forwarded;
     for (int i = 1; i < argc; ++i) {
         if (isForwardedArgument(argv[i]))
@@ -41,7 +39,8 @@ int runBrindlemark(int argc, char** argv)
     setUpApplication(application);
     AppDelegate delegate(*platform);
     // An accessory application: closing the window leaves it running in the tray.
-    application.setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());
+    application.setQuitOnLastWindowClosed(
+        delegate.applicationShouldTerminateAfterLastWindowClosed());
 
     delegate.applicationWillFinishLaunching();
     // URLs of the launch itself arrive before launching finishes, as on the desktop it came from.

@@ -20,7 +20,9 @@ namespace brindlemark {
 
 namespace {
 
-void setSecondary(QLabel* label) { label->setForegroundRole(QPalette::PlaceholderText); }
+void setSecondary(QLabel* label) {
+    label->setForegroundRole(QPalette::PlaceholderText);
+}
 
 // A rounded panel of low opacity over the window, its border and fill translucent: soft on light
 // and dark themes alike. Drawn here rather than by a style sheet, which would bring Qt's whole
@@ -30,8 +32,7 @@ public:
     using QFrame::QFrame;
 
 protected:
-    void paintEvent(QPaintEvent*) override
-    {
+    void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setPen(QPen(QColor(128, 128, 128, qRound(0.35 * 255)), 1));
@@ -42,8 +43,7 @@ protected:
 
 // Buttons have fixed frames: their titles are set in a fixed size, as the labels are, so that
 // they fit whatever font size the desktop uses.
-void withFixedFont(QPushButton* button)
-{
+void withFixedFont(QPushButton* button) {
     QFont font = button->font();
     font.setPixelSize(13);
     button->setFont(font);
@@ -51,8 +51,7 @@ void withFixedFont(QPushButton* button)
 
 } // namespace
 
-MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
-{
+MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
     setWindowTitle(QStringLiteral("Brindlemark"));
     setFixedSize(Width, Height);
     // The window is kept and shown again after its close button hides it.
@@ -69,21 +68,23 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     header->installEventFilter(this);
 
     labelWithFrame(this, 108, 550, 560, 30, QStringLiteral("Brindlemark"), 25, QFont::DemiBold);
-    setSecondary(labelWithFrame(this, 110, 525, 560, 22, QStringLiteral("Finder context menu and menu bar shortcut"),
-                                14, QFont::Normal));
+    setSecondary(labelWithFrame(this, 110, 525, 560, 22,
+                                QStringLiteral("Finder context menu and menu bar shortcut"), 14,
+                                QFont::Normal));
 
     QFrame* extensionCard = cardWithFrame(this, 30, 434, 330, 70);
     extensionCard->setObjectName(QStringLiteral("extensionCard"));
-    labelWithFrame(extensionCard, 18, 40, 210, 18, QStringLiteral("Finder Extension"), 13, QFont::Medium);
-    m_extensionStateLabel =
-        labelWithFrame(extensionCard, 18, 17, 210, 18, QStringLiteral("Checking..."), 13, QFont::Normal);
+    labelWithFrame(extensionCard, 18, 40, 210, 18, QStringLiteral("Finder Extension"), 13,
+                   QFont::Medium);
+    m_extensionStateLabel = labelWithFrame(extensionCard, 18, 17, 210, 18,
+                                           QStringLiteral("Checking..."), 13, QFont::Normal);
     setSecondary(m_extensionStateLabel);
 
     QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
     menuBarCard->setObjectName(QStringLiteral("menuBarCard"));
     labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
-    setColouredText(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal), QStringLiteral("Active"),
-              SystemGreen);
+    setColouredText(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal),
+                    QStringLiteral("Active"), SystemGreen);
 
     commandButton(delegate, 30, 372, 170, Commands::EnableExtension);
     commandButton(delegate, 215, 372, 150, Commands::OpenSettings);
@@ -102,7 +103,8 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     m_templatesTableView->setAlternatingRowColors(true);
     m_templatesTableView->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_templatesTableView->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_templatesTableView->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
+    m_templatesTableView->setEditTriggers(QAbstractItemView::DoubleClicked |
+                                          QAbstractItemView::EditKeyPressed |
                                           QAbstractItemView::SelectedClicked);
     m_templatesTableView->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     m_templatesTableView->setWordWrap(false);
@@ -119,33 +121,33 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates)
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     columns->setStretchLastSection(false);
 
-    for (const auto& [x, command] : {std::pair{30, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
-        connectCommand(smallButtonWithFrame(this, x, 44, 36, 28, command->buttonTitle), &QPushButton::clicked,
-                       &delegate, command->action);
+    for (const auto& [x, command] :
+         {std::pair{30, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
+        connectCommand(smallButtonWithFrame(this, x, 44, 36, 28, command->buttonTitle),
+                       &QPushButton::clicked, &delegate, command->action);
 
-    m_statusLabel = labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
+    m_statusLabel =
+        labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
     setSecondary(m_statusLabel);
     m_statusLabel->setWordWrap(true);
     m_statusLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
 }
 
-bool MainWindow::eventFilter(QObject* watched, QEvent* event)
-{
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     // The header image is drawn in the palette's text colour: again when the theme changes.
-    if (event->type() == QEvent::PaletteChange && watched->objectName() == QLatin1String("headerImage"))
+    if (event->type() == QEvent::PaletteChange &&
+        watched->objectName() == QLatin1String("headerImage"))
         drawHeaderImage();
     return QWidget::eventFilter(watched, event);
 }
 
-void MainWindow::drawHeaderImage()
-{
+void MainWindow::drawHeaderImage() {
     if (auto* header = findChild<QLabel*>(QStringLiteral("headerImage")))
         header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
 }
 
 QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                   const QString& text, qreal fontSize, QFont::Weight weight)
-{
+                                   const QString& text, qreal fontSize, QFont::Weight weight) {
     auto* label = new QLabel(text, parent);
     label->setGeometry(frameInParent(x, y, width, height, parent->height()));
     label->setTextInteractionFlags(Qt::NoTextInteraction);
@@ -158,31 +160,29 @@ QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int
     return label;
 }
 
-QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command)
-{
-    QPushButton* button = buttonWithFrame(this, x, y, width, 38, command.buttonTitle, command.symbol);
+QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width,
+                                       const Command& command) {
+    QPushButton* button =
+        buttonWithFrame(this, x, y, width, 38, command.buttonTitle, command.symbol);
     connectCommand(button, &QPushButton::clicked, &delegate, command.action);
     return button;
 }
 
-void MainWindow::setColouredText(QLabel* label, const QString& text, const QColor& colour)
-{
+void MainWindow::setColouredText(QLabel* label, const QString& text, const QColor& colour) {
     label->setText(text);
     QPalette palette = label->palette();
     palette.setColor(label->foregroundRole(), colour);
     label->setPalette(palette);
 }
 
-QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height)
-{
+QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height) {
     auto* card = new Card(parent);
     card->setGeometry(frameInParent(x, y, width, height, parent->height()));
     return card;
 }
 
 QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                         const QString& title, const QString& symbol)
-{
+                                         const QString& title, const QString& symbol) {
     auto* button = new QPushButton(symbolImage(symbol, 15), title, parent);
     button->setGeometry(frameInParent(x, y, width, height, parent->height()));
     button->setIconSize(QSize(16, 16));
@@ -191,8 +191,7 @@ QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int widt
 }
 
 QPushButton* MainWindow::smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                              const QString& title)
-{
+                                              const QString& title) {
     auto* button = new QPushButton(title, parent);
     button->setGeometry(frameInParent(x, y, width, height, parent->height()));
     withFixedFont(button);

@@ -55,7 +55,8 @@ protected:
 
 private:
     void drawHeaderImage();
-    QPushButton* commandButton(AppDelegate& delegate, int x, int y, int width, const Command& command);
+    QPushButton* commandButton(AppDelegate& delegate, int x, int y, int width,
+                               const Command& command);
 
     QLabel* m_statusLabel = nullptr;
     QLabel* m_extensionStateLabel = nullptr;

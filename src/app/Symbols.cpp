@@ -37,12 +37,9 @@ SymbolShape symbolShape(const QString& symbol);
 class SymbolIconEngine final : public QIconEngine {
 public:
     explicit SymbolIconEngine(const QString& symbol, const QColor& fixedColour = QColor())
-        : m_symbol(symbol), m_fixedColour(fixedColour)
-    {
-    }
+        : m_symbol(symbol), m_fixedColour(fixedColour) {}
 
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
-    {
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
         if (!shape().monochrome)
             return shape().icon.pixmap(size, mode, state);
         QPixmap pixmap = shape().icon.pixmap(size, 1.0, QIcon::Normal, state);
@@ -54,19 +51,17 @@ public:
         return pixmap;
     }
 
-    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
-    {
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
+               QIcon::State state) override {
         const qreal scale = painter->device() ? painter->device()->devicePixelRatio() : 1.0;
         painter->drawPixmap(rect, pixmap(rect.size() * scale, mode, state));
     }
 
-    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override
-    {
+    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
         return shape().icon.actualSize(size, shape().monochrome ? QIcon::Normal : mode, state);
     }
 
-    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
-    {
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override {
         return shape().icon.availableSizes(shape().monochrome ? QIcon::Normal : mode, state);
     }
     QString iconName() override { return shape().name; }
@@ -75,15 +70,13 @@ public:
     QIconEngine* clone() const override { return new SymbolIconEngine(*this); }
 
 private:
-    const SymbolShape& shape()
-    {
+    const SymbolShape& shape() {
         if (!m_shape)
             m_shape = symbolShape(m_symbol);
         return *m_shape;
     }
 
-    QColor colour(QIcon::Mode mode) const
-    {
+    QColor colour(QIcon::Mode mode) const {
         if (m_fixedColour.isValid())
             return m_fixedColour;
         const QPalette palette = QGuiApplication::palette();
@@ -106,8 +99,7 @@ private:
 
 // Read as the PNG it is: left to guess, Qt would load every image plug-in on the system to ask
 // each whether it knows the file.
-QImage decodedPNG(const QString& file)
-{
+QImage decodedPNG(const QString& file) {
     QImageReader reader(file, "PNG");
     reader.setAutoDetectImageFormat(false);
     return reader.read();
@@ -118,39 +110,38 @@ QImage decodedPNG(const QString& file)
 // once.) Copies of the icon share what was decoded and kept.
 class FilesIconEngine final : public QIconEngine {
 public:
-    explicit FilesIconEngine(QList<std::pair<QString, int>> files) : m_files(std::make_shared<Files>())
-    {
-        std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+    explicit FilesIconEngine(QList<std::pair<QString, int>> files)
+        : m_files(std::make_shared<Files>()) {
+        std::sort(files.begin(), files.end(),
+                  [](const auto& a, const auto& b) { return a.second < b.second; });
         for (const auto& [file, size] : files)
             m_files->append({file, size, QImage(), false});
     }
 
     // The same pixmap in every mode: these icons are the shapes the symbol engine recolours, and
     // the windows' icon.
-    QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override
-    {
+    QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override {
         const QImage image = imageFor(size);
         if (image.isNull() || (image.width() <= size.width() && image.height() <= size.height()))
             return QPixmap::fromImage(image);
-        return QPixmap::fromImage(image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+        return QPixmap::fromImage(
+            image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation));
     }
 
-    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
-    {
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
+               QIcon::State state) override {
         const qreal scale = painter->device() ? painter->device()->devicePixelRatio() : 1.0;
         painter->drawPixmap(rect, pixmap(rect.size() * scale, mode, state));
     }
 
-    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override
-    {
+    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override {
         const Entry* entry = entryFor(size);
         if (!entry)
             return QSize();
         return QSize(entry->size, entry->size).boundedTo(size);
     }
 
-    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override
-    {
+    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override {
         QList<QSize> sizes;
         for (const Entry& entry : *m_files)
             sizes.append(QSize(entry.size, entry.size));
@@ -170,8 +161,7 @@ private:
     using Files = QList<Entry>;
 
     // The smallest file at least as large as asked for, else the largest.
-    Entry* entryFor(const QSize& size)
-    {
+    Entry* entryFor(const QSize& size) {
         if (m_files->isEmpty())
             return nullptr;
         const int wanted = qMax(size.width(), size.height());
@@ -184,8 +174,7 @@ private:
     // Small images, the symbols of menus and buttons that are drawn again at every opening, are
     // kept once decoded; larger ones, the window's icon that is handed to the window manager once,
     // are decoded whenever they are asked for rather than held for the life of the process.
-    QImage imageFor(const QSize& size)
-    {
+    QImage imageFor(const QSize& size) {
         Entry* entry = entryFor(size);
         if (!entry)
             return QImage();
@@ -203,18 +192,17 @@ private:
     std::shared_ptr<Files> m_files;
 };
 
-QIcon iconFromFiles(const QList<std::pair<QString, int>>& files)
-{
+QIcon iconFromFiles(const QList<std::pair<QString, int>>& files) {
     return files.isEmpty() ? QIcon() : QIcon(new FilesIconEngine(files));
 }
 
 // The mark, from the PNGs rendered from packaging/icons/brindlemark-symbolic.svg: drawing it
 // needs no SVG support.
-QIcon bundledMark()
-{
+QIcon bundledMark() {
     QList<std::pair<QString, int>> files;
     for (int size : {16, 22, 24, 32, 48, 64, 96, 128})
-        files.append({QStringLiteral(":/icons/symbolic/brindlemark-symbolic-%1.png").arg(size), size});
+        files.append(
+            {QStringLiteral(":/icons/symbolic/brindlemark-symbolic-%1.png").arg(size), size});
     return iconFromFiles(files);
 }
 
@@ -222,24 +210,25 @@ QIcon bundledMark()
 // else an empty text. Qt itself may not see the installed SVG (it draws SVG only with its SVG
 // module), but the panels that look names up do. Only the installed file is looked for: asking
 // Qt's theme loader for a name it lacks searches every folder of every theme.
-QString installedMarkName()
-{
+QString installedMarkName() {
     const QString name = QLatin1String(ApplicationBundleIdentifier) + QLatin1String("-symbolic");
     for (const QString& base : QIcon::themeSearchPaths())
-        if (QFileInfo::exists(base + QLatin1String("/hicolor/scalable/apps/") + name + QLatin1String(".svg")))
+        if (QFileInfo::exists(base + QLatin1String("/hicolor/scalable/apps/") + name +
+                              QLatin1String(".svg")))
             return name;
     return QString();
 }
 
 // hicolor holds applications' own icons, not symbolic sets or actions, and lists hundreds of
 // folders: searching it for a symbol costs milliseconds and finds nothing.
-bool isSymbolTheme(const QString& theme) { return !theme.isEmpty() && theme != QLatin1String("hicolor"); }
+bool isSymbolTheme(const QString& theme) {
+    return !theme.isEmpty() && theme != QLatin1String("hicolor");
+}
 
 // A theme's folders as its index.theme lists them, each with its icon size. Read once per theme
 // folder, with a few lines of its own: QSettings would keep the whole parsed file in its cache for
 // the life of the process.
-QList<std::pair<QString, int>> themeFolders(const QString& root)
-{
+QList<std::pair<QString, int>> themeFolders(const QString& root) {
     static QHash<QString, QList<std::pair<QString, int>>> read;
     if (const auto known = read.constFind(root); known != read.constEnd())
         return *known;
@@ -273,8 +262,7 @@ QList<std::pair<QString, int>> themeFolders(const QString& root)
 // A theme's symbolic icon as GTK's pre-rendered "<name>.symbolic.png" files in its fixed-size
 // folders (Adwaita ships all its symbolic icons so, besides the SVGs): they need no SVG support,
 // and their alpha is the shape. Looked for in the desktop's theme, then in the fallback theme.
-QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
-{
+QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name) {
     for (const QString& theme : {QIcon::themeName(), QIcon::fallbackThemeName()}) {
         if (!isSymbolTheme(theme))
             continue;
@@ -284,7 +272,9 @@ QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
                 continue;
             QList<std::pair<QString, int>> files;
             for (const auto& [folder, size] : themeFolders(root))
-                if (const QString file = root + '/' + folder + '/' + name + QLatin1String(".symbolic.png"); QFileInfo::exists(file))
+                if (const QString file =
+                        root + '/' + folder + '/' + name + QLatin1String(".symbolic.png");
+                    QFileInfo::exists(file))
                     files.append({file, size});
             if (!files.isEmpty())
                 return files;
@@ -293,15 +283,15 @@ QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name)
     return {};
 }
 
-SymbolShape lookUpSymbolShape(const QString& symbol)
-{
+SymbolShape lookUpSymbolShape(const QString& symbol) {
     if (symbol == QLatin1String("doc.badge.plus"))
         return {bundledMark(), installedMarkName()};
     const QString symbolic = themeIconName(symbol);
     if (symbolic.isEmpty())
         return {};
     // The pre-rendered shapes first: found with a look at one theme's index.
-    if (const QList<std::pair<QString, int>> files = prerenderedSymbolicFiles(symbolic); !files.isEmpty())
+    if (const QList<std::pair<QString, int>> files = prerenderedSymbolicFiles(symbolic);
+        !files.isEmpty())
         return {iconFromFiles(files), symbolic};
     if (!isSymbolTheme(QIcon::themeName()) && !isSymbolTheme(QIcon::fallbackThemeName()))
         return {};
@@ -316,10 +306,11 @@ SymbolShape lookUpSymbolShape(const QString& symbol)
 }
 
 // Each symbol is looked up once per themes and places: menus are rebuilt at every opening.
-SymbolShape symbolShape(const QString& symbol)
-{
+SymbolShape symbolShape(const QString& symbol) {
     static QHash<QString, SymbolShape> found;
-    const QString key = QStringList{QIcon::themeName(), QIcon::fallbackThemeName(), QIcon::themeSearchPaths().join('\n'), symbol}.join('\n');
+    const QString key = QStringList{QIcon::themeName(), QIcon::fallbackThemeName(),
+                                    QIcon::themeSearchPaths().join('\n'), symbol}
+                            .join('\n');
     auto shape = found.constFind(key);
     if (shape == found.constEnd())
         shape = found.insert(key, lookUpSymbolShape(symbol));
@@ -328,8 +319,7 @@ SymbolShape symbolShape(const QString& symbol)
 
 } // namespace
 
-QString themeIconName(const QString& symbol)
-{
+QString themeIconName(const QString& symbol) {
     static const QHash<QString, QString> names{
         {"terminal", "utilities-terminal-symbolic"},
         {"apple.terminal", "utilities-terminal-symbolic"},
@@ -345,17 +335,17 @@ QString themeIconName(const QString& symbol)
     return names.value(symbol);
 }
 
-QIcon symbolImage(const QString& name, qreal, QFont::Weight) { return QIcon(new SymbolIconEngine(name)); }
+QIcon symbolImage(const QString& name, qreal, QFont::Weight) {
+    return QIcon(new SymbolIconEngine(name));
+}
 
-QIcon statusItemIcon()
-{
+QIcon statusItemIcon() {
     // The grey GTK gives symbolic icons where it knows no colour: readable on light and dark
     // panels.
     return QIcon(new SymbolIconEngine(QStringLiteral("doc.badge.plus"), QColor(0xbe, 0xbe, 0xbe)));
 }
 
-QIcon applicationIcon()
-{
+QIcon applicationIcon() {
     QList<std::pair<QString, int>> files;
     // Up to 128 pixels: the window manager is sent every size, and larger ones only cost. The
     // desktop's menus take the larger icons from the icon theme.

@@ -6,22 +6,20 @@ namespace brindlemark {
 
 namespace {
 
-bool isHexDigit(QChar c)
-{
+bool isHexDigit(QChar c) {
     return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
 }
 
-bool escapesAreWellFormed(QStringView text)
-{
+bool escapesAreWellFormed(QStringView text) {
     for (qsizetype i = 0; i < text.size(); ++i)
-        if (text[i] == u'%' && (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2])))
+        if (text[i] == u'%' &&
+            (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2])))
             return false;
     return true;
 }
 
 // Percent-decodes one name or value; nothing when the bytes are not UTF-8.
-std::optional<QString> percentDecoded(QStringView text)
-{
+std::optional<QString> percentDecoded(QStringView text) {
     if (!text.contains(u'%'))
         return text.toString();
     const QByteArray bytes = QByteArray::fromPercentEncoding(text.toUtf8());
@@ -32,17 +30,17 @@ std::optional<QString> percentDecoded(QStringView text)
     return decoded;
 }
 
-bool isSchemeStart(QChar c) { return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'); }
+bool isSchemeStart(QChar c) {
+    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
+}
 
-bool isSchemeChar(QChar c)
-{
+bool isSchemeChar(QChar c) {
     return isSchemeStart(c) || (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.';
 }
 
 } // namespace
 
-std::optional<CommandUrl> parseCommandUrl(const QString& text)
-{
+std::optional<CommandUrl> parseCommandUrl(const QString& text) {
     // Desktops' URL openers (KDE's among them) pass URLs on percent-decoded: a raw blank in the
     // query reads as "%20" would. Raw letters beyond ASCII read as their UTF-8 escapes anyway.
     // Anywhere else, and any other blank or control character, it is not a URL.
@@ -50,7 +48,8 @@ std::optional<CommandUrl> parseCommandUrl(const QString& text)
     const qsizetype fragmentStart = text.indexOf(u'#');
     for (qsizetype i = 0; i < text.size(); ++i) {
         const char16_t c = text[i].unicode();
-        const bool inQuery = queryStart >= 0 && i > queryStart && (fragmentStart < 0 || i < fragmentStart);
+        const bool inQuery =
+            queryStart >= 0 && i > queryStart && (fragmentStart < 0 || i < fragmentStart);
         if ((c < 0x20 || c == 0x7f || c == 0x20) && !(c == 0x20 && inQuery))
             return std::nullopt;
     }
@@ -109,8 +108,7 @@ std::optional<CommandUrl> parseCommandUrl(const QString& text)
     return url;
 }
 
-std::optional<QByteArray> strictBase64Decode(const QString& text)
-{
+std::optional<QByteArray> strictBase64Decode(const QString& text) {
     if (text.size() % 4 != 0)
         return std::nullopt;
     qsizetype padding = 0;

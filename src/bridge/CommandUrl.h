@@ -25,8 +25,8 @@ struct CommandUrl {
 };
 
 // Nothing for a text that is not a URL: no scheme, a control character, a blank outside the
-// query, or a malformed percent escape. A blank in the query is read as an escaped one. A name or value whose escapes do not decode to UTF-8 is dropped
-// (a name becomes "", a value becomes none).
+// query, or a malformed percent escape. A blank in the query is read as an escaped one. A name or
+// value whose escapes do not decode to UTF-8 is dropped (a name becomes "", a value becomes none).
 std::optional<CommandUrl> parseCommandUrl(const QString& text);
 
 // Standard base64 (RFC 4648 section 4) with "=" padding to a multiple of four, nothing else:

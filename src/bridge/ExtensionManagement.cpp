@@ -4,8 +4,7 @@
 
 namespace brindlemark {
 
-ExtensionState extensionStateFromListing(const QString& listing, const QString& identifier)
-{
+ExtensionState extensionStateFromListing(const QString& listing, const QString& identifier) {
     if (!listing.contains(identifier))
         return ExtensionState::NotRegistered;
     // Line by line: a registration whose identifier holds "+    " and ours (the registry tool shows
@@ -22,8 +21,7 @@ ExtensionState extensionStateFromListing(const QString& listing, const QString& 
     return ExtensionState::Registered;
 }
 
-QString extensionMenuTitle(ExtensionState state)
-{
+QString extensionMenuTitle(ExtensionState state) {
     switch (state) {
     case ExtensionState::Enabled:
         return QStringLiteral("Finder Extension: Enabled");
@@ -35,8 +33,7 @@ QString extensionMenuTitle(ExtensionState state)
     return QStringLiteral("Finder Extension: Not Registered");
 }
 
-QString extensionStateText(ExtensionState state)
-{
+QString extensionStateText(ExtensionState state) {
     switch (state) {
     case ExtensionState::Enabled:
         return QStringLiteral("Enabled");

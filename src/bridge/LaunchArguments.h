@@ -17,8 +17,7 @@ namespace brindlemark {
 // stays with brindlemark-app as it was given: its own options and their values ("-style Fusion",
 // "-platform xcb"). "C:\x" and "a:b" begin with a scheme and count as URLs; a bare Windows
 // path does not occur here.
-inline bool isUrlArgument(const char* argument)
-{
+inline bool isUrlArgument(const char* argument) {
     auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
     if (!letter(argument[0]))
         return false;
@@ -28,13 +27,15 @@ inline bool isUrlArgument(const char* argument)
     return *c == ':';
 }
 
-inline bool isFolderCommandArgument(const char* argument)
-{
-    return std::strcmp(argument, "--new-file") == 0 || std::strncmp(argument, "--new-file=", 11) == 0 ||
+inline bool isFolderCommandArgument(const char* argument) {
+    return std::strcmp(argument, "--new-file") == 0 ||
+           std::strncmp(argument, "--new-file=", 11) == 0 ||
            std::strcmp(argument, "--open-terminal") == 0;
 }
 
 // What the running instance is handed: the URLs and the folder commands, in their order.
-inline bool isForwardedArgument(const char* argument) { return isUrlArgument(argument) || isFolderCommandArgument(argument); }
+inline bool isForwardedArgument(const char* argument) {
+    return isUrlArgument(argument) || isFolderCommandArgument(argument);
+}
 
 } // namespace brindlemark

@@ -19,15 +19,13 @@ namespace brindlemark {
 
 namespace {
 
-QString utf8OrEmpty(const QByteArray& bytes)
-{
+QString utf8OrEmpty(const QByteArray& bytes) {
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder(bytes);
     return decoder.hasError() ? QString("") : text;
 }
 
-void startProcess(QProcess& process, const QString& path, const QStringList& arguments)
-{
+void startProcess(QProcess& process, const QString& path, const QStringList& arguments) {
     process.setProcessChannelMode(QProcess::MergedChannels);
     // Each tool leads a session of its own, so that whatever it starts can be stopped with it.
     process.setChildProcessModifier([] { ::setsid(); });
@@ -88,14 +86,12 @@ void stopSession(qint64 tool) {
     }
 }
 
-QString startFailure(const QProcess& process)
-{
+QString startFailure(const QProcess& process) {
     const QString reason = process.errorString();
     return reason.isEmpty() ? QStringLiteral("Command failed.") : reason;
 }
 
-QString stoppedOutput(const QString& path, const QByteArray& soFar, int timeoutMilliseconds)
-{
+QString stoppedOutput(const QString& path, const QByteArray& soFar, int timeoutMilliseconds) {
     const QString text = utf8OrEmpty(soFar);
     return text + (text.isEmpty() || text.endsWith(u'\n') ? "" : "\n") +
            QStringLiteral("%1 did not finish within %2 seconds and was stopped.")
@@ -104,8 +100,7 @@ QString stoppedOutput(const QString& path, const QByteArray& soFar, int timeoutM
 
 } // namespace
 
-QString runTool(const QString& path, const QStringList& arguments, int timeoutMilliseconds)
-{
+QString runTool(const QString& path, const QStringList& arguments, int timeoutMilliseconds) {
     QProcess process;
     startProcess(process, path, arguments);
     if (!process.waitForStarted(-1))
@@ -123,12 +118,9 @@ QString runTool(const QString& path, const QStringList& arguments, int timeoutMi
 }
 
 ToolSequence::ToolSequence(std::function<void()> finished, int timeoutMilliseconds)
-    : m_finished(std::move(finished)), m_timeoutMilliseconds(timeoutMilliseconds)
-{
-}
+    : m_finished(std::move(finished)), m_timeoutMilliseconds(timeoutMilliseconds) {}
 
-ToolSequence::~ToolSequence()
-{
+ToolSequence::~ToolSequence() {
     if (!m_process)
         return;
     // Installing or removing the menus is left to end rather than cut off halfway through.
@@ -137,19 +129,16 @@ ToolSequence::~ToolSequence()
         stopSession(m_process->processId());
 }
 
-void ToolSequence::append(const QString& path, const QStringList& arguments, Done done)
-{
+void ToolSequence::append(const QString& path, const QStringList& arguments, Done done) {
     m_steps.append({path, arguments, std::move(done)});
 }
 
-void ToolSequence::start()
-{
+void ToolSequence::start() {
     if (!m_process)
         startNext();
 }
 
-void ToolSequence::startNext()
-{
+void ToolSequence::startNext() {
     if (m_steps.isEmpty()) {
         if (m_finished)
             m_finished(); // last: it may delete this sequence
@@ -162,7 +151,8 @@ void ToolSequence::startNext()
     m_output.clear();
     // The output is read while the tool runs, so a tool that prints more than a pipe holds
     // cannot stall on a full pipe.
-    QObject::connect(m_process.get(), &QProcess::readyRead, m_process.get(), [this] { m_output += m_process->readAll(); });
+    QObject::connect(m_process.get(), &QProcess::readyRead, m_process.get(),
+                     [this] { m_output += m_process->readAll(); });
     // Queued: a start that fails at once reports it from inside start().
     QObject::connect(
         m_process.get(), &QProcess::errorOccurred, m_process.get(),
@@ -173,8 +163,9 @@ void ToolSequence::startNext()
         Qt::QueuedConnection);
     QObject::connect(m_process.get(), &QProcess::finished, m_process.get(), [this] {
         m_output += m_process->readAll();
-        finishStep(m_timeout->isActive() ? utf8OrEmpty(m_output)
-                                         : stoppedOutput(m_steps.constFirst().path, m_output, m_timeoutMilliseconds));
+        finishStep(m_timeout->isActive()
+                       ? utf8OrEmpty(m_output)
+                       : stoppedOutput(m_steps.constFirst().path, m_output, m_timeoutMilliseconds));
     });
     QObject::connect(m_timeout.get(), &QTimer::timeout, m_process.get(),
                      [this] { stopSession(m_process->processId()); });
@@ -183,8 +174,7 @@ void ToolSequence::startNext()
     m_process->closeWriteChannel();
 }
 
-void ToolSequence::finishStep(const QString& output)
-{
+void ToolSequence::finishStep(const QString& output) {
     // The process is in the middle of telling its news: it goes once it has returned.
     m_timeout->stop();
     m_process->disconnect();

@@ -34,7 +34,8 @@ public:
 
     // `finished` is called once the last step's function has run. Each tool has
     // `timeoutMilliseconds` to end, as with runTool.
-    explicit ToolSequence(std::function<void()> finished = {}, int timeoutMilliseconds = ToolTimeoutMilliseconds);
+    explicit ToolSequence(std::function<void()> finished = {},
+                          int timeoutMilliseconds = ToolTimeoutMilliseconds);
     // A tool still running is given the rest of its time to end, not killed halfway through;
     // then it is stopped as at its limit.
     ~ToolSequence();

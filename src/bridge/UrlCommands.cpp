@@ -9,8 +9,7 @@
 
 namespace brindlemark {
 
-std::optional<Template> templateFromBase64Payload(const QString& payload)
-{
+std::optional<Template> templateFromBase64Payload(const QString& payload) {
     if (payload.isEmpty())
         return std::nullopt;
     const std::optional<QByteArray> bytes = strictBase64Decode(payload);
@@ -23,8 +22,7 @@ std::optional<Template> templateFromBase64Payload(const QString& payload)
     return normalizedTemplate(document.object());
 }
 
-Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateList& templates)
-{
+Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateList& templates) {
     // Later non-empty values replace earlier ones; empty or absent values never erase.
     QHash<QString, QString> map;
     for (const QueryItem& item : items)
@@ -37,7 +35,8 @@ Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateLis
 
     const QString identifier = map.contains("id") ? map.value("id") : FallbackTemplateIdentifier;
     const Template base = templateWithIdentifier(templates, identifier);
-    const bool explicitFields = map.contains("prefix") || map.contains("suffix") || map.contains("title");
+    const bool explicitFields =
+        map.contains("prefix") || map.contains("suffix") || map.contains("title");
     if (!explicitFields)
         return base;
 
@@ -60,8 +59,7 @@ Template templateFromQueryItems(const QList<QueryItem>& items, const TemplateLis
     };
 }
 
-UrlRequest interpretCommandUrl(const QString& text, const TemplateList& templates)
-{
+UrlRequest interpretCommandUrl(const QString& text, const TemplateList& templates) {
     UrlRequest request;
     const std::optional<CommandUrl> url = parseCommandUrl(text);
     if (!url || url->scheme != CommandUrlScheme)

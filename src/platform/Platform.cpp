@@ -14,8 +14,7 @@ namespace brindlemark {
 
 Platform::~Platform() = default;
 
-Platform::StoreOutcome Platform::storeTemplatesJSONText(const QString& key, const QString& text)
-{
+Platform::StoreOutcome Platform::storeTemplatesJSONText(const QString& key, const QString& text) {
     // The preference stores of other systems keep the value themselves and say nothing of
     // failures; only the files are compared here, so a change cannot be ruled out.
     setUserDefaultsValue(key, text);
@@ -23,8 +22,7 @@ Platform::StoreOutcome Platform::storeTemplatesJSONText(const QString& key, cons
     return {true, writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
 }
 
-QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key)
-{
+QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key) {
     StoredCopy defaults;
     const QVariant stored = userDefaultsValue(key);
     if (stored.typeId() == QMetaType::QString) {
@@ -37,14 +35,12 @@ QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key)
     return copies;
 }
 
-void Platform::removeInterruptedSaves()
-{
+void Platform::removeInterruptedSaves() {
     for (const QString& path : templateStoreFilePaths())
         removeLeftoverTemporaries(QFile::encodeName(path).toStdString());
 }
 
-QString shortenedInTheMiddle(const QString& text, qsizetype limit)
-{
+QString shortenedInTheMiddle(const QString& text, qsizetype limit) {
     if (text.size() <= limit)
         return text;
     qsizetype head = (limit - 1) / 2, tail = limit - 1 - head;
@@ -56,8 +52,7 @@ QString shortenedInTheMiddle(const QString& text, qsizetype limit)
     return text.left(head) + QChar(0x2026) + text.right(tail);
 }
 
-void runMessageBox(const QString& messageText, const QString& informativeText)
-{
+void runMessageBox(const QString& messageText, const QString& informativeText) {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Brindlemark"));
     box.setText(shortenedInTheMiddle(messageText));
@@ -71,7 +66,8 @@ void runMessageBox(const QString& messageText, const QString& informativeText)
     box.setTextInteractionFlags(Qt::TextSelectableByMouse);
     QShortcut copyAll(QKeySequence::Copy, &box);
     QObject::connect(&copyAll, &QShortcut::activated, &box, [&] {
-        QGuiApplication::clipboard()->setText(messageText + QStringLiteral("\n\n") + informativeText);
+        QGuiApplication::clipboard()->setText(messageText + QStringLiteral("\n\n") +
+                                              informativeText);
     });
     // Wide enough that a folder path reads on one line rather than broken at every slash.
     box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));

@@ -12,12 +12,13 @@ namespace brindlemark {
 
 namespace {
 
-std::string nativePath(const QString& path) { return QFile::encodeName(QFileInfo(path).absoluteFilePath()).toStdString(); }
+std::string nativePath(const QString& path) {
+    return QFile::encodeName(QFileInfo(path).absoluteFilePath()).toStdString();
+}
 
 enum class Holding { Exactly, Other, Unknown };
 
-Holding holding(const QString& path, const QByteArray& bytes)
-{
+Holding holding(const QString& path, const QByteArray& bytes) {
     // A link that leads nowhere yet is a missing file, as the write will follow it.
     struct stat info {};
     if (::stat(QFile::encodeName(path).constData(), &info) != 0 && errno == ENOENT)
@@ -37,13 +38,12 @@ Holding holding(const QString& path, const QByteArray& bytes)
 
 } // namespace
 
-bool writeFileAtomically(const QString& path, const QByteArray& bytes)
-{
-    return replaceFileAtomically(nativePath(path), std::string_view(bytes.constData(), std::size_t(bytes.size())));
+bool writeFileAtomically(const QString& path, const QByteArray& bytes) {
+    return replaceFileAtomically(nativePath(path),
+                                 std::string_view(bytes.constData(), std::size_t(bytes.size())));
 }
 
-FileWrites writeChangedFilesAtomically(const QList<std::pair<QString, QByteArray>>& files)
-{
+FileWrites writeChangedFilesAtomically(const QList<std::pair<QString, QByteArray>>& files) {
     QList<Holding> held;
     std::vector<FileReplacement> changed;
     for (const auto& [path, bytes] : files) {
@@ -55,7 +55,8 @@ FileWrites writeChangedFilesAtomically(const QList<std::pair<QString, QByteArray
     FileWrites outcome;
     auto replacement = changed.cbegin();
     for (qsizetype i = 0; i < files.size(); ++i) {
-        if (held[i] == Holding::Unknown || (held[i] == Holding::Other && !(replacement++)->replaced))
+        if (held[i] == Holding::Unknown ||
+            (held[i] == Holding::Other && !(replacement++)->replaced))
             outcome.failed.append(files[i].first);
         else if (held[i] == Holding::Other)
             outcome.written.append(files[i].first);

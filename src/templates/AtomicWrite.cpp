@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
-#include <functional>
 #include <fcntl.h>
+#include <functional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -16,8 +16,7 @@ namespace brindlemark {
 
 namespace {
 
-bool writeAll(int fd, std::string_view bytes)
-{
+bool writeAll(int fd, std::string_view bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
@@ -32,43 +31,41 @@ bool writeAll(int fd, std::string_view bytes)
 
 // The process's file-creation mask. Reading it means setting it for a moment, so it is read before
 // any thread of a batch starts: a folder one of them made meanwhile would be open to everyone.
-mode_t creationMask()
-{
+mode_t creationMask() {
     const mode_t mask = ::umask(0);
     ::umask(mask);
     return mask;
 }
 
-mode_t modeForNewFile(const std::string& target, mode_t mask)
-{
+mode_t modeForNewFile(const std::string& target, mode_t mask) {
     struct stat existing {};
     if (::stat(target.c_str(), &existing) == 0)
         return existing.st_mode & 07777; // keep the mode the user gave the file
     return 0666 & ~mask;
 }
 
-std::string folderOf(const std::string& path)
-{
+std::string folderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+std::string nameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
 
 // A new file's name while it is written: hidden, and ending in mkstemp's six random letters, so
 // that one left by a killed writer is told apart from any file of the user's.
 constexpr std::string_view TemporaryMark = ".tmp-";
 constexpr std::size_t RandomLetters = 6;
 
-std::string temporaryNameFor(const std::string& target)
-{
-    return folderOf(target) + "/." + nameOf(target) + std::string(TemporaryMark) + std::string(RandomLetters, 'X');
+std::string temporaryNameFor(const std::string& target) {
+    return folderOf(target) + "/." + nameOf(target) + std::string(TemporaryMark) +
+           std::string(RandomLetters, 'X');
 }
 
-bool isTemporaryNameFor(const std::string& name, const std::string& target)
-{
+bool isTemporaryNameFor(const std::string& name, const std::string& target) {
     const std::string stem = "." + nameOf(target) + std::string(TemporaryMark);
     if (name.size() != stem.size() + RandomLetters || name.compare(0, stem.size(), stem) != 0)
         return false;
@@ -80,8 +77,7 @@ bool isTemporaryNameFor(const std::string& name, const std::string& target)
 
 // The file a chain of links ends at, however long: the link keeps being a link and only its final
 // target is replaced. A dangling chain gives the name it dangles at; a loop gives nothing.
-std::string finalTarget(std::string path)
-{
+std::string finalTarget(std::string path) {
     for (int hops = 0; hops < 40; ++hops) {
         struct stat info {};
         if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode))
@@ -100,8 +96,7 @@ std::string finalTarget(std::string path)
 
 // Every byte must be on the disk before the new file takes the old one's name: a short write or a
 // failed flush (a disk that filled up meanwhile) leaves the old file in place.
-void replace(FileReplacement& file, mode_t mask)
-{
+void replace(FileReplacement& file, mode_t mask) {
     file.replaced = false;
     const std::string target = finalTarget(file.path);
     if (target.empty() || !makeFolders(folderOf(target)))
@@ -114,8 +109,10 @@ void replace(FileReplacement& file, mode_t mask)
     // file still being written from one whose writer was killed.
     ::flock(fd, LOCK_EX | LOCK_NB);
     struct stat onDisk {};
-    const bool written = writeAll(fd, file.bytes) && ::fchmod(fd, modeForNewFile(target, mask)) == 0 && ::fsync(fd) == 0 &&
-                         ::fstat(fd, &onDisk) == 0 && std::size_t(onDisk.st_size) == file.bytes.size();
+    const bool written = writeAll(fd, file.bytes) &&
+                         ::fchmod(fd, modeForNewFile(target, mask)) == 0 && ::fsync(fd) == 0 &&
+                         ::fstat(fd, &onDisk) == 0 &&
+                         std::size_t(onDisk.st_size) == file.bytes.size();
     const bool closed = ::close(fd) == 0;
     if (!written || !closed || ::rename(temporary.c_str(), target.c_str()) != 0) {
         ::unlink(temporary.c_str());
@@ -126,19 +123,18 @@ void replace(FileReplacement& file, mode_t mask)
 
 } // namespace
 
-bool makeFolders(const std::string& folder)
-{
+bool makeFolders(const std::string& folder) {
     struct stat info {};
     if (::stat(folder.c_str(), &info) == 0)
         return S_ISDIR(info.st_mode);
     const std::string parent = folderOf(folder);
     if (parent != folder && !makeFolders(parent))
         return false;
-    return ::mkdir(folder.c_str(), 0777) == 0 || (errno == EEXIST && ::stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
+    return ::mkdir(folder.c_str(), 0777) == 0 ||
+           (errno == EEXIST && ::stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
 }
 
-void replaceFilesAtomically(std::vector<FileReplacement>& files)
-{
+void replaceFilesAtomically(std::vector<FileReplacement>& files) {
     // Each file on a thread of its own, the first on this one: creating, flushing and renaming are
     // mostly waiting for the disk, which then serves all the files of a batch at once.
     const mode_t mask = creationMask();
@@ -156,8 +152,7 @@ void replaceFilesAtomically(std::vector<FileReplacement>& files)
         helper.join();
 }
 
-int removeLeftoverTemporaries(const std::string& path)
-{
+int removeLeftoverTemporaries(const std::string& path) {
     const std::string target = finalTarget(path);
     if (target.empty())
         return 0;
@@ -176,8 +171,8 @@ int removeLeftoverTemporaries(const std::string& path)
         if (fd < 0)
             continue;
         struct stat info {};
-        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && ::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
-            ::unlink(leftover.c_str()) == 0)
+        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlink(leftover.c_str()) == 0)
             ++removed;
         ::close(fd);
     }
@@ -185,8 +180,7 @@ int removeLeftoverTemporaries(const std::string& path)
     return removed;
 }
 
-bool replaceFileAtomically(const std::string& path, std::string_view bytes)
-{
+bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
     std::vector<FileReplacement> one{{path, std::string(bytes)}};
     replaceFilesAtomically(one);
     return one.front().replaced;

@@ -12,31 +12,26 @@ namespace {
 class Scanner {
 public:
     explicit Scanner(QByteArrayView text)
-        : m_p(reinterpret_cast<const unsigned char*>(text.data())), m_end(m_p + text.size())
-    {
-    }
+        : m_p(reinterpret_cast<const unsigned char*>(text.data())), m_end(m_p + text.size()) {}
 
     bool atEnd() const { return m_p == m_end; }
     bool next(unsigned char c) const { return m_p != m_end && *m_p == c; }
 
     // Takes `c` when it comes next.
-    bool accept(unsigned char c)
-    {
+    bool accept(unsigned char c) {
         if (!next(c))
             return false;
         ++m_p;
         return true;
     }
 
-    void skipWhitespace()
-    {
+    void skipWhitespace() {
         while (m_p != m_end && (*m_p == ' ' || *m_p == '\t' || *m_p == '\n' || *m_p == '\r'))
             ++m_p;
     }
 
     // A string, number or literal; the caller has seen that the text does not end here.
-    bool scalar()
-    {
+    bool scalar() {
         switch (*m_p) {
         case '"':
             return string();
@@ -52,8 +47,7 @@ public:
     }
 
     // A member's name and its colon, white space before the colon included.
-    bool memberName()
-    {
+    bool memberName() {
         if (!next('"') || !string())
             return false;
         skipWhitespace();
@@ -62,13 +56,11 @@ public:
 
 private:
     static bool digit(unsigned char c) { return c >= '0' && c <= '9'; }
-    static bool hexDigit(unsigned char c)
-    {
+    static bool hexDigit(unsigned char c) {
         return digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
     }
 
-    bool word(const char* literal)
-    {
+    bool word(const char* literal) {
         const std::size_t length = std::strlen(literal);
         if (std::size_t(m_end - m_p) < length || std::memcmp(m_p, literal, length) != 0)
             return false;
@@ -76,16 +68,14 @@ private:
         return true;
     }
 
-    bool digits()
-    {
+    bool digits() {
         const unsigned char* start = m_p;
         while (m_p != m_end && digit(*m_p))
             ++m_p;
         return m_p != start;
     }
 
-    bool number()
-    {
+    bool number() {
         accept('-');
         if (!accept('0') && !digits()) // a leading zero stands alone
             return false;
@@ -99,8 +89,7 @@ private:
         return true;
     }
 
-    bool string()
-    {
+    bool string() {
         ++m_p; // the opening quote
         while (m_p != m_end) {
             const unsigned char c = *m_p;
@@ -122,8 +111,7 @@ private:
         return false; // no closing quote
     }
 
-    bool escape()
-    {
+    bool escape() {
         ++m_p; // the backslash
         if (m_p == m_end)
             return false;
@@ -139,8 +127,7 @@ private:
     }
 
     // One character beyond ASCII, its bytes as the Unicode standard allows them (Table 3-7).
-    bool utf8Sequence()
-    {
+    bool utf8Sequence() {
         const unsigned char c = *m_p;
         int continuation = 0;
         unsigned char low = 0x80, high = 0xBF; // the range of the second byte
@@ -176,8 +163,7 @@ private:
 
 } // namespace
 
-bool isStrictJson(QByteArrayView text)
-{
+bool isStrictJson(QByteArrayView text) {
     Scanner in(text);
     std::vector<unsigned char> closers; // for each open array or object, the bracket it ends with
     bool valueExpected = true;

@@ -11,8 +11,7 @@ namespace brindlemark {
 
 namespace {
 
-QString numberText(double number)
-{
+QString numberText(double number) {
     // Whole numbers print without a fraction, as a user would write them ("42", not "42.0").
     if (std::isfinite(number) && std::trunc(number) == number && std::fabs(number) < 9.0e15)
         return QString::number(static_cast<qint64>(number));
@@ -21,8 +20,7 @@ QString numberText(double number)
 
 } // namespace
 
-QString cleanedString(const QJsonValue& value)
-{
+QString cleanedString(const QJsonValue& value) {
     QString text;
     switch (value.type()) {
     case QJsonValue::String:
@@ -50,8 +48,7 @@ QString cleanedString(const QJsonValue& value)
     return trimmed.isNull() ? QString("") : trimmed;
 }
 
-bool boolFromValue(const QJsonValue& value, bool defaultValue)
-{
+bool boolFromValue(const QJsonValue& value, bool defaultValue) {
     if (value.isBool())
         return value.toBool();
     if (value.isDouble())
@@ -69,18 +66,15 @@ bool boolFromValue(const QJsonValue& value, bool defaultValue)
     return defaultValue;
 }
 
-QString withoutLeadingDot(const QString& suffix)
-{
+QString withoutLeadingDot(const QString& suffix) {
     return suffix.startsWith(u'.') ? suffix.mid(1) : suffix;
 }
 
-QString newTemplateIdentifier()
-{
+QString newTemplateIdentifier() {
     return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
 }
 
-Template normalizedTemplate(const Template& record)
-{
+Template normalizedTemplate(const Template& record) {
     QString id = cleanedString(record.value(TemplateKey::id));
     if (id.isEmpty())
         id = newTemplateIdentifier();
@@ -105,8 +99,7 @@ Template normalizedTemplate(const Template& record)
     };
 }
 
-const TemplateList& defaultTemplates()
-{
+const TemplateList& defaultTemplates() {
     static const TemplateList builtIns = [] {
         auto make = [](const char* id, const char* title, const char* prefix, const char* suffix,
                        bool enabled, bool executable) {

@@ -11,8 +11,7 @@
 
 namespace brindlemark {
 
-std::optional<QJsonArray> templatesFromJSONString(const QString& text)
-{
+std::optional<QJsonArray> templatesFromJSONString(const QString& text) {
     if (text.isEmpty())
         return std::nullopt;
     const QByteArray bytes = text.toUtf8();
@@ -25,8 +24,7 @@ std::optional<QJsonArray> templatesFromJSONString(const QString& text)
     return document.array();
 }
 
-LoadedTemplates loadedTemplates(const QString& storedText)
-{
+LoadedTemplates loadedTemplates(const QString& storedText) {
     LoadedTemplates result;
     const std::optional<QJsonArray> parsed = templatesFromJSONString(storedText);
     result.storedTextUnreadable = !storedText.isEmpty() && !parsed;
@@ -46,8 +44,7 @@ LoadedTemplates loadedTemplates(const QString& storedText)
     return result;
 }
 
-QString templatesJSONText(const TemplateList& templates)
-{
+QString templatesJSONText(const TemplateList& templates) {
     QJsonArray array;
     for (const Template& record : templates)
         array.append(normalizedTemplate(record));
@@ -55,8 +52,7 @@ QString templatesJSONText(const TemplateList& templates)
     return json.isEmpty() ? QStringLiteral("[]") : QString::fromUtf8(json);
 }
 
-TemplateList enabledTemplates(const TemplateList& templates)
-{
+TemplateList enabledTemplates(const TemplateList& templates) {
     TemplateList enabled;
     for (const Template& record : templates)
         if (boolFromValue(record.value(TemplateKey::enabled), false))
@@ -64,8 +60,7 @@ TemplateList enabledTemplates(const TemplateList& templates)
     return enabled;
 }
 
-Template templateWithIdentifier(const TemplateList& templates, const QString& identifier)
-{
+Template templateWithIdentifier(const TemplateList& templates, const QString& identifier) {
     if (!identifier.isNull()) {
         for (const Template& record : templates) {
             const QJsonValue id = record.value(TemplateKey::id);
@@ -79,8 +74,7 @@ Template templateWithIdentifier(const TemplateList& templates, const QString& id
     return defaultTemplates().constFirst();
 }
 
-QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& paths)
-{
+QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& paths) {
     const QByteArray bytes = text.toUtf8();
     QList<std::pair<QString, QByteArray>> files;
     for (const QString& path : paths)
@@ -88,8 +82,7 @@ QStringList writeTemplatesJSONFiles(const QString& text, const QStringList& path
     return writeChangedFilesAtomically(files).failed;
 }
 
-QString keepUnreadableTemplatesText(const QString& text, const QString& folder)
-{
+QString keepUnreadableTemplatesText(const QString& text, const QString& folder) {
     const QByteArray bytes = text.toUtf8();
     const QString base = QDir(folder).filePath(QStringLiteral("Templates.json.unreadable"));
     // Never overwrite an earlier backup that holds something else.

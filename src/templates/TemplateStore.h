@@ -17,7 +17,7 @@ inline const QString TemplatesJSONKey = QStringLiteral("TemplatesJSON");
 std::optional<QJsonArray> templatesFromJSONString(const QString& text);
 
 struct LoadedTemplates {
-    TemplateList templates; // normalised; the built-ins when nothing usable was stored
+    TemplateList templates;            // normalised; the built-ins when nothing usable was stored
     bool storedTextUnreadable = false; // text present but broken, or elements were dropped
 };
 

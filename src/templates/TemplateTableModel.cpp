@@ -2,56 +2,52 @@
 
 namespace brindlemark {
 
-TemplateTableModel::TemplateTableModel(TemplateList& templates, std::function<void()> save, QObject* parent)
-    : QAbstractTableModel(parent), m_templates(templates), m_save(std::move(save))
-{
-}
+TemplateTableModel::TemplateTableModel(TemplateList& templates, std::function<void()> save,
+                                       QObject* parent)
+    : QAbstractTableModel(parent), m_templates(templates), m_save(std::move(save)) {}
 
-void TemplateTableModel::appendColumn(const Column& column)
-{
+void TemplateTableModel::appendColumn(const Column& column) {
     beginInsertColumns({}, int(m_columns.size()), int(m_columns.size()));
     m_columns.append(column);
     endInsertColumns();
 }
 
-void TemplateTableModel::reload()
-{
+void TemplateTableModel::reload() {
     beginResetModel();
     endResetModel();
 }
 
-void TemplateTableModel::refresh()
-{
+void TemplateTableModel::refresh() {
     if (!m_templates.isEmpty() && !m_columns.isEmpty())
-        emit dataChanged(index(0, 0), index(int(m_templates.size()) - 1, int(m_columns.size()) - 1));
+        emit dataChanged(index(0, 0),
+                         index(int(m_templates.size()) - 1, int(m_columns.size()) - 1));
 }
 
-int TemplateTableModel::rowCount(const QModelIndex& parent) const
-{
+int TemplateTableModel::rowCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : int(m_templates.size());
 }
 
-int TemplateTableModel::columnCount(const QModelIndex& parent) const
-{
+int TemplateTableModel::columnCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : int(m_columns.size());
 }
 
-QVariant TemplateTableModel::data(const QModelIndex& index, int role) const
-{
+QVariant TemplateTableModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= m_templates.size() || index.column() >= m_columns.size())
         return {};
     const Column& column = m_columns[index.column()];
     const QJsonValue stored = m_templates.at(index.row()).value(column.identifier);
     if (column.checkbox)
-        return role == Qt::CheckStateRole ? QVariant(boolFromValue(stored, false) ? Qt::Checked : Qt::Unchecked)
-                                          : QVariant();
+        return role == Qt::CheckStateRole
+                   ? QVariant(boolFromValue(stored, false) ? Qt::Checked : Qt::Unchecked)
+                   : QVariant();
     if (role != Qt::DisplayRole && role != Qt::EditRole)
         return {};
-    return stored.isString() ? stored.toString() : stored.isUndefined() ? QString("") : cleanedString(stored);
+    return stored.isString()      ? stored.toString()
+           : stored.isUndefined() ? QString("")
+                                  : cleanedString(stored);
 }
 
-bool TemplateTableModel::setData(const QModelIndex& index, const QVariant& value, int role)
-{
+bool TemplateTableModel::setData(const QModelIndex& index, const QVariant& value, int role) {
     if (!index.isValid() || index.column() >= m_columns.size())
         return false;
     const Column& column = m_columns[index.column()];
@@ -64,8 +60,8 @@ bool TemplateTableModel::setData(const QModelIndex& index, const QVariant& value
     return true;
 }
 
-void TemplateTableModel::setObjectValue(const QVariant& value, const QString& columnIdentifier, int row)
-{
+void TemplateTableModel::setObjectValue(const QVariant& value, const QString& columnIdentifier,
+                                        int row) {
     if (row < 0 || row >= m_templates.size())
         return;
     Template& record = m_templates[row];
@@ -78,17 +74,17 @@ void TemplateTableModel::setObjectValue(const QVariant& value, const QString& co
     m_save();
 }
 
-Qt::ItemFlags TemplateTableModel::flags(const QModelIndex& index) const
-{
+Qt::ItemFlags TemplateTableModel::flags(const QModelIndex& index) const {
     if (!index.isValid() || index.column() >= m_columns.size())
         return Qt::NoItemFlags;
     const Qt::ItemFlags base = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    return m_columns[index.column()].checkbox ? base | Qt::ItemIsUserCheckable : base | Qt::ItemIsEditable;
+    return m_columns[index.column()].checkbox ? base | Qt::ItemIsUserCheckable
+                                              : base | Qt::ItemIsEditable;
 }
 
-QVariant TemplateTableModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation == Qt::Horizontal && role == Qt::DisplayRole && section >= 0 && section < m_columns.size())
+QVariant TemplateTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation == Qt::Horizontal && role == Qt::DisplayRole && section >= 0 &&
+        section < m_columns.size())
         return m_columns[section].title;
     return {};
 }

@@ -22,7 +22,8 @@ public:
         bool checkbox = false;
     };
 
-    TemplateTableModel(TemplateList& templates, std::function<void()> save, QObject* parent = nullptr);
+    TemplateTableModel(TemplateList& templates, std::function<void()> save,
+                       QObject* parent = nullptr);
 
     void appendColumn(const Column& column);
     const QList<Column>& columns() const { return m_columns; }

@@ -19,8 +19,7 @@
 
 namespace {
 
-QByteArray contents(const QString& path)
-{
+QByteArray contents(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
@@ -36,8 +35,7 @@ std::string escaped(const QString& text) {
 }
 
 // The listing as Qt reads the registry.
-std::string listingByQt(const QJsonArray& registrations)
-{
+std::string listingByQt(const QJsonArray& registrations) {
     std::string listing;
     for (const QJsonValue& value : registrations) {
         const QJsonObject r = value.toObject();
@@ -51,8 +49,7 @@ std::string listingByQt(const QJsonArray& registrations)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static QTemporaryDir home;
     static const QString registry = home.path() + "/data/brindlemark/plugin-registry.json";
     static const bool prepared = [] {
@@ -63,12 +60,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         QDir::setCurrent(home.path() + "/w");
         QFile info(home.path() + "/w/b/Info.ini");
         return info.open(QIODevice::WriteOnly) &&
-               info.write("[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") > 0;
+               info.write(
+                   "[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") > 0;
     }();
     QByteArray input(reinterpret_cast<const char*>(data), qsizetype(size));
     if (const qsizetype end = input.indexOf('\0'); end >= 0) {
         QFile file(registry);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(input.left(end)) != end)
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            file.write(input.left(end)) != end)
             return 0;
         input.remove(0, end + 1);
     }
@@ -87,8 +86,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         (!result.output.empty() && !result.output.ends_with('\n')) ||
         (!result.notice.empty() && !result.notice.ends_with('\n')))
         std::abort();
-    const auto leadsTo = [](const QString& entry, const QString& file) { return file == entry || file.startsWith(entry + '/'); };
-    QDirIterator entries(home.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+    const auto leadsTo = [](const QString& entry, const QString& file) {
+        return file == entry || file.startsWith(entry + '/');
+    };
+    QDirIterator entries(home.path(),
+                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                          QDirIterator::Subdirectories);
     while (entries.hasNext()) {
         const QString entry = entries.next();

@@ -65,9 +65,12 @@ class DolphinMainWindow : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.dolphin.MainWindow")
 public:
-    DolphinMainWindow(QObject* window, QStringList open) : QDBusAbstractAdaptor(window), m_open(std::move(open)) {}
+    DolphinMainWindow(QObject* window, QStringList open)
+        : QDBusAbstractAdaptor(window), m_open(std::move(open)) {}
 public slots:
-    bool isUrlOpen(const QString& url) { return m_open.contains(QUrl(url).adjusted(QUrl::StripTrailingSlash).toString()); }
+    bool isUrlOpen(const QString& url) {
+        return m_open.contains(QUrl(url).adjusted(QUrl::StripTrailingSlash).toString());
+    }
     bool isActiveWindow() { return false; }
 
 private:
@@ -75,8 +78,7 @@ private:
 };
 
 // Takes a well-known name; one whose last owner just quit may take the bus a moment to release.
-bool take(QDBusConnection& bus, const QString& name)
-{
+bool take(QDBusConnection& bus, const QString& name) {
     for (int attempt = 0; attempt < 250; ++attempt) {
         if (bus.registerService(name))
             return true;
@@ -85,8 +87,7 @@ bool take(QDBusConnection& bus, const QString& name)
     return false;
 }
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     qDBusRegisterMetaType<Locations>();
     const QJsonObject setup = QJsonDocument::fromJson(argc > 1 ? argv[1] : "{}").object();
@@ -100,7 +101,8 @@ int main(int argc, char** argv)
         for (auto it = list.begin(); it != list.end(); ++it)
             windows.insert(it.key(), it.value().toVariant().toStringList());
         auto* nautilus = new Nautilus(windows);
-        bus.registerObject("/org/freedesktop/FileManager1", nautilus, QDBusConnection::ExportAllProperties);
+        bus.registerObject("/org/freedesktop/FileManager1", nautilus,
+                           QDBusConnection::ExportAllProperties);
         if (!take(bus, "org.gnome.Nautilus"))
             return 3;
     } else if (setup["kind"] == "showitems") {
@@ -118,7 +120,8 @@ int main(int argc, char** argv)
                 open << QUrl(url.toString()).adjusted(QUrl::StripTrailingSlash).toString();
             new KMainWindow(window, value["winId"].toInteger());
             new DolphinMainWindow(window, open);
-            bus.registerObject(QString("/dolphin/Dolphin_%1").arg(++n), window, QDBusConnection::ExportAdaptors);
+            bus.registerObject(QString("/dolphin/Dolphin_%1").arg(++n), window,
+                               QDBusConnection::ExportAdaptors);
         }
         if (!take(bus, QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())))
             return 3;

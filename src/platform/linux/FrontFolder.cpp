@@ -19,16 +19,19 @@
 
 namespace brindlemark::frontfolder {
 
-FileManager fileManagerOf(const QString& instance, const QString& className)
-{
+FileManager fileManagerOf(const QString& instance, const QString& className) {
     static const struct {
         const char* name;
         FileManager fileManager;
     } known[] = {
-        {"org.gnome.nautilus", FileManager::Nautilus}, {"nautilus", FileManager::Nautilus},
-        {"dolphin", FileManager::Dolphin},             {"org.kde.dolphin", FileManager::Dolphin},
-        {"nemo", FileManager::Nemo},                   {"caja", FileManager::Caja},
-        {"thunar", FileManager::Thunar},               {"pcmanfm", FileManager::PcManFm},
+        {"org.gnome.nautilus", FileManager::Nautilus},
+        {"nautilus", FileManager::Nautilus},
+        {"dolphin", FileManager::Dolphin},
+        {"org.kde.dolphin", FileManager::Dolphin},
+        {"nemo", FileManager::Nemo},
+        {"caja", FileManager::Caja},
+        {"thunar", FileManager::Thunar},
+        {"pcmanfm", FileManager::PcManFm},
         {"pcmanfm-qt", FileManager::PcManFm},
     };
     for (const QString& name : {instance, className})
@@ -43,19 +46,53 @@ FileManager fileManagerOf(const QString& instance, const QString& className)
 namespace {
 
 enum Atom : std::size_t {
-    ClientListStacking, ClientList, ActiveWindow, WmPid, WmName, Utf8String, WindowType, WmState,
-    StateHidden, TypeDesktop, TypeDock, TypeToolbar, TypeMenu, TypeSplash, TypeDropdownMenu,
-    TypePopupMenu, TypeTooltip, TypeNotification, TypeCombo, TypeDnd, GtkObjectPath, GtkBusName,
+    ClientListStacking,
+    ClientList,
+    ActiveWindow,
+    WmPid,
+    WmName,
+    Utf8String,
+    WindowType,
+    WmState,
+    StateHidden,
+    TypeDesktop,
+    TypeDock,
+    TypeToolbar,
+    TypeMenu,
+    TypeSplash,
+    TypeDropdownMenu,
+    TypePopupMenu,
+    TypeTooltip,
+    TypeNotification,
+    TypeCombo,
+    TypeDnd,
+    GtkObjectPath,
+    GtkBusName,
     AtomCount
 };
 
 constexpr std::array<const char*, AtomCount> atomNames{
-    "_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST", "_NET_ACTIVE_WINDOW", "_NET_WM_PID", "_NET_WM_NAME",
-    "UTF8_STRING", "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN",
-    "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_WM_WINDOW_TYPE_DOCK", "_NET_WM_WINDOW_TYPE_TOOLBAR",
-    "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_SPLASH", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU",
-    "_NET_WM_WINDOW_TYPE_POPUP_MENU", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
-    "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_DND", "_GTK_WINDOW_OBJECT_PATH",
+    "_NET_CLIENT_LIST_STACKING",
+    "_NET_CLIENT_LIST",
+    "_NET_ACTIVE_WINDOW",
+    "_NET_WM_PID",
+    "_NET_WM_NAME",
+    "UTF8_STRING",
+    "_NET_WM_WINDOW_TYPE",
+    "_NET_WM_STATE",
+    "_NET_WM_STATE_HIDDEN",
+    "_NET_WM_WINDOW_TYPE_DESKTOP",
+    "_NET_WM_WINDOW_TYPE_DOCK",
+    "_NET_WM_WINDOW_TYPE_TOOLBAR",
+    "_NET_WM_WINDOW_TYPE_MENU",
+    "_NET_WM_WINDOW_TYPE_SPLASH",
+    "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU",
+    "_NET_WM_WINDOW_TYPE_POPUP_MENU",
+    "_NET_WM_WINDOW_TYPE_TOOLTIP",
+    "_NET_WM_WINDOW_TYPE_NOTIFICATION",
+    "_NET_WM_WINDOW_TYPE_COMBO",
+    "_NET_WM_WINDOW_TYPE_DND",
+    "_GTK_WINDOW_OBJECT_PATH",
     "_GTK_UNIQUE_BUS_NAME",
 };
 
@@ -66,8 +103,7 @@ template <typename T> using Reply = std::unique_ptr<T, FreeDeleter>;
 
 class Display {
 public:
-    Display()
-    {
+    Display() {
         // Without DISPLAY there is no X server to ask (and xcb would not find one either).
         if (qEnvironmentVariableIsEmpty("DISPLAY"))
             return;
@@ -83,15 +119,16 @@ public:
         m_root = screen.data->root;
         std::array<xcb_intern_atom_cookie_t, AtomCount> cookies;
         for (std::size_t i = 0; i < AtomCount; ++i)
-            cookies[i] = xcb_intern_atom(m_connection, 1, std::uint16_t(std::strlen(atomNames[i])), atomNames[i]);
+            cookies[i] = xcb_intern_atom(m_connection, 1, std::uint16_t(std::strlen(atomNames[i])),
+                                         atomNames[i]);
         for (std::size_t i = 0; i < AtomCount; ++i) {
-            Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(m_connection, cookies[i], nullptr));
+            Reply<xcb_intern_atom_reply_t> reply(
+                xcb_intern_atom_reply(m_connection, cookies[i], nullptr));
             m_atoms[i] = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
         }
         m_usable = true;
     }
-    ~Display()
-    {
+    ~Display() {
         if (m_connection)
             xcb_disconnect(m_connection);
     }
@@ -102,40 +139,40 @@ public:
     xcb_window_t root() const { return m_root; }
     xcb_atom_t atom(Atom a) const { return m_atoms[a]; }
 
-    xcb_get_property_cookie_t request(xcb_window_t window, xcb_atom_t property, std::uint32_t words = 1024)
-    {
+    xcb_get_property_cookie_t request(xcb_window_t window, xcb_atom_t property,
+                                      std::uint32_t words = 1024) {
         return xcb_get_property(m_connection, 0, window, property, XCB_ATOM_ANY, 0, words);
     }
-    Reply<xcb_get_property_reply_t> reply(xcb_get_property_cookie_t cookie)
-    {
-        return Reply<xcb_get_property_reply_t>(xcb_get_property_reply(m_connection, cookie, nullptr));
+    Reply<xcb_get_property_reply_t> reply(xcb_get_property_cookie_t cookie) {
+        return Reply<xcb_get_property_reply_t>(
+            xcb_get_property_reply(m_connection, cookie, nullptr));
     }
 
     // The windows from the bottom of the stack to the top: the window manager's list, else (no
     // window manager) the root's mapped children in their stacking order.
-    QList<xcb_window_t> stackingOrder()
-    {
+    QList<xcb_window_t> stackingOrder() {
         for (Atom list : {ClientListStacking, ClientList}) {
             const QList<xcb_window_t> windows = words(reply(request(m_root, atom(list), 4096)));
             if (!windows.isEmpty())
                 return windows;
         }
         QList<xcb_window_t> children;
-        Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, m_root), nullptr));
+        Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, m_root), nullptr));
         if (!tree)
             return children;
         const xcb_window_t* child = xcb_query_tree_children(tree.get());
         for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
             Reply<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
                 m_connection, xcb_get_window_attributes(m_connection, child[i]), nullptr));
-            if (attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE && !attributes->override_redirect)
+            if (attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
+                !attributes->override_redirect)
                 children << child[i];
         }
         return children;
     }
 
-    static QList<std::uint32_t> words(const Reply<xcb_get_property_reply_t>& reply)
-    {
+    static QList<std::uint32_t> words(const Reply<xcb_get_property_reply_t>& reply) {
         QList<std::uint32_t> list;
         if (!reply || reply->format != 32)
             return list;
@@ -145,8 +182,7 @@ public:
             list << data[i];
         return list;
     }
-    static QByteArray bytes(const Reply<xcb_get_property_reply_t>& reply)
-    {
+    static QByteArray bytes(const Reply<xcb_get_property_reply_t>& reply) {
         if (!reply || reply->format != 8)
             return QByteArray();
         return QByteArray(static_cast<const char*>(xcb_get_property_value(reply.get())),
@@ -167,8 +203,7 @@ struct Properties {
     QList<std::uint32_t> types, states;
 };
 
-Properties readProperties(Display& display, xcb_window_t id)
-{
+Properties readProperties(Display& display, xcb_window_t id) {
     const xcb_get_property_cookie_t pid = display.request(id, display.atom(WmPid), 1),
                                     wmClass = display.request(id, XCB_ATOM_WM_CLASS, 256),
                                     netName = display.request(id, display.atom(WmName), 1024),
@@ -176,28 +211,31 @@ Properties readProperties(Display& display, xcb_window_t id)
                                     type = display.request(id, display.atom(WindowType), 32),
                                     state = display.request(id, display.atom(WmState), 32),
                                     transient = display.request(id, XCB_ATOM_WM_TRANSIENT_FOR, 1),
-                                    objectPath = display.request(id, display.atom(GtkObjectPath), 256),
+                                    objectPath =
+                                        display.request(id, display.atom(GtkObjectPath), 256),
                                     busName = display.request(id, display.atom(GtkBusName), 256);
     Properties p;
     p.window.id = id;
     if (const QList<std::uint32_t> words = Display::words(display.reply(pid)); !words.isEmpty())
         p.window.pid = words.first();
     const QList<QByteArray> classNames = Display::bytes(display.reply(wmClass)).split('\0');
-    p.window.fileManager = fileManagerOf(QString::fromLatin1(classNames.value(0)), QString::fromLatin1(classNames.value(1)));
+    p.window.fileManager = fileManagerOf(QString::fromLatin1(classNames.value(0)),
+                                         QString::fromLatin1(classNames.value(1)));
     const QByteArray utf8Title = Display::bytes(display.reply(netName));
     const QByteArray latin1Title = Display::bytes(display.reply(name));
-    p.window.title = utf8Title.isEmpty() ? QString::fromLatin1(latin1Title) : QString::fromUtf8(utf8Title);
+    p.window.title =
+        utf8Title.isEmpty() ? QString::fromLatin1(latin1Title) : QString::fromUtf8(utf8Title);
     p.types = Display::words(display.reply(type));
     p.states = Display::words(display.reply(state));
-    if (const QList<std::uint32_t> owner = Display::words(display.reply(transient)); !owner.isEmpty())
+    if (const QList<std::uint32_t> owner = Display::words(display.reply(transient));
+        !owner.isEmpty())
         p.transientFor = owner.first();
     p.window.gtkObjectPath = QString::fromUtf8(Display::bytes(display.reply(objectPath)));
     p.window.gtkBusName = QString::fromUtf8(Display::bytes(display.reply(busName)));
     return p;
 }
 
-bool passedOver(const Display& display, const Properties& p, qint64 ownPid)
-{
+bool passedOver(const Display& display, const Properties& p, qint64 ownPid) {
     if (ownPid != 0 && p.window.pid == ownPid)
         return true;
     if (p.states.contains(display.atom(StateHidden)))
@@ -211,14 +249,14 @@ bool passedOver(const Display& display, const Properties& p, qint64 ownPid)
 
 } // namespace
 
-std::optional<Window> frontFileManagerWindow(qint64 ownPid)
-{
+std::optional<Window> frontFileManagerWindow(qint64 ownPid) {
     Display display;
     if (!display.usable())
         return std::nullopt;
     QList<xcb_window_t> order = display.stackingOrder();
     std::reverse(order.begin(), order.end());
-    const QList<std::uint32_t> active = Display::words(display.reply(display.request(display.root(), display.atom(ActiveWindow), 1)));
+    const QList<std::uint32_t> active = Display::words(
+        display.reply(display.request(display.root(), display.atom(ActiveWindow), 1)));
     if (!active.isEmpty() && active.first() != XCB_WINDOW_NONE)
         order.prepend(active.first());
 
@@ -227,7 +265,9 @@ std::optional<Window> frontFileManagerWindow(qint64 ownPid)
         if (passedOver(display, p, ownPid))
             continue;
         // A dialog stands for the window it belongs to (a short chain; a loop ends it).
-        for (int hops = 0; p.transientFor != XCB_WINDOW_NONE && p.transientFor != display.root() && hops < 8; ++hops)
+        for (int hops = 0;
+             p.transientFor != XCB_WINDOW_NONE && p.transientFor != display.root() && hops < 8;
+             ++hops)
             p = readProperties(display, p.transientFor);
         if (passedOver(display, p, ownPid))
             continue;
@@ -241,16 +281,14 @@ std::optional<Window> frontFileManagerWindow(qint64 ownPid)
 
 namespace {
 
-QString withoutTrailingSeparators(QString path)
-{
+QString withoutTrailingSeparators(QString path) {
     while (path.size() > 1 && path.endsWith(u'/'))
         path.chop(1);
     return path;
 }
 
 // A file: URI as a path, percent-decoded; nothing for any other kind of location.
-std::optional<QString> localPath(const QString& uri)
-{
+std::optional<QString> localPath(const QString& uri) {
     const QUrl url(uri, QUrl::StrictMode);
     if (!url.isValid() || url.scheme() != QLatin1String("file") || !url.host().isEmpty())
         return std::nullopt;
@@ -261,30 +299,27 @@ std::optional<QString> localPath(const QString& uri)
 }
 
 // The name a file manager shows for a folder: its last component, "/" for the root.
-QString folderName(const QString& path)
-{
+QString folderName(const QString& path) {
     return path == QLatin1String("/") ? path : path.mid(path.lastIndexOf(u'/') + 1);
 }
 
 // The name of a location of any kind as it would appear in a title.
-QString locationName(const QString& uri)
-{
+QString locationName(const QString& uri) {
     if (const std::optional<QString> path = localPath(uri))
         return folderName(*path);
     const QUrl url(uri);
     return withoutTrailingSeparators(url.path()).section(u'/', -1);
 }
 
-bool isFolder(const QString& path)
-{
+bool isFolder(const QString& path) {
     const QFileInfo info(path);
     return info.isAbsolute() && info.isDir();
 }
 
 } // namespace
 
-std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString& title, const QString& home)
-{
+std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString& title,
+                                      const QString& home) {
     // The title names the active tab. Several tabs may bear that name; they must agree, and
     // must all be folders on disk, or the answer is not certain.
     std::optional<QString> named;
@@ -320,8 +355,7 @@ std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString&
     return displayNamedPlaces == 1 ? displayNamed : std::nullopt;
 }
 
-std::optional<QString> folderFromFullPathTitle(const QString& title)
-{
+std::optional<QString> folderFromFullPathTitle(const QString& title) {
     // The path may stand alone ("/srv/x"), be followed by the file manager's name ("/srv/x -
     // Thunar", "/srv/x — Dolphin") or follow the folder's name ("x - /srv/x", as Nemo has it).
     // Try every run of the title's " - " parts that starts with a path, longest first, since a
@@ -353,8 +387,8 @@ std::optional<QString> folderFromFullPathTitle(const QString& title)
 namespace {
 
 // A call that waits no longer than what is left of the query's time.
-std::optional<QDBusMessage> callWithin(const QDBusConnection& bus, const QDBusMessage& call, QDeadlineTimer deadline)
-{
+std::optional<QDBusMessage> callWithin(const QDBusConnection& bus, const QDBusMessage& call,
+                                       QDeadlineTimer deadline) {
     const qint64 left = deadline.remainingTime();
     if (left <= 0)
         return std::nullopt;
@@ -365,13 +399,13 @@ std::optional<QDBusMessage> callWithin(const QDBusConnection& bus, const QDBusMe
 }
 
 // Nautilus's windows and the locations of their tabs, by the windows' object paths.
-std::optional<QMap<QString, QStringList>> nautilusWindows(const QDBusConnection& bus, const QString& service,
-                                                          QDeadlineTimer deadline)
-{
-    QDBusMessage get = QDBusMessage::createMethodCall(service, QStringLiteral("/org/freedesktop/FileManager1"),
-                                                      QStringLiteral("org.freedesktop.DBus.Properties"),
-                                                      QStringLiteral("Get"));
-    get << QStringLiteral("org.freedesktop.FileManager1") << QStringLiteral("OpenWindowsWithLocations");
+std::optional<QMap<QString, QStringList>>
+nautilusWindows(const QDBusConnection& bus, const QString& service, QDeadlineTimer deadline) {
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        service, QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get << QStringLiteral("org.freedesktop.FileManager1")
+        << QStringLiteral("OpenWindowsWithLocations");
     const std::optional<QDBusMessage> answer = callWithin(bus, get, deadline);
     if (!answer)
         return std::nullopt;
@@ -386,12 +420,14 @@ std::optional<QMap<QString, QStringList>> nautilusWindows(const QDBusConnection&
     return windows;
 }
 
-std::optional<QString> nautilusWindowFolder(const QDBusConnection& bus, const Window& window, QDeadlineTimer deadline)
-{
+std::optional<QString> nautilusWindowFolder(const QDBusConnection& bus, const Window& window,
+                                            QDeadlineTimer deadline) {
     if (window.gtkObjectPath.isEmpty())
         return std::nullopt;
-    const QString service = window.gtkBusName.isEmpty() ? QStringLiteral("org.gnome.Nautilus") : window.gtkBusName;
-    const std::optional<QMap<QString, QStringList>> windows = nautilusWindows(bus, service, deadline);
+    const QString service =
+        window.gtkBusName.isEmpty() ? QStringLiteral("org.gnome.Nautilus") : window.gtkBusName;
+    const std::optional<QMap<QString, QStringList>> windows =
+        nautilusWindows(bus, service, deadline);
     if (!windows || !windows->contains(window.gtkObjectPath))
         return std::nullopt;
     return nautilusFolder(windows->value(window.gtkObjectPath), window.title, QDir::homePath());
@@ -399,8 +435,7 @@ std::optional<QString> nautilusWindowFolder(const QDBusConnection& bus, const Wi
 
 // The folders a Dolphin title that is not a full path may name: the home folder's folder of
 // that name, the root, and the home folder itself, whose title is "Home".
-QStringList dolphinCandidates(const QString& title)
-{
+QStringList dolphinCandidates(const QString& title) {
     QString name = title;
     static const QRegularExpression ending(QStringLiteral(" [-–—] Dolphin$"));
     name.remove(ending);
@@ -415,16 +450,16 @@ QStringList dolphinCandidates(const QString& title)
     return candidates;
 }
 
-std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window, QDeadlineTimer deadline)
-{
+std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window,
+                                           QDeadlineTimer deadline) {
     if (window.pid <= 0)
         return std::nullopt;
     const QString service = QStringLiteral("org.kde.dolphin-%1").arg(window.pid);
 
     // The window's object: the one whose winId is this X window.
-    QDBusMessage introspect = QDBusMessage::createMethodCall(service, QStringLiteral("/dolphin"),
-                                                             QStringLiteral("org.freedesktop.DBus.Introspectable"),
-                                                             QStringLiteral("Introspect"));
+    QDBusMessage introspect = QDBusMessage::createMethodCall(
+        service, QStringLiteral("/dolphin"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
+        QStringLiteral("Introspect"));
     const std::optional<QDBusMessage> tree = callWithin(bus, introspect, deadline);
     if (!tree)
         return std::nullopt;
@@ -441,7 +476,9 @@ std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Win
         xml.skipCurrentElement();
         const QString path = QStringLiteral("/dolphin/") + child;
         const std::optional<QDBusMessage> id = callWithin(
-            bus, QDBusMessage::createMethodCall(service, path, QStringLiteral("org.kde.KMainWindow"), QStringLiteral("winId")),
+            bus,
+            QDBusMessage::createMethodCall(service, path, QStringLiteral("org.kde.KMainWindow"),
+                                           QStringLiteral("winId")),
             deadline);
         if (!id)
             return std::nullopt;
@@ -452,8 +489,9 @@ std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Win
         return std::nullopt;
 
     auto isOpen = [&](const QString& folder) -> std::optional<bool> {
-        QDBusMessage ask = QDBusMessage::createMethodCall(service, objectPath, QStringLiteral("org.kde.dolphin.MainWindow"),
-                                                          QStringLiteral("isUrlOpen"));
+        QDBusMessage ask = QDBusMessage::createMethodCall(
+            service, objectPath, QStringLiteral("org.kde.dolphin.MainWindow"),
+            QStringLiteral("isUrlOpen"));
         ask << QUrl::fromLocalFile(folder).toString(QUrl::FullyEncoded);
         const std::optional<QDBusMessage> answer = callWithin(bus, ask, deadline);
         if (!answer)
@@ -481,17 +519,17 @@ std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Win
     return found;
 }
 
-bool onWayland()
-{
+bool onWayland() {
     const QByteArray session = qgetenv("XDG_SESSION_TYPE");
-    return session == "wayland" || (session.isEmpty() && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"));
+    return session == "wayland" ||
+           (session.isEmpty() && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"));
 }
 
 // Under Wayland no program learns which window another one has in front: answer only for
 // Nautilus showing one location in one window.
-std::optional<QString> waylandFolder(const QDBusConnection& bus, QDeadlineTimer deadline)
-{
-    const std::optional<QMap<QString, QStringList>> windows = nautilusWindows(bus, QStringLiteral("org.gnome.Nautilus"), deadline);
+std::optional<QString> waylandFolder(const QDBusConnection& bus, QDeadlineTimer deadline) {
+    const std::optional<QMap<QString, QStringList>> windows =
+        nautilusWindows(bus, QStringLiteral("org.gnome.Nautilus"), deadline);
     if (!windows || windows->size() != 1 || windows->first().size() != 1)
         return std::nullopt;
     return localPath(windows->first().first());
@@ -499,8 +537,8 @@ std::optional<QString> waylandFolder(const QDBusConnection& bus, QDeadlineTimer 
 
 } // namespace
 
-std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus, QDeadlineTimer deadline)
-{
+std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
+                                   QDeadlineTimer deadline) {
     if (onWayland())
         return bus.isConnected() ? waylandFolder(bus, deadline) : std::nullopt;
     const std::optional<Window> window = frontFileManagerWindow(ownPid);
@@ -527,13 +565,13 @@ std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus, QD
     return folder && isFolder(*folder) ? folder : std::nullopt;
 }
 
-QDBusConnection sessionBusIfRunning()
-{
+QDBusConnection sessionBusIfRunning() {
     // Without an address the D-Bus library would start a bus of its own (autolaunch): ask only
     // a bus that is named, or the one at the standard place in the runtime folder.
     const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
     if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS") ||
-        (!runtime.isEmpty() && QFileInfo(QString::fromLocal8Bit(runtime) + QStringLiteral("/bus")).exists()))
+        (!runtime.isEmpty() &&
+         QFileInfo(QString::fromLocal8Bit(runtime) + QStringLiteral("/bus")).exists()))
         return QDBusConnection::sessionBus();
     return QDBusConnection(QStringLiteral("brindlemark-no-bus"));
 }

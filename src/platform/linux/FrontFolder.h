@@ -37,7 +37,8 @@ std::optional<Window> frontFileManagerWindow(qint64 ownPid);
 
 // The folder of Nautilus's active tab: `tabUris` are a window's tabs in tab order, `title` its
 // title, which names the active tab's folder. Only file: locations count.
-std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString& title, const QString& home);
+std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString& title,
+                                      const QString& home);
 
 // The folder a window title shows when it shows a full path, with whatever the file manager
 // appends ("/home/ann/Notes - File Manager"); only a folder that exists counts.

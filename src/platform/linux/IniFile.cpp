@@ -9,14 +9,15 @@ namespace brindlemark::ini {
 
 namespace {
 
-bool isHexDigit(char32_t c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+bool isHexDigit(char32_t c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
 
 // A value as QSettings reads it back: always quoted (a comma would otherwise make a list),
 // quotes and backslashes escaped, control characters as \x escapes. A hex escape runs on over
 // every hex digit that follows it, so a hex digit right after one is escaped as well. A leading
 // '@' marks a typed value to QSettings and is doubled.
-QByteArray quoted(const QString& value)
-{
+QByteArray quoted(const QString& value) {
     QByteArray out = "\"";
     if (value.startsWith(u'@'))
         out += '@';
@@ -37,12 +38,13 @@ QByteArray quoted(const QString& value)
     return out + '"';
 }
 
-bool isSectionHeader(const QByteArray& trimmed) { return trimmed.startsWith('[') && trimmed.endsWith(']'); }
+bool isSectionHeader(const QByteArray& trimmed) {
+    return trimmed.startsWith('[') && trimmed.endsWith(']');
+}
 
 } // namespace
 
-QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value)
-{
+QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value) {
     const QByteArray name = key.toLatin1();
     const QByteArray line = name + '=' + quoted(value);
     QList<QByteArray> lines = existing.split('\n');
@@ -59,7 +61,8 @@ QByteArray withValue(const QByteArray& existing, const QString& key, const QStri
             inGeneral = trimmed == "[General]";
             if (inGeneral && generalHeader < 0)
                 generalHeader = kept.size();
-        } else if (inGeneral && trimmed.startsWith(name) && trimmed.mid(name.size()).trimmed().startsWith('=')) {
+        } else if (inGeneral && trimmed.startsWith(name) &&
+                   trimmed.mid(name.size()).trimmed().startsWith('=')) {
             continue;
         }
         kept.append(each);
@@ -74,8 +77,7 @@ QByteArray withValue(const QByteArray& existing, const QString& key, const QStri
 namespace {
 
 // The inverse of quoted(): nothing for any other form.
-std::optional<QString> unquoted(const QByteArray& raw)
-{
+std::optional<QString> unquoted(const QByteArray& raw) {
     const QByteArray text = raw.trimmed();
     if (text.size() < 2 || !text.startsWith('"') || !text.endsWith('"'))
         return std::nullopt;
@@ -117,15 +119,15 @@ std::optional<QString> unquoted(const QByteArray& raw)
 
 } // namespace
 
-ReadValue readValue(const QByteArray& text, const QString& key)
-{
+ReadValue readValue(const QByteArray& text, const QString& key) {
     const QByteArray name = key.toLatin1();
     bool inGeneral = true;
     for (const QByteArray& line : text.split('\n')) {
         const QByteArray trimmed = line.trimmed();
         if (isSectionHeader(trimmed)) {
             inGeneral = trimmed == "[General]";
-        } else if (inGeneral && trimmed.startsWith(name) && trimmed.mid(name.size()).trimmed().startsWith('=')) {
+        } else if (inGeneral && trimmed.startsWith(name) &&
+                   trimmed.mid(name.size()).trimmed().startsWith('=')) {
             const QByteArray raw = trimmed.mid(trimmed.indexOf('=') + 1);
             const std::optional<QString> value = unquoted(raw);
             return value ? ReadValue{true, value} : ReadValue{false, std::nullopt};
@@ -134,8 +136,8 @@ ReadValue readValue(const QByteArray& text, const QString& key)
     return {true, std::nullopt};
 }
 
-std::optional<QByteArray> fileWithValue(const QString& path, const QString& key, const QString& value)
-{
+std::optional<QByteArray> fileWithValue(const QString& path, const QString& key,
+                                        const QString& value) {
     QByteArray existing;
     QFile file(path);
     if (file.exists()) {
@@ -146,8 +148,7 @@ std::optional<QByteArray> fileWithValue(const QString& path, const QString& key,
     return withValue(existing, key, value);
 }
 
-bool storeValue(const QString& path, const QString& key, const QString& value)
-{
+bool storeValue(const QString& path, const QString& key, const QString& value) {
     const std::optional<QByteArray> contents = fileWithValue(path, key, value);
     return contents && writeChangedFilesAtomically({{path, *contents}}).failed.isEmpty();
 }

@@ -16,9 +16,9 @@ namespace brindlemark::ini {
 QByteArray withValue(const QByteArray& existing, const QString& key, const QString& value);
 
 // The value of `key` in the [General] group of the INI text, read here when it is in the quoted
-// form withValue() writes: QSettings keeps the files it read, and takes a file as unchanged when its
-// time and size are (two saves of one length within a clock tick). `understood` is false for any
-// other form, which only QSettings can read; `value` is nothing when the key is not there.
+// form withValue() writes: QSettings keeps the files it read, and takes a file as unchanged when
+// its time and size are (two saves of one length within a clock tick). `understood` is false for
+// any other form, which only QSettings can read; `value` is nothing when the key is not there.
 struct ReadValue {
     bool understood = true;
     std::optional<QString> value;
@@ -27,7 +27,8 @@ ReadValue readValue(const QByteArray& text, const QString& key);
 
 // The whole text of the INI file at `path` once `key` is set to `value`; nothing when the
 // present file cannot be read.
-std::optional<QByteArray> fileWithValue(const QString& path, const QString& key, const QString& value);
+std::optional<QByteArray> fileWithValue(const QString& path, const QString& key,
+                                        const QString& value);
 
 // Sets the key in the INI file at `path`, writing the file whole or not at all, and not at all
 // when it holds that value already. False, and the file as it was, when the old file cannot be

@@ -7,23 +7,21 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <thread>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace brindlemark::channel {
 
 namespace {
 
-void appendNumber(std::string& out, std::uint32_t value)
-{
+void appendNumber(std::string& out, std::uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8)
         out.push_back(static_cast<char>((value >> shift) & 0xff));
 }
 
-bool writeAll(int fd, const std::string& bytes)
-{
+bool writeAll(int fd, const std::string& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         // A peer that goes away must not end this process with SIGPIPE.
@@ -44,8 +42,7 @@ namespace {
 // Makes `folder` if it is missing and checks that it is a real folder of this user's that nobody
 // else can enter. Another user may have made it first in the shared temporary folder: then it is
 // refused, as is a link, since either would hand this user's URLs to them.
-bool makePrivateFolder(const std::string& folder, std::string& problem)
-{
+bool makePrivateFolder(const std::string& folder, std::string& problem) {
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
         problem = "cannot make " + folder + ": " + std::strerror(errno);
         return false;
@@ -69,11 +66,11 @@ bool makePrivateFolder(const std::string& folder, std::string& problem)
 
 } // namespace
 
-std::string socketPath(const char* applicationIdentifier, std::string& problem)
-{
+std::string socketPath(const char* applicationIdentifier, std::string& problem) {
     struct stat info {};
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime && *runtime == '/' && ::stat(runtime, &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == ::getuid())
+    if (runtime && *runtime == '/' && ::stat(runtime, &info) == 0 && S_ISDIR(info.st_mode) &&
+        info.st_uid == ::getuid())
         return std::string(runtime) + "/" + applicationIdentifier + ".socket";
     const char* temporary = std::getenv("TMPDIR");
     std::string folder = temporary && *temporary == '/' ? temporary : "/tmp";
@@ -85,15 +82,13 @@ std::string socketPath(const char* applicationIdentifier, std::string& problem)
     return folder + "/" + applicationIdentifier + ".socket";
 }
 
-bool peerIsThisUser(int fd)
-{
-    ucred peer {};
+bool peerIsThisUser(int fd) {
+    ucred peer{};
     socklen_t size = sizeof(peer);
     return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::getuid();
 }
 
-std::string encodeMessage(const std::vector<std::string>& urls)
-{
+std::string encodeMessage(const std::vector<std::string>& urls) {
     std::string body;
     appendNumber(body, static_cast<std::uint32_t>(urls.size()));
     for (const std::string& url : urls) {
@@ -105,15 +100,14 @@ std::string encodeMessage(const std::vector<std::string>& urls)
     return message + body;
 }
 
-std::uint32_t readNumber(const char* bytes)
-{
+std::uint32_t readNumber(const char* bytes) {
     const auto* b = reinterpret_cast<const unsigned char*>(bytes);
-    return (std::uint32_t(b[0]) << 24) | (std::uint32_t(b[1]) << 16) | (std::uint32_t(b[2]) << 8) | b[3];
+    return (std::uint32_t(b[0]) << 24) | (std::uint32_t(b[1]) << 16) | (std::uint32_t(b[2]) << 8) |
+           b[3];
 }
 
-bool socketAddress(const std::string& path, sockaddr_un& address)
-{
-    address = sockaddr_un {};
+bool socketAddress(const std::string& path, sockaddr_un& address) {
+    address = sockaddr_un{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path))
         return false;
@@ -121,8 +115,7 @@ bool socketAddress(const std::string& path, sockaddr_un& address)
     return true;
 }
 
-bool decodeBody(std::string_view body, std::vector<std::string>& urls)
-{
+bool decodeBody(std::string_view body, std::vector<std::string>& urls) {
     if (body.size() < 4)
         return false;
     const std::uint32_t count = readNumber(body.data());
@@ -140,8 +133,8 @@ bool decodeBody(std::string_view body, std::vector<std::string>& urls)
     return at == body.size();
 }
 
-Forwarding forward(const std::string& path, const std::vector<std::string>& urls, int timeoutMilliseconds)
-{
+Forwarding forward(const std::string& path, const std::vector<std::string>& urls,
+                   int timeoutMilliseconds) {
     sockaddr_un address;
     if (!socketAddress(path, address))
         return Forwarding::NoInstance;
@@ -154,9 +147,11 @@ Forwarding forward(const std::string& path, const std::vector<std::string>& urls
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0)
         return Forwarding::NoInstance;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
     int connected;
-    while ((connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address))) != 0 &&
+    while ((connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address))) !=
+               0 &&
            (errno == EAGAIN || errno == EINTR) && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     if (connected != 0) {
@@ -169,11 +164,11 @@ Forwarding forward(const std::string& path, const std::vector<std::string>& urls
         return Forwarding::Stranger;
     }
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    const timeval sending {timeoutMilliseconds / 1000, (timeoutMilliseconds % 1000) * 1000};
+    const timeval sending{timeoutMilliseconds / 1000, (timeoutMilliseconds % 1000) * 1000};
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sending, sizeof(sending));
     Forwarding result = Forwarding::Failed;
     if (writeAll(fd, message)) {
-        pollfd waiting {fd, POLLIN, 0};
+        pollfd waiting{fd, POLLIN, 0};
         char answer = 0;
         if (::poll(&waiting, 1, timeoutMilliseconds) == 1 && ::read(fd, &answer, 1) == 1 &&
             answer == Acknowledgement)
@@ -183,8 +178,7 @@ Forwarding forward(const std::string& path, const std::vector<std::string>& urls
     return result;
 }
 
-std::optional<int> handOff(const std::string& socketPath, const std::vector<std::string>& urls)
-{
+std::optional<int> handOff(const std::string& socketPath, const std::vector<std::string>& urls) {
     switch (forward(socketPath, urls, 60'000)) {
     case Forwarding::Delivered:
         return 0;
@@ -192,10 +186,12 @@ std::optional<int> handOff(const std::string& socketPath, const std::vector<std:
         std::fprintf(stderr, "brindlemark: the running Brindlemark did not answer.\n");
         return 1;
     case Forwarding::Stranger:
-        std::fprintf(stderr, "brindlemark: %s belongs to another user; nothing was sent to it.\n", socketPath.c_str());
+        std::fprintf(stderr, "brindlemark: %s belongs to another user; nothing was sent to it.\n",
+                     socketPath.c_str());
         return 1;
     case Forwarding::TooLong:
-        std::fprintf(stderr, "brindlemark: the URLs are too long to hand to the running Brindlemark.\n");
+        std::fprintf(stderr,
+                     "brindlemark: the URLs are too long to hand to the running Brindlemark.\n");
         return 1;
     case Forwarding::NoInstance:
         break;
@@ -203,8 +199,8 @@ std::optional<int> handOff(const std::string& socketPath, const std::vector<std:
     return std::nullopt;
 }
 
-std::optional<int> handOffToInstance(const char* applicationIdentifier, const std::vector<std::string>& urls)
-{
+std::optional<int> handOffToInstance(const char* applicationIdentifier,
+                                     const std::vector<std::string>& urls) {
     std::string problem;
     const std::string path = socketPath(applicationIdentifier, problem);
     if (path.empty()) {

@@ -61,6 +61,7 @@ std::optional<int> handOff(const std::string& socketPath, const std::vector<std:
 
 // The hand-off for this application's own socket: also 1, said on standard error, when there is
 // no safe place for the socket.
-std::optional<int> handOffToInstance(const char* applicationIdentifier, const std::vector<std::string>& urls);
+std::optional<int> handOffToInstance(const char* applicationIdentifier,
+                                     const std::vector<std::string>& urls);
 
 } // namespace brindlemark::channel

@@ -25,23 +25,20 @@ struct InstanceServer::Connection {
     std::size_t heldBytes = 0; // of the message whose URLs are handed on: counted until it is done
 };
 
-InstanceServer::InstanceServer(QObject* parent) : QObject(parent)
-{
+InstanceServer::InstanceServer(QObject* parent) : QObject(parent) {
     // The checks run while the application idles: a few cheap calls every two seconds.
     m_checks.setInterval(2000);
     connect(&m_checks, &QTimer::timeout, this, &InstanceServer::checkOnConnections);
 }
 
-InstanceServer::~InstanceServer()
-{
+InstanceServer::~InstanceServer() {
     for (auto& [fd, connection] : m_connections)
         ::close(fd);
     if (m_listener >= 0)
         ::close(m_listener);
 }
 
-bool InstanceServer::listen(const QString& socketPath)
-{
+bool InstanceServer::listen(const QString& socketPath) {
     m_path = QFile::encodeName(socketPath).toStdString();
     if (!bindListener())
         return false;
@@ -49,8 +46,7 @@ bool InstanceServer::listen(const QString& socketPath)
     return true;
 }
 
-bool InstanceServer::bindListener()
-{
+bool InstanceServer::bindListener() {
     sockaddr_un address;
     if (!channel::socketAddress(m_path, address))
         return false;
@@ -58,8 +54,8 @@ bool InstanceServer::bindListener()
     if (fd < 0)
         return false;
     ::unlink(m_path.c_str()); // left by an instance that died, or made by no one still listening
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::chmod(m_path.c_str(), 0600) != 0 ||
-        ::listen(fd, 128) != 0) {
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::chmod(m_path.c_str(), 0600) != 0 || ::listen(fd, 128) != 0) {
         ::close(fd);
         return false;
     }
@@ -72,8 +68,7 @@ bool InstanceServer::bindListener()
     return true;
 }
 
-void InstanceServer::acceptConnections()
-{
+void InstanceServer::acceptConnections() {
     for (;;) {
         if (int(m_connections.size()) >= MaximumConnections && !dropOldestWaiting()) {
             m_accepting->setEnabled(false); // every connection is being handled: the rest queue
@@ -102,8 +97,7 @@ void InstanceServer::acceptConnections()
     }
 }
 
-void InstanceServer::read(int fd)
-{
+void InstanceServer::read(int fd) {
     const auto found = m_connections.find(fd);
     if (found == m_connections.end() || found->second->handling)
         return;
@@ -132,7 +126,8 @@ void InstanceServer::read(int fd)
             return;
         }
         if (m_buffered + std::size_t(n) > BufferedBytesLimit) {
-            drop(fd); // the connections together hold as much as is ever needed: this one grows no more
+            drop(fd); // the connections together hold as much as is ever needed: this one grows no
+                      // more
             return;
         }
         received.append(buffer, std::size_t(n));
@@ -184,8 +179,7 @@ bool InstanceServer::isHandingOn() const {
     });
 }
 
-void InstanceServer::drop(int fd)
-{
+void InstanceServer::drop(int fd) {
     const auto found = m_connections.find(fd);
     if (found == m_connections.end())
         return;
@@ -199,8 +193,7 @@ void InstanceServer::drop(int fd)
         m_accepting->setEnabled(true);
 }
 
-bool InstanceServer::dropOldestWaiting()
-{
+bool InstanceServer::dropOldestWaiting() {
     int oldest = -1;
     qint64 soonest = 0;
     for (const auto& [fd, connection] : m_connections) {
@@ -218,8 +211,7 @@ bool InstanceServer::dropOldestWaiting()
     return true;
 }
 
-void InstanceServer::checkOnConnections()
-{
+void InstanceServer::checkOnConnections() {
     std::vector<int> expired;
     for (const auto& [fd, connection] : m_connections)
         if (!connection->handling && connection->deadline.hasExpired())

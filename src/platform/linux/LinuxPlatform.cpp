@@ -31,33 +31,31 @@ LinuxPlatform::LinuxPlatform() = default;
 
 LinuxPlatform::~LinuxPlatform() = default;
 
-QString LinuxPlatform::userDefaultsFilePath()
-{
-    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + ".conf";
+QString LinuxPlatform::userDefaultsFilePath() {
+    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) +
+           ".conf";
 }
 
-QString LinuxPlatform::extensionPreferencesFilePath()
-{
-    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + ".conf";
+QString LinuxPlatform::extensionPreferencesFilePath() {
+    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) +
+           ".conf";
 }
 
-QVariant LinuxPlatform::userDefaultsValue(const QString& key)
-{
+QVariant LinuxPlatform::userDefaultsValue(const QString& key) {
     return QSettings(userDefaultsFilePath(), QSettings::IniFormat).value(key);
 }
 
-void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& value)
-{
-    ini::storeValue(userDefaultsFilePath(), key, value); // a failed write leaves the old file and is not reported
+void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& value) {
+    ini::storeValue(userDefaultsFilePath(), key,
+                    value); // a failed write leaves the old file and is not reported
 }
 
-void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value)
-{
+void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value) {
     ini::storeValue(extensionPreferencesFilePath(), key, value);
 }
 
-Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key, const QString& text)
-{
+Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key,
+                                                             const QString& text) {
     // All five places are files here: they go to the disk in one batch, and those that hold the
     // text already are left alone. A settings file that cannot be read keeps what it holds.
     QList<std::pair<QString, QByteArray>> files;
@@ -75,8 +73,7 @@ Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key,
     return {!outcome.written.isEmpty(), complete && outcome.failed.isEmpty()};
 }
 
-QList<StoredCopy> LinuxPlatform::storedTemplatesCopies(const QString& key)
-{
+QList<StoredCopy> LinuxPlatform::storedTemplatesCopies(const QString& key) {
     // The settings file's own state, time and text: QSettings cannot tell a file it could not
     // read from one without the key, and may answer from what it read before.
     StoredCopy defaults = storedCopyInFile(userDefaultsFilePath());
@@ -93,19 +90,19 @@ QList<StoredCopy> LinuxPlatform::storedTemplatesCopies(const QString& key)
     return copies;
 }
 
-QStringList LinuxPlatform::templateStoreFilePaths()
-{
-    return QStringList{userDefaultsFilePath(), extensionPreferencesFilePath()} + templateConfigFilePaths();
+QStringList LinuxPlatform::templateStoreFilePaths() {
+    return QStringList{userDefaultsFilePath(), extensionPreferencesFilePath()} +
+           templateConfigFilePaths();
 }
 
-void LinuxPlatform::removeInterruptedSaves()
-{
+void LinuxPlatform::removeInterruptedSaves() {
     Platform::removeInterruptedSaves();
-    removeLeftoverTemporaries(QFile::encodeName(xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json")).toStdString());
+    removeLeftoverTemporaries(
+        QFile::encodeName(xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"))
+            .toStdString());
 }
 
-QStringList LinuxPlatform::templateConfigFilePaths()
-{
+QStringList LinuxPlatform::templateConfigFilePaths() {
     const QString file = QStringLiteral("/Templates.json");
     return {
         xdg::dataHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + file,
@@ -114,13 +111,11 @@ QStringList LinuxPlatform::templateConfigFilePaths()
     };
 }
 
-QString LinuxPlatform::templateBackupFolder()
-{
+QString LinuxPlatform::templateBackupFolder() {
     return QFileInfo(templateConfigFilePaths().constLast()).absolutePath();
 }
 
-QString LinuxPlatform::toolPath(Tool tool)
-{
+QString LinuxPlatform::toolPath(Tool tool) {
     // The tools live beside brindlemark-app: in the build tree and in libexec/brindlemark.
     const QString folder = QCoreApplication::applicationDirPath() + u'/';
     switch (tool) {
@@ -134,10 +129,11 @@ QString LinuxPlatform::toolPath(Tool tool)
     return QString();
 }
 
-QString LinuxPlatform::builtInPlugInsPath() { return QCoreApplication::applicationDirPath() + QStringLiteral("/PlugIns"); }
+QString LinuxPlatform::builtInPlugInsPath() {
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/PlugIns");
+}
 
-void LinuxPlatform::openSettings()
-{
+void LinuxPlatform::openSettings() {
     // No desktop has a settings page for file-manager extensions: open its settings instead.
     for (const char* settings : {"gnome-control-center", "systemsettings", "xfce4-settings-manager",
                                  "mate-control-center", "cinnamon-settings", "lxqt-config"}) {
@@ -147,19 +143,17 @@ void LinuxPlatform::openSettings()
     }
 }
 
-std::optional<QString> LinuxPlatform::frontFileManagerFolder()
-{
+std::optional<QString> LinuxPlatform::frontFileManagerFolder() {
     // Asked at every command, never remembered: the user may have moved to another window since.
-    return frontfolder::frontFolder(QCoreApplication::applicationPid(), frontfolder::sessionBusIfRunning());
+    return frontfolder::frontFolder(QCoreApplication::applicationPid(),
+                                    frontfolder::sessionBusIfRunning());
 }
 
-QString LinuxPlatform::desktopFolder()
-{
+QString LinuxPlatform::desktopFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
 }
 
-void LinuxPlatform::templatesChanged(const QString& extensionBundlePath)
-{
+void LinuxPlatform::templatesChanged(const QString& extensionBundlePath) {
     // Dolphin's service menus name every template: they are written again when the install step
     // put them there (its list of written files names them), and nothing is started otherwise.
     QFile installed(xdg::dataHome() + QStringLiteral("/brindlemark/installed-integration"));
@@ -181,15 +175,13 @@ void LinuxPlatform::templatesChanged(const QString& extensionBundlePath)
 namespace {
 
 // The desktop's opener shows the folder in whatever file manager the user chose.
-void openFolder(const QString& folder)
-{
+void openFolder(const QString& folder) {
     QProcess::startDetached(QStringLiteral("xdg-open"), {folder});
 }
 
 } // namespace
 
-void LinuxPlatform::showFileInFileManager(const QString& filePath)
-{
+void LinuxPlatform::showFileInFileManager(const QString& filePath) {
     const QString folder = QFileInfo(filePath).absolutePath();
     QDBusConnection bus = frontfolder::sessionBusIfRunning();
     if (!bus.isConnected()) {
@@ -212,15 +204,14 @@ void LinuxPlatform::showFileInFileManager(const QString& filePath)
                      });
 }
 
-void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText)
-{
+void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText) {
     runMessageBox(messageText, informativeText);
 }
 
-std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& urls)
-{
+std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& urls) {
     std::string problem;
-    const std::string socketPath = m_socketPath = channel::socketPath(ApplicationBundleIdentifier, problem);
+    const std::string socketPath = m_socketPath =
+        channel::socketPath(ApplicationBundleIdentifier, problem);
     if (socketPath.empty()) {
         std::fprintf(stderr, "brindlemark: %s.\n", problem.c_str());
         return 1;
@@ -231,7 +222,8 @@ std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& ur
 
     // Whoever holds the lock is the running instance; everyone else forwards to it. An
     // instance that is still starting holds the lock before it listens: wait for it briefly.
-    m_instanceLock = std::make_unique<QLockFile>(QString::fromStdString(socketPath) + QStringLiteral(".lock"));
+    m_instanceLock =
+        std::make_unique<QLockFile>(QString::fromStdString(socketPath) + QStringLiteral(".lock"));
     const QDeadlineTimer patience(20'000);
     while (!m_instanceLock->tryLock(0)) {
         if (const std::optional<int> handedOff = channel::handOff(socketPath, message))
@@ -246,17 +238,18 @@ std::optional<int> LinuxPlatform::handOffToRunningInstance(const QStringList& ur
     return std::nullopt;
 }
 
-void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)> deliver)
-{
+void LinuxPlatform::receiveLaterLaunches(std::function<void(const QStringList&)> deliver) {
     if (m_socketPath.empty()) { // not through the hand-off (started in-process, as in tests)
         std::string problem;
         m_socketPath = channel::socketPath(ApplicationBundleIdentifier, problem);
     }
     const QString socketPath = QString::fromStdString(m_socketPath);
     m_server = std::make_unique<InstanceServer>();
-    QObject::connect(m_server.get(), &InstanceServer::urlsReceived, m_server.get(), std::move(deliver));
+    QObject::connect(m_server.get(), &InstanceServer::urlsReceived, m_server.get(),
+                     std::move(deliver));
     if (!m_server->listen(socketPath))
-        std::fprintf(stderr, "brindlemark: cannot listen on %s; later launches will not reach this one.\n",
+        std::fprintf(stderr,
+                     "brindlemark: cannot listen on %s; later launches will not reach this one.\n",
                      qPrintable(socketPath));
 }
 
@@ -264,6 +257,8 @@ bool LinuxPlatform::isReceivingLaunch() {
     return m_server && m_server->isHandingOn();
 }
 
-std::unique_ptr<Platform> createPlatform() { return std::make_unique<LinuxPlatform>(); }
+std::unique_ptr<Platform> createPlatform() {
+    return std::make_unique<LinuxPlatform>();
+}
 
 } // namespace brindlemark

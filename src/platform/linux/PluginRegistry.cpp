@@ -43,8 +43,7 @@ constexpr std::size_t RegistrySizeLimit = std::size_t(1) << 20;
 
 // The length of the well-formed UTF-8 sequence at `at` (no overlong forms, no surrogates, nothing
 // beyond U+10FFFF), or 0.
-std::size_t utf8Length(std::string_view text, std::size_t at)
-{
+std::size_t utf8Length(std::string_view text, std::size_t at) {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(at);
     if (lead < 0x80)
@@ -67,8 +66,7 @@ std::size_t utf8Length(std::string_view text, std::size_t at)
     return code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF) ? 0 : length;
 }
 
-bool isUtf8(std::string_view text)
-{
+bool isUtf8(std::string_view text) {
     for (std::size_t at = 0, length = 0; at < text.size(); at += length)
         if ((length = utf8Length(text, at)) == 0)
             return false;
@@ -78,8 +76,7 @@ bool isUtf8(std::string_view text)
 // Text from outside (arguments, the manifest, what a bundle's step prints) as Qt decoded it: each
 // byte that starts no well-formed sequence becomes U+FFFD. What reaches the registry then stays
 // the valid JSON that Qt reads.
-std::string utf8(std::string_view bytes)
-{
+std::string utf8(std::string_view bytes) {
     if (isUtf8(bytes))
         return std::string(bytes);
     std::string text;
@@ -91,8 +88,7 @@ std::string utf8(std::string_view bytes)
     return text;
 }
 
-void appendUtf8(std::string& out, char32_t code)
-{
+void appendUtf8(std::string& out, char32_t code) {
     if (code < 0x80) {
         out += char(code);
     } else if (code < 0x800) {
@@ -110,10 +106,11 @@ void appendUtf8(std::string& out, char32_t code)
     }
 }
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 
-std::string_view trimmed(std::string_view text)
-{
+std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isBlank(text.front()))
         text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back()))
@@ -209,8 +206,7 @@ FileRead readBoundedFile(const std::string& path, std::string& bytes, std::strin
 
 // QDir::cleanPath: no "." segments, no repeated or trailing slashes, ".." taking away the segment
 // before it; a ".." with nothing before it stays, even right below the root.
-std::string cleanPath(std::string_view path)
-{
+std::string cleanPath(std::string_view path) {
     if (path.empty())
         return {};
     const bool absolute = path.front() == '/';
@@ -232,8 +228,7 @@ std::string cleanPath(std::string_view path)
     return cleaned.empty() ? "." : cleaned;
 }
 
-std::string currentFolder()
-{
+std::string currentFolder() {
     std::string folder(256, '\0');
     while (::getcwd(folder.data(), folder.size()) == nullptr) {
         if (errno != ERANGE)
@@ -246,8 +241,7 @@ std::string currentFolder()
 
 // QFileInfo::absoluteFilePath: relative to the current folder, cleaned, links left as they are;
 // a trailing slash stays.
-std::string absoluteFilePath(const std::string& path)
-{
+std::string absoluteFilePath(const std::string& path) {
     if (path.empty())
         return {};
     std::string joined = path.front() == '/' ? std::string() : currentFolder();
@@ -261,14 +255,12 @@ std::string absoluteFilePath(const std::string& path)
     return utf8(cleanPath(joined) + (joined.back() == '/' ? "/" : ""));
 }
 
-std::string environmentPath(const char* name)
-{
+std::string environmentPath(const char* name) {
     const char* value = std::getenv(name);
     return value ? value : "";
 }
 
-bool isFile(const std::string& path)
-{
+bool isFile(const std::string& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
@@ -303,37 +295,33 @@ private:
         std::string text;
     };
 
-    void blanks()
-    {
-        while (m_at < m_text.size() && std::string_view(" \t\n\r").find(m_text[m_at]) != std::string_view::npos)
+    void blanks() {
+        while (m_at < m_text.size() &&
+               std::string_view(" \t\n\r").find(m_text[m_at]) != std::string_view::npos)
             ++m_at;
     }
 
     // Skips blanks and takes `c` if it comes next.
-    bool next(char c)
-    {
+    bool next(char c) {
         blanks();
         return m_at < m_text.size() && m_text[m_at] == c && ++m_at;
     }
 
-    bool word(std::string_view w)
-    {
+    bool word(std::string_view w) {
         if (m_text.substr(m_at, w.size()) != w)
             return false;
         m_at += w.size();
         return true;
     }
 
-    bool digits()
-    {
+    bool digits() {
         const std::size_t start = m_at;
         while (m_at < m_text.size() && m_text[m_at] >= '0' && m_text[m_at] <= '9')
             ++m_at;
         return m_at > start;
     }
 
-    bool number()
-    {
+    bool number() {
         word("-");
         if (!word("0") && !digits())
             return false;
@@ -347,8 +335,7 @@ private:
         return true;
     }
 
-    bool hex4(char32_t& unit)
-    {
+    bool hex4(char32_t& unit) {
         if (m_text.size() - m_at < 4)
             return false;
         const char* digits = m_text.data() + m_at;
@@ -362,8 +349,7 @@ private:
     }
 
     // After the opening quote.
-    bool string(std::string& out)
-    {
+    bool string(std::string& out) {
         while (m_at < m_text.size()) {
             const char c = m_text[m_at++];
             if (c == '"')
@@ -376,14 +362,30 @@ private:
                 return false;
             char32_t unit = 0;
             switch (m_text[m_at++]) {
-            case '"': out += '"'; break;
-            case '\\': out += '\\'; break;
-            case '/': out += '/'; break;
-            case 'b': out += '\b'; break;
-            case 'f': out += '\f'; break;
-            case 'n': out += '\n'; break;
-            case 'r': out += '\r'; break;
-            case 't': out += '\t'; break;
+            case '"':
+                out += '"';
+                break;
+            case '\\':
+                out += '\\';
+                break;
+            case '/':
+                out += '/';
+                break;
+            case 'b':
+                out += '\b';
+                break;
+            case 'f':
+                out += '\f';
+                break;
+            case 'n':
+                out += '\n';
+                break;
+            case 'r':
+                out += '\r';
+                break;
+            case 't':
+                out += '\t';
+                break;
             case 'u':
                 if (!hex4(unit))
                     return false;
@@ -409,25 +411,32 @@ private:
     }
 
     // Any value; one that is an object is read into `entry` when there is one.
-    bool value(int depth, Scalar& scalar, Registration* entry = nullptr)
-    {
+    bool value(int depth, Scalar& scalar, Registration* entry = nullptr) {
         blanks();
         if (m_at == m_text.size())
             return false;
         switch (m_text[m_at++]) {
-        case '"': scalar.isString = true; return string(scalar.text);
-        case '{': return object(depth + 1, entry);
-        case '[': return array(depth + 1, nullptr);
-        case 't': scalar.isTrue = word("rue"); return scalar.isTrue;
-        case 'f': return word("alse");
-        case 'n': return word("ull");
-        default: return (--m_at, number());
+        case '"':
+            scalar.isString = true;
+            return string(scalar.text);
+        case '{':
+            return object(depth + 1, entry);
+        case '[':
+            return array(depth + 1, nullptr);
+        case 't':
+            scalar.isTrue = word("rue");
+            return scalar.isTrue;
+        case 'f':
+            return word("alse");
+        case 'n':
+            return word("ull");
+        default:
+            return (--m_at, number());
         }
     }
 
     // After the opening bracket; the array's objects become registrations when `into` is given.
-    bool array(int depth, std::vector<Registration>* into)
-    {
+    bool array(int depth, std::vector<Registration>* into) {
         if (depth > MaxDepth)
             return false;
         if (next(']'))
@@ -444,8 +453,7 @@ private:
     }
 
     // After the opening brace. As in Qt, the last of repeated members counts.
-    bool object(int depth, Registration* entry)
-    {
+    bool object(int depth, Registration* entry) {
         if (depth > MaxDepth)
             return false;
         if (next('}'))
@@ -552,19 +560,32 @@ std::string keepAside(const std::string& registry, std::string& problem) {
     return {};
 }
 
-void appendJsonString(std::string& out, std::string_view text)
-{
+void appendJsonString(std::string& out, std::string_view text) {
     static constexpr char hex[] = "0123456789abcdef";
     out += '"';
     for (const char c : text) {
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\b': out += "\\b"; break;
-        case '\f': out += "\\f"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
         default:
             if (static_cast<unsigned char>(c) < 0x20)
                 out.append("\\u00").append(1, hex[c >> 4]).append(1, hex[c & 0xF]);
@@ -576,14 +597,15 @@ void appendJsonString(std::string& out, std::string_view text)
 }
 
 // In QJsonDocument's indented form, members in its order, so that the file reads as before.
-bool writeRegistry(const std::vector<Registration>& registrations)
-{
+bool writeRegistry(const std::vector<Registration>& registrations) {
     std::string json = "[\n";
     for (const Registration& r : registrations) {
         json += "    {\n        \"elected\": ";
         json += r.elected ? "true" : "false";
-        for (const auto& [key, text] : {std::pair{"identifier", &r.identifier}, {"path", &r.path},
-                                        {"protocol", &r.protocol}, {"version", &r.version}}) {
+        for (const auto& [key, text] : {std::pair{"identifier", &r.identifier},
+                                        {"path", &r.path},
+                                        {"protocol", &r.protocol},
+                                        {"version", &r.version}}) {
             json.append(",\n        \"").append(key).append("\": ");
             appendJsonString(json, *text);
         }
@@ -601,8 +623,7 @@ struct Manifest {
 
 // The [Extension] group of the bundle's Info.ini, as QSettings reads such plain values: blanks
 // around keys and values go, and so do the double quotes around a value; a later key wins.
-Manifest readManifest(const std::string& path)
-{
+Manifest readManifest(const std::string& path) {
     Manifest manifest;
     std::string text, unused;
     if (readBoundedFile(path, text, unused) != FileRead::Read)
@@ -618,14 +639,15 @@ Manifest readManifest(const std::string& path)
         const std::size_t equals = line.find('=');
         if (line.starts_with('[') && line.ends_with(']')) {
             group = trimmed(line.substr(1, line.size() - 2));
-        } else if (group == "Extension" && equals != std::string_view::npos && !line.starts_with(';') &&
-                   !line.starts_with('#')) {
+        } else if (group == "Extension" && equals != std::string_view::npos &&
+                   !line.starts_with(';') && !line.starts_with('#')) {
             const std::string_view key = trimmed(line.substr(0, equals));
             std::string_view value = trimmed(line.substr(equals + 1));
             if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
                 value = value.substr(1, value.size() - 2);
-            std::string* field = key == "Identifier" ? &manifest.identifier : key == "Protocol" ? &manifest.protocol
-                               : key == "Version"    ? &manifest.version
+            std::string* field = key == "Identifier" ? &manifest.identifier
+                                 : key == "Protocol" ? &manifest.protocol
+                                 : key == "Version"  ? &manifest.version
                                                      : nullptr;
             if (field)
                 *field = utf8(value);
@@ -663,15 +685,15 @@ PluginKitResult written(const StoredRegistry& stored,
     return {0, std::move(output), std::move(notice)};
 }
 
-PluginKitResult add(const std::string& bundlePath)
-{
+PluginKitResult add(const std::string& bundlePath) {
     const std::string path = absoluteFilePath(bundlePath);
     const std::string info = path + "/Info.ini";
     if (!isFile(info))
         return failure("pluginkit: " + shown(path) +
                        " is not an extension bundle (it has no Info.ini)");
     Manifest manifest = readManifest(info);
-    Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol), std::move(manifest.version)};
+    Registration added{std::move(manifest.identifier), path, std::move(manifest.protocol),
+                       std::move(manifest.version)};
     if (added.identifier.empty() || added.protocol.empty())
         return failure("pluginkit: " + shown(info) + " names no identifier or protocol");
     // What the registry holds is listed one registration a line: nothing that could break one.
@@ -697,8 +719,7 @@ PluginKitResult add(const std::string& bundlePath)
     return written(stored, registrations);
 }
 
-PluginKitResult remove(const std::string& bundlePath)
-{
+PluginKitResult remove(const std::string& bundlePath) {
     const std::string path = absoluteFilePath(bundlePath);
     StoredRegistry stored = readRegistry();
     if (std::erase_if(stored.registrations,
@@ -727,10 +748,12 @@ bool collect(pid_t child, int pipe, std::chrono::steady_clock::time_point deadli
             break;
         }
         using std::chrono::milliseconds;
-        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        const auto left =
+            std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
         if (left <= 0)
             break;
-        const int ready = ::poll(watched, 2, int(ended >= 0 ? left : std::min<decltype(left)>(left, 10)));
+        const int ready =
+            ::poll(watched, 2, int(ended >= 0 ? left : std::min<decltype(left)>(left, 10)));
         if (ready < 0 && errno != EINTR)
             break;
         if (ready > 0 && watched[0].revents != 0) {
@@ -780,7 +803,8 @@ struct StepOutcome {
 StepOutcome runBundleStep(const Registration& r, const char* step,
                           std::chrono::milliseconds limit) {
     std::string program = r.path + '/' + step;
-    // A path from the registry may hold a NUL ("\u0000"), which would cut it short to another program.
+    // A path from the registry may hold a NUL ("\u0000"), which would cut it short to another
+    // program.
     if (program.find('\0') != std::string::npos || ::access(program.c_str(), X_OK) != 0)
         return {};
     const auto notWell = [&](std::string said, const std::string& why) {
@@ -879,12 +903,12 @@ PluginKitResult elect(const std::string& choice, const std::string& identifier,
     return written(now, now.registrations, std::move(step.output));
 }
 
-PluginKitResult list(const std::string& protocol, const std::string& identifier)
-{
+PluginKitResult list(const std::string& protocol, const std::string& identifier) {
     const StoredRegistry stored = readRegistry();
     PluginKitResult result{0, {}, leftAsItIs(stored)};
     for (const Registration& r : stored.registrations) {
-        if ((!protocol.empty() && r.protocol != protocol) || (!identifier.empty() && r.identifier != identifier))
+        if ((!protocol.empty() && r.protocol != protocol) ||
+            (!identifier.empty() && r.identifier != identifier))
             continue;
         result.output.append(r.elected ? "+" : "-").append("    ").append(shown(r.identifier));
         result.output.append("(").append(shown(r.version)).append(")\n");
@@ -893,22 +917,22 @@ PluginKitResult list(const std::string& protocol, const std::string& identifier)
 }
 
 // -m with optional letters of its own: -mAD.
-bool isMatchFlag(std::string_view argument)
-{
-    return argument.starts_with("-m") && argument.find_first_not_of("ADv", 2) == std::string_view::npos;
+bool isMatchFlag(std::string_view argument) {
+    return argument.starts_with("-m") &&
+           argument.find_first_not_of("ADv", 2) == std::string_view::npos;
 }
 
 } // namespace
 
 // The same folder as the application's: $XDG_DATA_HOME when it is an absolute path, else
 // ~/.local/share, cleaned as Qt cleans it.
-std::string pluginRegistryFilePath()
-{
+std::string pluginRegistryFilePath() {
     const std::string data = environmentPath("XDG_DATA_HOME");
     if (data.starts_with('/'))
         return cleanPath(data) + "/brindlemark/plugin-registry.json";
     const std::string home = environmentPath("HOME");
-    return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") + "/brindlemark/plugin-registry.json";
+    return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") +
+           "/brindlemark/plugin-registry.json";
 }
 
 PluginKitResult runPluginKit(const std::vector<std::string>& given,

@@ -6,8 +6,7 @@ namespace brindlemark::xdg {
 
 namespace {
 
-QString folder(const char* variable, const QString& fallbackBelowHome)
-{
+QString folder(const char* variable, const QString& fallbackBelowHome) {
     const QString value = qEnvironmentVariable(variable);
     if (!value.isEmpty() && QDir::isAbsolutePath(value))
         return QDir::cleanPath(value);
@@ -16,8 +15,12 @@ QString folder(const char* variable, const QString& fallbackBelowHome)
 
 } // namespace
 
-QString configHome() { return folder("XDG_CONFIG_HOME", QStringLiteral(".config")); }
+QString configHome() {
+    return folder("XDG_CONFIG_HOME", QStringLiteral(".config"));
+}
 
-QString dataHome() { return folder("XDG_DATA_HOME", QStringLiteral(".local/share")); }
+QString dataHome() {
+    return folder("XDG_DATA_HOME", QStringLiteral(".local/share"));
+}
 
 } // namespace brindlemark::xdg

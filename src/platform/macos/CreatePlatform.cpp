@@ -4,6 +4,8 @@
 
 namespace brindlemark {
 
-std::unique_ptr<Platform> createPlatform() { return std::make_unique<MacPlatform>(); }
+std::unique_ptr<Platform> createPlatform() {
+    return std::make_unique<MacPlatform>();
+}
 
 } // namespace brindlemark

@@ -27,8 +27,7 @@
 
 namespace {
 
-std::string applicationPath()
-{
+std::string applicationPath() {
     char self[PATH_MAX];
     const ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
     if (n <= 0)
@@ -41,14 +40,12 @@ std::string applicationPath()
     return folder + "/" BRINDLEMARK_LIBEXEC_FROM_BIN "/brindlemark-app";
 }
 
-std::string besideApplication(const std::string& application, const char* name)
-{
+std::string besideApplication(const std::string& application, const char* name) {
     return application.substr(0, application.rfind('/') + 1) + name;
 }
 
 // The folder as a query value: everything but unreserved characters and "/" percent-encoded.
-std::string percentEncoded(const std::string& text)
-{
+std::string percentEncoded(const std::string& text) {
     static const char hex[] = "0123456789ABCDEF";
     std::string out;
     for (const unsigned char c : text) {
@@ -65,14 +62,14 @@ std::string percentEncoded(const std::string& text)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     using namespace brindlemark;
     if (argc > 1 && std::strcmp(argv[1], "--doctor") == 0) {
         const std::string doctor = besideApplication(applicationPath(), "brindlemark-doctor");
         argv[1] = const_cast<char*>(doctor.c_str());
         ::execv(doctor.c_str(), argv + 1);
-        std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", doctor.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", doctor.c_str(),
+                     std::strerror(errno));
         return 1;
     }
 
@@ -92,9 +89,11 @@ int main(int argc, char** argv)
     }
     for (std::string& url : forwarded)
         if (inFolder && isUrlArgument(url.c_str()))
-            url += (url.find('?') == std::string::npos ? "?path=" : "&path=") + percentEncoded(folder);
+            url +=
+                (url.find('?') == std::string::npos ? "?path=" : "&path=") + percentEncoded(folder);
 
-    if (const std::optional<int> handedOff = channel::handOffToInstance(ApplicationBundleIdentifier, forwarded))
+    if (const std::optional<int> handedOff =
+            channel::handOffToInstance(ApplicationBundleIdentifier, forwarded))
         return *handedOff;
 
     // brindlemark-app gets the same arguments, with the URLs completed and "--in" consumed; the
@@ -120,6 +119,7 @@ int main(int argc, char** argv)
             ::setsid();
     }
     ::execv(application.c_str(), arguments.data());
-    std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", application.c_str(), std::strerror(errno));
+    std::fprintf(stderr, "brindlemark: cannot start %s: %s\n", application.c_str(),
+                 std::strerror(errno));
     return 1;
 }

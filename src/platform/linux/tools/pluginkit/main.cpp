@@ -6,8 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     const brindlemark::PluginKitResult result = brindlemark::runPluginKit(arguments);
     std::fputs(result.notice.c_str(), stderr);
