@@ -6,8 +6,12 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScopeGuard>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <csignal>
 
 // A fresh, empty home for one test: HOME and the XDG folders point into a temporary folder
 // that disappears with this object. Nothing a test does reaches the real home.
@@ -48,6 +52,24 @@ inline bool writeFile(const QString& path, const QByteArray& bytes,
 // A small shell script standing in for a tool, a terminal or a file manager.
 inline void writeScript(const QString& path, const QByteArray& body) {
     QVERIFY(writeFile(path, "#!/bin/sh\n" + body + "\n", QFile::ExeOwner));
+}
+
+// The TemplatesJSON value of a settings file, as QSettings reads it.
+inline QString storedSetting(const QString& path) {
+    return QSettings(path, QSettings::IniFormat).value("TemplatesJSON").toString();
+}
+
+// The running instance's process id, from its lock file; 0 when none ran.
+inline pid_t instancePid() {
+    return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") +
+                          "/org.brindlemark.Brindlemark.socket.lock")
+                     .split('\n')[0]
+                     .toLongLong());
+}
+
+// Ends the instance a test started, when the guard goes (also when the test fails early).
+inline auto instanceStopper() {
+    return qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
 }
 
 inline QStringList entries(const QString& folder) {

@@ -263,51 +263,26 @@ private slots:
         QCOMPARE(front->title, QString("/tmp"));
     }
 
-    void nautilusTabs_data() {
-        QTest::addColumn<QStringList>("tabs");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QString>("expected"); // empty: none
-        const QString home = "file:///home/ann";
-        QTest::newRow("one tab") << QStringList{home + "/alpha"} << "alpha"
-                                 << "/home/ann/alpha";
-        QTest::newRow("percent-decoded, by name not by order")
-            << QStringList{home + "/Beta%20Folder", home + "/Gr%C3%B6%C3%9Fe", home + "/alpha"}
-            << "Größe"
-            << "/home/ann/Größe";
-        QTest::newRow("trailing slash") << QStringList{"file:///srv/x/", "file:///srv/y"} << "x"
-                                        << "/srv/x";
-        QTest::newRow("the root") << QStringList{"file:///srv", "file:///"} << "/"
-                                  << "/";
-        QTest::newRow("home's display name, one tab") << QStringList{home} << "Home"
-                                                      << "/home/ann";
-        QTest::newRow("home's display name beside folders")
-            << QStringList{"file:///srv/x", home} << "Persönlicher Ordner"
-            << "/home/ann";
-        QTest::newRow("home beside a place that is no folder")
-            << QStringList{home, "trash:///"} << "Home"
-            << "";
-        QTest::newRow("the trash in front") << QStringList{"file:///srv/x", "trash:///"} << "Trash"
-                                            << "";
-        QTest::newRow("a remote place of the same name")
-            << QStringList{"file:///srv/x", "sftp://host/srv/x"} << "x"
-            << "";
-        QTest::newRow("two folders of that name")
-            << QStringList{"file:///srv/x", "file:///opt/x"} << "x"
-            << "";
-        QTest::newRow("one folder twice") << QStringList{"file:///srv/x", "file:///srv/x"} << "x"
-                                          << "/srv/x";
-        QTest::newRow("a file URI of another host") << QStringList{"file://elsewhere/srv/x"} << "x"
-                                                    << "";
-        QTest::newRow("one place, not a folder") << QStringList{"recent:///"} << "Recent"
-                                                 << "";
-        QTest::newRow("no tabs") << QStringList{} << "x"
-                                 << "";
-    }
     void nautilusTabs() {
-        QFETCH(QStringList, tabs);
-        QFETCH(QString, title);
-        QFETCH(QString, expected);
-        QCOMPARE(nautilusFolder(tabs, title, "/home/ann/").value_or(QString()), expected);
+        // "the tabs' URIs, blank-separated|the window's title" -> the folder, or nothing
+        expectEach(
+            [](const QString& input) {
+                const QStringList tabs = input.section('|', 0, 0).split(' ', Qt::SkipEmptyParts);
+                return nautilusFolder(tabs, input.section('|', 1), "/home/ann/").value_or("");
+            },
+            {{"file:///home/ann/alpha|alpha", "/home/ann/alpha"},
+             {"file:///a/Beta%20Folder file:///a/Gr%C3%B6%C3%9Fe file:///a/alpha|Größe",
+              "/a/Größe"},
+             {"file:///srv/x/ file:///srv/y|x", "/srv/x"},
+             {"file:///srv file:///|/", "/"},
+             {"file:///srv/x file:///home/ann|Persönlicher Ordner", "/home/ann"},
+             {"file:///home/ann trash:///|Home", ""},
+             {"file:///srv/x sftp://host/srv/x|x", ""},
+             {"file:///srv/x file:///opt/x|x", ""},
+             {"file:///srv/x file:///srv/x|x", "/srv/x"},
+             {"file://elsewhere/srv/x|x", ""},
+             {"recent:///|Recent", ""},
+             {"|x", ""}});
     }
 
     void fullPathTitles() {
@@ -464,13 +439,7 @@ private slots:
         // The launcher as a keyboard shortcut runs it: the first one starts Brindlemark without
         // its window, and each command acts on the front file-manager window's folder.
         TestHome home;
-        auto instancePid = [] {
-            return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") +
-                                  "/org.brindlemark.Brindlemark.socket.lock")
-                             .split('\n')[0]
-                             .toLongLong());
-        };
-        const auto stop = qScopeGuard([&] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
+        const auto stop = instanceStopper();
         const QString alpha = home.file("Pro jects/alpha"), desktop = home.file("Desktop");
         QVERIFY(QDir().mkpath(alpha) && QDir().mkpath(desktop));
         writeScript(home.file("bin/xdg-open"), "exit 0");
