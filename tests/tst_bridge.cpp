@@ -96,45 +96,21 @@ private slots:
     void settingsFileReadsBackWhatWasStored() {
         TestHome home;
         const QString path = home.file("a.conf");
-        expectEach(
-            [&](const QString& value) {
-                // Other keys and groups, an earlier value, a CR before a line break and none at the
-                // end: only the value changes.
-                writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept");
-                const bool stored =
-                    ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value);
-                const QSettings read(path, QSettings::IniFormat);
-                const QStringList others{read.value("Before").toString(),
-                                         read.value("Key").toString(),
-                                         read.value("Group/K").toString()};
-                // Read back here too, as QSettings reads it.
-                const ini::ReadValue own = ini::readValue(readFile(path), "K");
-                const bool same = own.understood && own.value == read.value("K").toString();
-                return read.value("K").toString() +
-                       (others == QStringList{"1", "2", "kept"} && stored
-                            ? ""
-                            : " (not stored, or others lost)") +
-                       (same ? "" : " (read differently here)");
-            },
-            {{"plain", "plain"},
-             {"@@x", "@@x"},
-             {"\x1f"
-              "fe",
-              "\x1f"
-              "fe"},
-             {"[{\"a\":\"b, c\"}]", "[{\"a\":\"b, c\"}]"},
-             {"x=y;z", "x=y;z"},
-             {"back\\slash\\", "back\\slash\\"},
-             {"@Variant(x)", "@Variant(x)"},
-             {"  spaces  ", "  spaces  "},
-             {"\x01"
-              "1f\t\n\x7f"
-              "a",
-              "\x01"
-              "1f\t\n\x7f"
-              "a"},
-             {"ünï 😀", "ünï 😀"},
-             {"", ""}});
+        for (const QString value :
+             {"plain", "@@x", "\u001ffe", "[{\"a\":\"b, c\"}]", "x=y;z", "back\\slash\\",
+              "@Variant(x)", "  spaces  ", "\u00011f\t\n\u007fa", "ünï 😀", ""}) {
+            // Other keys and groups, an earlier value, a CR before a line break and none at the
+            // end: only the value changes, and it reads back the same here as in QSettings.
+            writeFile(path, "Before=1\n[General]\nK = old\nKey=2\r\n[Group]\nK=kept");
+            QVERIFY(ini::storeValue(path, "K", value) && ini::storeValue(path, "K", value));
+            const QSettings read(path, QSettings::IniFormat);
+            QCOMPARE(read.value("K").toString(), value);
+            QCOMPARE(QStringList({read.value("Before").toString(), read.value("Key").toString(),
+                                  read.value("Group/K").toString()}),
+                     QStringList({"1", "2", "kept"}));
+            const ini::ReadValue own = ini::readValue(readFile(path), "K");
+            QVERIFY(own.understood && own.value == value);
+        }
     }
 
     void settingsValuesOnlyQSettingsReads() {
@@ -269,18 +245,11 @@ private slots:
                        (isForwardedArgument(a) ? ">" : "");
             },
             {{"brindlemark://create?path=/tmp", "U>"},
-             {"brindlemark:", "U>"},
-             {"BrindleMark://x", "U>"},
              {"x+y-z.1:", "U>"},
-             {"a:b", "U>"},
              {"C:\\x", "U>"},
-             {"Fusion", "-"},
-             {"xcb", "-"},
              {"-style", "-"},
-             {"-platform", "-"},
              {"-style=Fusion", "-"},
              {"/tmp/a:b", "-"},
-             {"./a:b", "-"},
              {"1a://x", "-"},
              {"+a:b", "-"},
              {"a_b://x", "-"},
