@@ -1,5 +1,6 @@
 #include "platform/linux/InstanceChannel.h"
 
+#include "bridge/TextRules.h"
 #include "platform/linux/XdgFolders.h"
 
 #include <cerrno>
@@ -73,11 +74,9 @@ std::string socketPath(const char* applicationIdentifier, std::string& problem) 
     if (!runtime.empty() && ::stat(runtime.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
         info.st_uid == ::getuid())
         return runtime + "/" + applicationIdentifier + ".socket";
-    std::string folder = absolutePathVariable("TMPDIR");
+    std::string folder = withoutTrailingSlashes(absolutePathVariable("TMPDIR"));
     if (folder.empty())
         folder = "/tmp";
-    while (folder.size() > 1 && folder.back() == '/')
-        folder.pop_back();
     folder += "/brindlemark-" + std::to_string(::getuid());
     if (!makePrivateFolder(folder, problem))
         return std::string();

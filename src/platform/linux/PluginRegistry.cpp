@@ -1,5 +1,6 @@
 #include "platform/linux/PluginRegistry.h"
 
+#include "bridge/TextRules.h"
 #include "platform/linux/XdgFolders.h"
 #include "templates/AtomicWrite.h"
 
@@ -129,12 +130,11 @@ bool hasControl(std::string_view text) {
 // Text as the listing and the messages show it: control characters as \xHH, so that whatever a
 // registry holds, a registration is one line and cannot pass for another.
 std::string shown(std::string_view text) {
-    static constexpr char hex[] = "0123456789abcdef";
     std::string out;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (isControl(c))
-            out.append("\\x").append(1, hex[byte >> 4]).append(1, hex[byte & 0xF]);
+            out.append("\\x").append(1, hexDigit(byte >> 4)).append(1, hexDigit(byte));
         else
             out += c;
     }

@@ -1,6 +1,7 @@
 #include "platform/macos/MacPlatform.h"
 
 #include "Identifiers.h"
+#include "bridge/TextRules.h"
 #include "bridge/ToolRunner.h"
 #include "platform/macos/UrlReceiver.h"
 
@@ -143,8 +144,7 @@ std::optional<QString> MacPlatform::frontFileManagerFolder() {
     QString folder = QString::fromUtf8(osascript.readAllStandardOutput());
     if (folder.endsWith(u'\n'))
         folder.chop(1);
-    while (folder.size() > 1 && folder.endsWith(u'/'))
-        folder.chop(1);
+    folder = withoutTrailingSlashes(folder);
     if (folder.isEmpty())
         return std::nullopt;
     return folder;
