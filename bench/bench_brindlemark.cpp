@@ -41,7 +41,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QIcon>
 #include <QLabel>
 #include <QLockFile>
 #include <QMenu>

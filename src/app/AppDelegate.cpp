@@ -79,11 +79,6 @@ void AppDelegate::handleGetURLEvent(const QString& urlText) {
     handleURL(urlText);
 }
 
-void AppDelegate::openURLs(const QStringList& urls) {
-    for (const QString& url : urls)
-        handleURL(url);
-}
-
 void AppDelegate::handleURL(const QString& urlText) {
     const UrlRequest request = interpretCommandUrl(urlText, m_templates);
     // The folder as a file-system path: trailing separators go, as in a file URL's path.

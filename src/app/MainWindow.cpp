@@ -49,6 +49,47 @@ void withFixedFont(QPushButton* button) {
     button->setFont(font);
 }
 
+// A non-interactive text at a bottom-left-origin frame inside `parent`, in the system font at
+// `fontSize` pixels (the layout's points) and the given weight.
+QLabel* labelWithFrame(QWidget* parent, int x, int y, int width, int height, const QString& text,
+                       qreal fontSize, QFont::Weight weight) {
+    auto* label = new QLabel(text, parent);
+    label->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    label->setTextInteractionFlags(Qt::NoTextInteraction);
+    // File names and messages are shown as they are: "<i>draft" is not markup.
+    label->setTextFormat(Qt::PlainText);
+    QFont font = label->font();
+    font.setPixelSize(qRound(fontSize));
+    font.setWeight(weight);
+    label->setFont(font);
+    return label;
+}
+
+// A rounded, lightly filled panel at a bottom-left-origin frame inside `parent`.
+QFrame* cardWithFrame(QWidget* parent, int x, int y, int width, int height) {
+    auto* card = new Card(parent);
+    card->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    return card;
+}
+
+// A command button with the symbol leading its title.
+QPushButton* buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                             const QString& title, const QString& symbol) {
+    auto* button = new QPushButton(symbolImage(symbol), title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    button->setIconSize(QSize(16, 16));
+    withFixedFont(button);
+    return button;
+}
+
+QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                  const QString& title) {
+    auto* button = new QPushButton(title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    withFixedFont(button);
+    return button;
+}
+
 } // namespace
 
 MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
@@ -143,21 +184,7 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
 
 void MainWindow::drawHeaderImage() {
     if (auto* header = findChild<QLabel*>(QStringLiteral("headerImage")))
-        header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
-}
-
-QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                   const QString& text, qreal fontSize, QFont::Weight weight) {
-    auto* label = new QLabel(text, parent);
-    label->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    label->setTextInteractionFlags(Qt::NoTextInteraction);
-    // File names and messages are shown as they are: "<i>draft" is not markup.
-    label->setTextFormat(Qt::PlainText);
-    QFont font = label->font();
-    font.setPixelSize(qRound(fontSize));
-    font.setWeight(weight);
-    label->setFont(font);
-    return label;
+        header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus")).pixmap(44, 44));
 }
 
 QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width,
@@ -173,29 +200,6 @@ void MainWindow::setColouredText(QLabel* label, const QString& text, const QColo
     QPalette palette = label->palette();
     palette.setColor(label->foregroundRole(), colour);
     label->setPalette(palette);
-}
-
-QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height) {
-    auto* card = new Card(parent);
-    card->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    return card;
-}
-
-QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                         const QString& title, const QString& symbol) {
-    auto* button = new QPushButton(symbolImage(symbol, 15), title, parent);
-    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    button->setIconSize(QSize(16, 16));
-    withFixedFont(button);
-    return button;
-}
-
-QPushButton* MainWindow::smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                              const QString& title) {
-    auto* button = new QPushButton(title, parent);
-    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    withFixedFont(button);
-    return button;
 }
 
 } // namespace brindlemark

@@ -18,12 +18,8 @@ class Platform {
 public:
     virtual ~Platform();
 
-    // The application's own settings ("user defaults"). The setter flushes to disk at once.
+    // A value of the application's own settings ("user defaults").
     virtual QVariant userDefaultsValue(const QString& key) = 0;
-    virtual void setUserDefaultsValue(const QString& key, const QString& value) = 0;
-
-    // The companion extension's preferences domain; the setter flushes to disk at once.
-    virtual void setExtensionPreferenceValue(const QString& key, const QString& value) = 0;
 
     // Stores the templates text in all its places: the user defaults and the extension's
     // preferences under `key`, then the three files. A place that holds the text already is not
@@ -34,7 +30,7 @@ public:
         bool written = false;
         bool complete = true;
     };
-    virtual StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text);
+    virtual StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) = 0;
 
     // The stored templates text as each place holds it now: the user defaults under `key`
     // first, then the three Templates.json files in their order.

@@ -61,12 +61,11 @@ public:
     ~StoreLock();
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
-    bool isHeld() const { return m_held; }
     bool isBusy() const { return m_busy; }
 
 private:
     int m_fd = -1;
-    bool m_held = false, m_busy = false;
+    bool m_busy = false;
 };
 
 } // namespace brindlemark

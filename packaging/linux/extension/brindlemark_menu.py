@@ -47,10 +47,10 @@ def _flag(value):
     return False
 
 
-def enabled_templates(path=None):
+def enabled_templates():
     """The enabled templates in list order; [] when the file is missing, empty or broken."""
     try:
-        with open(path or templates_file(), "rb") as stream:
+        with open(templates_file(), "rb") as stream:
             records = json.loads(stream.read().decode("utf-8"))
     except (OSError, ValueError):
         return []

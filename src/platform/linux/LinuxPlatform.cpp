@@ -56,15 +56,6 @@ QVariant LinuxPlatform::userDefaultsValue(const QString& key) {
     return QSettings(userDefaultsFilePath(), QSettings::IniFormat).value(key);
 }
 
-void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& value) {
-    ini::storeValue(userDefaultsFilePath(), key,
-                    value); // a failed write leaves the old file and is not reported
-}
-
-void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value) {
-    ini::storeValue(extensionPreferencesFilePath(), key, value);
-}
-
 Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key,
                                                              const QString& text) {
     // All five places are files here: they go to the disk in one batch, and those that hold the

@@ -20,8 +20,6 @@ public:
     ~LinuxPlatform() override;
 
     QVariant userDefaultsValue(const QString& key) override;
-    void setUserDefaultsValue(const QString& key, const QString& value) override;
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override;
     StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override;
     QList<StoredCopy> storedTemplatesCopies(const QString& key) override;
     QStringList templateStoreFilePaths() override;

@@ -4,6 +4,7 @@
 #include "bridge/TextRules.h"
 #include "bridge/ToolRunner.h"
 #include "platform/macos/UrlReceiver.h"
+#include "templates/TemplateStore.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -84,6 +85,15 @@ void MacPlatform::setUserDefaultsValue(const QString& key, const QString& value)
 
 void MacPlatform::setExtensionPreferenceValue(const QString& key, const QString& value) {
     storeInDomain(ExtensionBundleIdentifier, key, value);
+}
+
+Platform::StoreOutcome MacPlatform::storeTemplatesJSONText(const QString& key,
+                                                           const QString& text) {
+    // The preferences system keeps the values itself and says nothing of failures; only the
+    // files are compared, so a change cannot be ruled out.
+    setUserDefaultsValue(key, text);
+    setExtensionPreferenceValue(key, text);
+    return {true, writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
 }
 
 QStringList MacPlatform::templateConfigFilePaths() {
