@@ -12,8 +12,9 @@
 
 namespace brindlemark {
 
-// Everything the application needs from the operating system, behind one interface. Exactly
-// one implementation is compiled per system (linux/ or macos/); tests use a recording fake.
+// Everything the application needs from the operating system, behind one interface.
+// createPlatform() makes this system's implementation (linux/ or macos/; the macOS one is also
+// built on Linux, for its own test); the other tests use a recording fake.
 class Platform {
 public:
     virtual ~Platform();
@@ -22,7 +23,7 @@ public:
     virtual QVariant userDefaultsValue(const QString& key) = 0;
 
     // Stores the templates text in all its places: the user defaults and the extension's
-    // preferences under `key`, then the three files. A place that holds the text already is not
+    // preferences under `key`, then the three files. A file that holds the text already is not
     // written again, and one that exists but cannot be read is never written over (what else it
     // holds is unknown). Nothing is shown for a failure: the outcome says whether any place was
     // written and whether every place now holds the text.
@@ -39,7 +40,8 @@ public:
     // Every file a save writes.
     virtual QStringList templateStoreFilePaths() { return templateConfigFilePaths(); }
 
-    // Removes what saves of ours that were killed halfway left beside the files they write.
+    // Removes what saves of ours that were killed halfway left beside the files they write (on
+    // Linux also beside the plug-in registry).
     virtual void removeInterruptedSaves();
 
     // The three Templates.json files in their fixed order: the extension's data folder, the
@@ -82,13 +84,14 @@ public:
     virtual void runAlert(const QString& messageText, const QString& informativeText) = 0;
 
     // One running instance per user. Called before the application object exists: hands the
-    // launch's URLs (none: show the window) to the instance already running and gives this
-    // launch's exit code; nothing when this process is to become the running instance.
+    // launch's URLs and keyboard-shortcut commands (none: show the window) to the instance
+    // already running and gives this launch's exit code; nothing when this process is to become
+    // the running instance.
     virtual std::optional<int> handOffToRunningInstance(const QStringList& urls) = 0;
 
-    // Called once, when the application runs: the URLs of every later launch arrive through
-    // `deliver`, in order, each launch's list once or, when long, in parts one after another (an
-    // empty list: started again without URLs).
+    // Called once, when the application runs: the URLs and keyboard-shortcut commands of every
+    // later launch arrive through `deliver`, in order, each launch's list once or, when long, in
+    // parts one after another (an empty list: started again without any).
     virtual void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) = 0;
 
     // True while a launch's URLs are delivered in parts and some are still to come: the
