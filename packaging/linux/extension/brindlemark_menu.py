@@ -38,6 +38,9 @@ def launcher():
 
 
 def _flag(value):
+    """A template's flag as the application reads it (boolFromValue in src/templates/Template.cpp).
+    The application writes only true and false, but a Templates.json edited by hand reaches the
+    menus as it was written until the application saves again."""
     if isinstance(value, bool):
         return value
     if isinstance(value, (int, float)):
