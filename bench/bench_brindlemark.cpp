@@ -41,7 +41,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QIcon>
 #include <QLabel>
 #include <QLockFile>
 #include <QMenu>
@@ -67,6 +66,12 @@ const std::string BareWindow = BRINDLEMARK_BARE_WINDOW;
 const QString ToolsFolder = QStringLiteral(BRINDLEMARK_TOOLS_DIR);
 const QString EnabledText = QStringLiteral("Finder extension enabled.");
 constexpr int IdleMilliseconds = 1500;
+// How long a step of a round may take before the round cannot be measured; enabling the extension
+// installs the menus and may take longer.
+constexpr int GiveUpMilliseconds = 10'000;
+constexpr int EnablingGiveUpMilliseconds = 30'000;
+// The goal of a URL handed in during or after a launch of 5,000 URLs.
+constexpr int BurstUrlGoalMilliseconds = 2000;
 
 // ---- the temporary home --------------------------------------------------------------------
 
@@ -165,7 +170,7 @@ void clearStoppedInstance() {
     const QString socket =
         QString::fromStdString(channel::socketPath(ApplicationBundleIdentifier, problem));
     QLockFile lock(socket + QStringLiteral(".lock"));
-    if (!lock.tryLock(10'000))
+    if (!lock.tryLock(GiveUpMilliseconds))
         throw Unmeasurable("the stopped instance still holds " + lock.fileName().toStdString());
     lock.unlock();
     QFile::remove(socket);
@@ -211,7 +216,7 @@ Samples idleMemoryRounds(WindowMapWatch& watch, int rounds) {
 }
 
 void waitForFile(const QString& path) {
-    const QDeadlineTimer deadline(10'000);
+    const QDeadlineTimer deadline(GiveUpMilliseconds);
     while (!QFileInfo::exists(path)) {
         if (deadline.hasExpired())
             throw Unmeasurable(path.toStdString() + " did not appear");
@@ -320,7 +325,8 @@ double openMenu(QMenu* menu) {
     menu->installEventFilter(&paints);
     const double milliseconds = millisecondsOf([&] {
         menu->popup(QPoint(40, 40));
-        if (!processEventsUntil([&] { return menu->isVisible() && paints.painted; }, 10'000))
+        if (!processEventsUntil([&] { return menu->isVisible() && paints.painted; },
+                                GiveUpMilliseconds))
             throw Unmeasurable("the tray menu did not show");
     });
     menu->removeEventFilter(&paints);
@@ -374,7 +380,7 @@ Samples saveRounds(AppDelegate& delegate, LinuxPlatform& platform, const QString
         // is not timed when the save was already done.
         double milliseconds = clock.nsecsElapsed() / 1e6;
         while (!everyPlaceHolds(platform, text)) {
-            if (clock.hasExpired(10'000))
+            if (clock.hasExpired(GiveUpMilliseconds))
                 throw Unmeasurable("the edited title did not reach every place");
             QCoreApplication::processEvents();
             milliseconds = clock.nsecsElapsed() / 1e6;
@@ -404,12 +410,12 @@ Samples enableExtensionRounds(AppDelegate& delegate, int rounds) {
         throw Unmeasurable("the window has no \"Enable Extension\" button or no status line");
     auto enable = [&](int) {
         // The button may be unavailable while an earlier enabling finishes.
-        if (!processEventsUntil([&] { return button->isEnabled(); }, 30'000))
+        if (!processEventsUntil([&] { return button->isEnabled(); }, EnablingGiveUpMilliseconds))
             throw Unmeasurable("the \"Enable Extension\" button stays disabled");
         status->clear();
-        const double milliseconds =
-            longestEventLoopBlock([&] { QTest::mouseClick(button, Qt::LeftButton); },
-                                  [&] { return status->text() == EnabledText; }, 30'000);
+        const double milliseconds = longestEventLoopBlock(
+            [&] { QTest::mouseClick(button, Qt::LeftButton); },
+            [&] { return status->text() == EnabledText; }, EnablingGiveUpMilliseconds);
         processEventsFor(20); // an enabling that ends in the background has ended before the next
         return milliseconds;
     };
@@ -420,7 +426,7 @@ Samples enableExtensionRounds(AppDelegate& delegate, int rounds) {
                 QTest::mouseClick(status, Qt::LeftButton);
                 clicked = true;
             },
-            [&] { return clicked; }, 30'000);
+            [&] { return clicked; }, EnablingGiveUpMilliseconds);
     };
     Samples samples = interleaved(rounds, enable, clickLabel);
     // The figure counts only if enabling did its real work: the menus are installed.
@@ -478,12 +484,14 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
         measureRow("URL to file", ms, "touch in the same folder", {Goal::AtMostRatio, 3},
                    [&] { return urlToFileRounds(watch, folder, rounds); });
     const int burstRounds = std::min(rounds, 5); // each round makes 5,000 files
-    const Row duringBurst = measureRow(
-        "URL during 5,000 URLs", ms, "URL to the idle instance", {Goal::AtMostMilliseconds, 2000},
-        [&] { return urlAfterBurstRounds(watch, root, false, burstRounds); });
-    const Row afterBurst = measureRow(
-        "URL after 5,000 URLs", ms, "URL to the idle instance", {Goal::AtMostMilliseconds, 2000},
-        [&] { return urlAfterBurstRounds(watch, root, true, burstRounds); });
+    const Row duringBurst =
+        measureRow("URL during 5,000 URLs", ms, "URL to the idle instance",
+                   {Goal::AtMostMilliseconds, BurstUrlGoalMilliseconds},
+                   [&] { return urlAfterBurstRounds(watch, root, false, burstRounds); });
+    const Row afterBurst =
+        measureRow("URL after 5,000 URLs", ms, "URL to the idle instance",
+                   {Goal::AtMostMilliseconds, BurstUrlGoalMilliseconds},
+                   [&] { return urlAfterBurstRounds(watch, root, true, burstRounds); });
     const Row registryTool =
         measureRow("registry tool", ms, "/bin/true through runTool", {Goal::AtMostRatio, 3},
                    [&] { return registryToolRounds(rounds); });
@@ -503,7 +511,7 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
         [&] { return trayMenuRounds(delegate, doNothingDelegate, rounds); });
     delegate.showWindow();
     const QWindow* shown = delegate.window()->windowHandle();
-    if (!processEventsUntil([&] { return shown && shown->isExposed(); }, 10'000))
+    if (!processEventsUntil([&] { return shown && shown->isExposed(); }, GiveUpMilliseconds))
         std::fprintf(stderr,
                      "bench: the window was not exposed; the rows that use it go on regardless\n");
     const Row save = measureRow("save after one table edit", ms, "writeFileAtomically, one file",

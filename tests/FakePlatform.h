@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "templates/TemplateStore.h"
 
 #include <QEventLoop>
 #include <QMap>
@@ -13,11 +14,11 @@ public:
     explicit FakePlatform(QString home) : m_home(std::move(home)) {}
 
     QVariant userDefaultsValue(const QString& key) override { return userDefaults.value(key); }
-    void setUserDefaultsValue(const QString& key, const QString& value) override {
-        userDefaults[key] = value;
-    }
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override {
-        extensionPreferences[key] = value;
+    StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override {
+        userDefaults[key] = text;
+        extensionPreferences[key] = text;
+        return {true,
+                brindlemark::writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
     }
     QStringList templateConfigFilePaths() override {
         return {m_home + "/ext/T.json", m_home + "/app/T.json", m_home + "/plain/T.json"};

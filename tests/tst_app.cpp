@@ -157,8 +157,8 @@ private slots:
         platform->laterLaunch(
             {"brindlemark://template?path=" + path + "&id=mine"}); // before loading: built-ins only
         app->applicationDidFinishLaunching();
-        app->openURLs({"brindlemark://template?path=" + path + "/&id=mine",
-                       "brindlemark://create?path=" + path + "//"});
+        platform->laterLaunch({"brindlemark://template?path=" + path + "/&id=mine",
+                               "brindlemark://create?path=" + path + "//"});
         QCOMPARE(entries(folder),
                  (QStringList{"Mine.md", "New Text File 1.txt", "New Text File.txt"}));
         // Shown after the commands, once for the folder: its last file.

@@ -3,6 +3,7 @@
 
 #include "app/MainWindow.h"
 #include "bridge/LaunchArguments.h"
+#include "bridge/TextRules.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
 #include "platform/Platform.h"
@@ -78,17 +79,10 @@ void AppDelegate::handleGetURLEvent(const QString& urlText) {
     handleURL(urlText);
 }
 
-void AppDelegate::openURLs(const QStringList& urls) {
-    for (const QString& url : urls)
-        handleURL(url);
-}
-
 void AppDelegate::handleURL(const QString& urlText) {
     const UrlRequest request = interpretCommandUrl(urlText, m_templates);
     // The folder as a file-system path: trailing separators go, as in a file URL's path.
-    QString folder = request.folder;
-    while (folder.size() > 1 && folder.endsWith(u'/'))
-        folder.chop(1);
+    const QString folder = withoutTrailingSlashes(request.folder);
 
     switch (request.kind) {
     case UrlRequest::Ignore:

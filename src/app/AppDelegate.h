@@ -48,7 +48,6 @@ public:
     QWidget* window() const;
     QLabel* statusLabel() const { return m_statusLabel; }
     QLabel* extensionStateLabel() const { return m_extensionStateLabel; }
-    QSystemTrayIcon* statusItem() const { return m_statusItem; }
     QAction* extensionMenuItem() const { return m_extensionMenuItem; }
     QAction* templateMenuItem() const { return m_templateMenuItem; }
     QTableView* templatesTableView() const { return m_templatesTableView; }
@@ -72,9 +71,8 @@ public:
     TemplateList enabledTemplates() const;
     Template templateWithIdentifier(const QString& identifier) const;
 
-    // URL commands. A get-URL event marks the launch as one for a URL; openURLs() does not.
+    // URL commands. A get-URL event marks the launch as one for a URL; handleURL() does not.
     void handleGetURLEvent(const QString& urlText);
-    void openURLs(const QStringList& urls);
     void handleURL(const QString& urlText);
 
     // File actions. A folder is a file-system path; the actions check it themselves.

@@ -11,7 +11,6 @@
 
 #include <QAction>
 #include <QFileInfo>
-#include <QLabel>
 #include <QTimer>
 
 namespace brindlemark {

@@ -14,7 +14,7 @@ namespace brindlemark {
 
 QAction* AppDelegate::menuItemWithTitle(const QString& title, const QString& symbol,
                                         void (AppDelegate::*action)(QObject*)) {
-    auto* item = new QAction(symbolImage(symbol, 14), title, this);
+    auto* item = new QAction(symbolImage(symbol), title, this);
     connectCommand(item, &QAction::triggered, this, action);
     return item;
 }

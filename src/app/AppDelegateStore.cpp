@@ -22,6 +22,8 @@ namespace {
 constexpr int SaveRetryMilliseconds = 3000;
 // The files of one save change one after another: the list is read again once they settle.
 constexpr int StoreSettleMilliseconds = 150;
+// How long a save already kept waiting by other instances' saves waits for the lock again.
+constexpr int PendingSaveLockPatienceMilliseconds = 100;
 
 } // namespace
 
@@ -51,7 +53,9 @@ void AppDelegate::saveTemplates() {
 void AppDelegate::synchronizeTemplates(bool changedHere) {
     // A save already kept waiting by another instance's saves does not keep the window waiting
     // again: it is tried again soon.
-    const StoreLock lock(m_platform.templateBackupFolder(), m_savePending ? 100 : 1000);
+    const StoreLock lock(m_platform.templateBackupFolder(),
+                         m_savePending ? PendingSaveLockPatienceMilliseconds
+                                       : StoreLockPatienceMilliseconds);
     if (lock.isBusy()) {
         m_savePending = m_savePending || changedHere;
         retrySoonWhilePending();

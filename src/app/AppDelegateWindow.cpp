@@ -7,7 +7,6 @@
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QItemSelectionModel>
-#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
@@ -20,7 +19,7 @@ namespace brindlemark {
 void AppDelegate::addTemplateColumn(const QString& identifier, const QString& title, int width,
                                     bool checkbox) {
     const int minimumWidth = checkbox ? 70 : 80;
-    m_templateTableModel->appendColumn({identifier, title, width, minimumWidth, checkbox});
+    m_templateTableModel->appendColumn({identifier, title, minimumWidth, checkbox});
     if (m_templatesTableView)
         m_templatesTableView->setColumnWidth(m_templateTableModel->columnCount() - 1, width);
 }

@@ -20,6 +20,14 @@ namespace brindlemark {
 
 namespace {
 
+// The layout's numbers used in more than one place, in the bottom-left-origin frames of
+// frameInParent().
+constexpr int Margin = 30;        // the left edge of the cards, the command buttons and the table
+constexpr int SecondColumn = 380; // the right card, and the button below it
+constexpr int TextSize = 13;      // the cards', the buttons' and the status line's text, in pixels
+constexpr int UpperButtonRow = 372, LowerButtonRow = 314; // the command buttons' two rows
+constexpr int HeaderMarkSize = 44;                        // the mark in the header, in pixels
+
 void setSecondary(QLabel* label) {
     label->setForegroundRole(QPalette::PlaceholderText);
 }
@@ -45,8 +53,58 @@ protected:
 // they fit whatever font size the desktop uses.
 void withFixedFont(QPushButton* button) {
     QFont font = button->font();
-    font.setPixelSize(13);
+    font.setPixelSize(TextSize);
     button->setFont(font);
+}
+
+// A non-interactive text at a bottom-left-origin frame inside `parent`, in the system font at
+// `fontSize` pixels (the layout's points) and the given weight.
+QLabel* labelWithFrame(QWidget* parent, int x, int y, int width, int height, const QString& text,
+                       qreal fontSize, QFont::Weight weight) {
+    auto* label = new QLabel(text, parent);
+    label->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    label->setTextInteractionFlags(Qt::NoTextInteraction);
+    // File names and messages are shown as they are: "<i>draft" is not markup.
+    label->setTextFormat(Qt::PlainText);
+    QFont font = label->font();
+    font.setPixelSize(qRound(fontSize));
+    font.setWeight(weight);
+    label->setFont(font);
+    return label;
+}
+
+// A rounded, lightly filled panel at a bottom-left-origin frame inside `parent`.
+QFrame* cardWithFrame(QWidget* parent, int x, int y, int width, int height) {
+    auto* card = new Card(parent);
+    card->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    return card;
+}
+
+// A command button with the symbol leading its title.
+QPushButton* buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                             const QString& title, const QString& symbol) {
+    auto* button = new QPushButton(symbolImage(symbol), title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    button->setIconSize(QSize(16, 16));
+    withFixedFont(button);
+    return button;
+}
+
+QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
+                                  const QString& title) {
+    auto* button = new QPushButton(title, parent);
+    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
+    withFixedFont(button);
+    return button;
+}
+
+// One of the two cards above the buttons: its title, and below it the label that shows a state,
+// which is returned.
+QLabel* cardWithStateLabel(QWidget* parent, int x, const QString& name, const QString& title) {
+    QFrame* card = cardWithFrame(parent, x, 434, 330, 70);
+    card->setObjectName(name);
+    labelWithFrame(card, 18, 40, 210, 18, title, TextSize, QFont::Medium);
+    return labelWithFrame(card, 18, 17, 210, 18, QString(), TextSize, QFont::Normal);
 }
 
 } // namespace
@@ -72,33 +130,27 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
                                 QStringLiteral("Finder context menu and menu bar shortcut"), 14,
                                 QFont::Normal));
 
-    QFrame* extensionCard = cardWithFrame(this, 30, 434, 330, 70);
-    extensionCard->setObjectName(QStringLiteral("extensionCard"));
-    labelWithFrame(extensionCard, 18, 40, 210, 18, QStringLiteral("Finder Extension"), 13,
-                   QFont::Medium);
-    m_extensionStateLabel = labelWithFrame(extensionCard, 18, 17, 210, 18,
-                                           QStringLiteral("Checking..."), 13, QFont::Normal);
+    m_extensionStateLabel = cardWithStateLabel(this, Margin, QStringLiteral("extensionCard"),
+                                               QStringLiteral("Finder Extension"));
+    m_extensionStateLabel->setText(QStringLiteral("Checking..."));
     setSecondary(m_extensionStateLabel);
-
-    QFrame* menuBarCard = cardWithFrame(this, 380, 434, 330, 70);
-    menuBarCard->setObjectName(QStringLiteral("menuBarCard"));
-    labelWithFrame(menuBarCard, 18, 40, 210, 18, QStringLiteral("Menu Bar"), 13, QFont::Medium);
-    setColouredText(labelWithFrame(menuBarCard, 18, 17, 210, 18, QString(), 13, QFont::Normal),
+    setColouredText(cardWithStateLabel(this, SecondColumn, QStringLiteral("menuBarCard"),
+                                       QStringLiteral("Menu Bar")),
                     QStringLiteral("Active"), SystemGreen);
 
-    commandButton(delegate, 30, 372, 170, Commands::EnableExtension);
-    commandButton(delegate, 215, 372, 150, Commands::OpenSettings);
-    commandButton(delegate, 380, 372, 150, Commands::RestartFinder);
-    commandButton(delegate, 545, 372, 166, Commands::CreateFile);
-    commandButton(delegate, 30, 314, 140, Commands::OpenTerminal);
-    commandButton(delegate, 185, 314, 110, Commands::OpenITerm);
-    commandButton(delegate, 310, 314, 100, Commands::HideWindow);
+    commandButton(delegate, Margin, UpperButtonRow, 170, Commands::EnableExtension);
+    commandButton(delegate, 215, UpperButtonRow, 150, Commands::OpenSettings);
+    commandButton(delegate, SecondColumn, UpperButtonRow, 150, Commands::RestartFinder);
+    commandButton(delegate, 545, UpperButtonRow, 166, Commands::CreateFile);
+    commandButton(delegate, Margin, LowerButtonRow, 140, Commands::OpenTerminal);
+    commandButton(delegate, 185, LowerButtonRow, 110, Commands::OpenITerm);
+    commandButton(delegate, 310, LowerButtonRow, 100, Commands::HideWindow);
 
     labelWithFrame(this, 32, 272, 260, 22, QStringLiteral("Templates"), 15, QFont::DemiBold);
 
     m_templatesTableView = new QTableView(this);
     m_templatesTableView->setObjectName(QStringLiteral("templatesTableView"));
-    m_templatesTableView->setGeometry(frameInParent(30, 82, 680, 184, Height));
+    m_templatesTableView->setGeometry(frameInParent(Margin, 82, 680, 184, Height));
     m_templatesTableView->setModel(templates);
     m_templatesTableView->setAlternatingRowColors(true);
     m_templatesTableView->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -122,12 +174,12 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
     columns->setStretchLastSection(false);
 
     for (const auto& [x, command] :
-         {std::pair{30, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
+         {std::pair{Margin, &Commands::AddTemplate}, std::pair{70, &Commands::RemoveTemplate}})
         connectCommand(smallButtonWithFrame(this, x, 44, 36, 28, command->buttonTitle),
                        &QPushButton::clicked, &delegate, command->action);
 
     m_statusLabel =
-        labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), 13, QFont::Normal);
+        labelWithFrame(this, 122, 42, 588, 34, QStringLiteral("Ready"), TextSize, QFont::Normal);
     setSecondary(m_statusLabel);
     m_statusLabel->setWordWrap(true);
     m_statusLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
@@ -143,21 +195,8 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
 
 void MainWindow::drawHeaderImage() {
     if (auto* header = findChild<QLabel*>(QStringLiteral("headerImage")))
-        header->setPixmap(symbolImage(QStringLiteral("doc.badge.plus"), 44).pixmap(44, 44));
-}
-
-QLabel* MainWindow::labelWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                   const QString& text, qreal fontSize, QFont::Weight weight) {
-    auto* label = new QLabel(text, parent);
-    label->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    label->setTextInteractionFlags(Qt::NoTextInteraction);
-    // File names and messages are shown as they are: "<i>draft" is not markup.
-    label->setTextFormat(Qt::PlainText);
-    QFont font = label->font();
-    font.setPixelSize(qRound(fontSize));
-    font.setWeight(weight);
-    label->setFont(font);
-    return label;
+        header->setPixmap(
+            symbolImage(QStringLiteral("doc.badge.plus")).pixmap(HeaderMarkSize, HeaderMarkSize));
 }
 
 QPushButton* MainWindow::commandButton(AppDelegate& delegate, int x, int y, int width,
@@ -173,29 +212,6 @@ void MainWindow::setColouredText(QLabel* label, const QString& text, const QColo
     QPalette palette = label->palette();
     palette.setColor(label->foregroundRole(), colour);
     label->setPalette(palette);
-}
-
-QFrame* MainWindow::cardWithFrame(QWidget* parent, int x, int y, int width, int height) {
-    auto* card = new Card(parent);
-    card->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    return card;
-}
-
-QPushButton* MainWindow::buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                         const QString& title, const QString& symbol) {
-    auto* button = new QPushButton(symbolImage(symbol, 15), title, parent);
-    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    button->setIconSize(QSize(16, 16));
-    withFixedFont(button);
-    return button;
-}
-
-QPushButton* MainWindow::smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                              const QString& title) {
-    auto* button = new QPushButton(title, parent);
-    button->setGeometry(frameInParent(x, y, width, height, parent->height()));
-    withFixedFont(button);
-    return button;
 }
 
 } // namespace brindlemark

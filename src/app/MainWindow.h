@@ -1,11 +1,9 @@
 #pragma once
 
 #include <QColor>
-#include <QFont>
 #include <QWidget>
 
 class QAbstractItemModel;
-class QFrame;
 class QLabel;
 class QMenuBar;
 class QPushButton;
@@ -36,17 +34,6 @@ public:
     // The top strip of the window (left free by the layout) holds the application's menus.
     QMenuBar* menuBar() const { return m_menuBar; }
 
-    // A non-interactive text at a bottom-left-origin frame inside `parent`, in the system font
-    // at `fontSize` pixels (the layout's points) and the given weight.
-    static QLabel* labelWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                  const QString& text, qreal fontSize, QFont::Weight weight);
-    // A rounded, lightly filled panel at a bottom-left-origin frame inside `parent`.
-    static QFrame* cardWithFrame(QWidget* parent, int x, int y, int width, int height);
-    // A command button with the symbol leading its title.
-    static QPushButton* buttonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                        const QString& title, const QString& symbol);
-    static QPushButton* smallButtonWithFrame(QWidget* parent, int x, int y, int width, int height,
-                                             const QString& title);
     // Sets a label's text and the colour it is drawn in.
     static void setColouredText(QLabel* label, const QString& text, const QColor& colour);
 

@@ -283,6 +283,23 @@ QList<std::pair<QString, int>> prerenderedSymbolicFiles(const QString& name) {
     return {};
 }
 
+// The freedesktop symbolic icon name used for a symbol, or an empty text for an unknown symbol.
+QString themeIconName(const QString& symbol) {
+    static const QHash<QString, QString> names{
+        {"terminal", "utilities-terminal-symbolic"},
+        {"apple.terminal", "utilities-terminal-symbolic"},
+        {"checkmark.shield", "security-high-symbolic"},
+        {"bolt.badge.checkmark", "emblem-ok-symbolic"},
+        {"arrow.clockwise", "view-refresh-symbolic"},
+        {"gearshape", "emblem-system-symbolic"},
+        {"macwindow", "window-new-symbolic"},
+        {"power", "system-shutdown-symbolic"},
+        {"doc", "text-x-generic-symbolic"},
+        {"xmark", "window-close-symbolic"},
+    };
+    return names.value(symbol);
+}
+
 SymbolShape lookUpSymbolShape(const QString& symbol) {
     if (symbol == QLatin1String("doc.badge.plus"))
         return {bundledMark(), installedMarkName()};
@@ -319,23 +336,7 @@ SymbolShape symbolShape(const QString& symbol) {
 
 } // namespace
 
-QString themeIconName(const QString& symbol) {
-    static const QHash<QString, QString> names{
-        {"terminal", "utilities-terminal-symbolic"},
-        {"apple.terminal", "utilities-terminal-symbolic"},
-        {"checkmark.shield", "security-high-symbolic"},
-        {"bolt.badge.checkmark", "emblem-ok-symbolic"},
-        {"arrow.clockwise", "view-refresh-symbolic"},
-        {"gearshape", "emblem-system-symbolic"},
-        {"macwindow", "window-new-symbolic"},
-        {"power", "system-shutdown-symbolic"},
-        {"doc", "text-x-generic-symbolic"},
-        {"xmark", "window-close-symbolic"},
-    };
-    return names.value(symbol);
-}
-
-QIcon symbolImage(const QString& name, qreal, QFont::Weight) {
+QIcon symbolImage(const QString& name) {
     return QIcon(new SymbolIconEngine(name));
 }
 

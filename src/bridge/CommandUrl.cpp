@@ -1,19 +1,17 @@
 #include "bridge/CommandUrl.h"
 
+#include "bridge/TextRules.h"
+
 #include <QStringDecoder>
 
 namespace brindlemark {
 
 namespace {
 
-bool isHexDigit(QChar c) {
-    return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
-}
-
 bool escapesAreWellFormed(QStringView text) {
     for (qsizetype i = 0; i < text.size(); ++i)
-        if (text[i] == u'%' &&
-            (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2])))
+        if (text[i] == u'%' && (i + 2 >= text.size() || !isHexDigit(text[i + 1].unicode()) ||
+                                !isHexDigit(text[i + 2].unicode())))
             return false;
     return true;
 }

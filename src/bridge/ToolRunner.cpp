@@ -1,6 +1,5 @@
 #include "bridge/ToolRunner.h"
 
-#include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStringDecoder>

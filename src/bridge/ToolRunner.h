@@ -44,7 +44,6 @@ public:
 
     void append(const QString& path, const QStringList& arguments, Done done = {});
     void start();
-    bool isRunning() const { return m_process != nullptr; }
 
 private:
     struct Step {

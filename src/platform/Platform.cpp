@@ -1,7 +1,6 @@
 #include "platform/Platform.h"
 
 #include "templates/AtomicWrite.h"
-#include "templates/TemplateStore.h"
 
 #include <QClipboard>
 #include <QFile>
@@ -13,14 +12,6 @@
 namespace brindlemark {
 
 Platform::~Platform() = default;
-
-Platform::StoreOutcome Platform::storeTemplatesJSONText(const QString& key, const QString& text) {
-    // The preference stores of other systems keep the value themselves and say nothing of
-    // failures; only the files are compared here, so a change cannot be ruled out.
-    setUserDefaultsValue(key, text);
-    setExtensionPreferenceValue(key, text);
-    return {true, writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
-}
 
 QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key) {
     StoredCopy defaults;

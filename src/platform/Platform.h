@@ -12,21 +12,18 @@
 
 namespace brindlemark {
 
-// Everything the application needs from the operating system, behind one interface. Exactly
-// one implementation is compiled per system (linux/ or macos/); tests use a recording fake.
+// Everything the application needs from the operating system, behind one interface.
+// createPlatform() makes this system's implementation (linux/ or macos/; the macOS one is also
+// built on Linux, for its own test); the other tests use a recording fake.
 class Platform {
 public:
     virtual ~Platform();
 
-    // The application's own settings ("user defaults"). The setter flushes to disk at once.
+    // A value of the application's own settings ("user defaults").
     virtual QVariant userDefaultsValue(const QString& key) = 0;
-    virtual void setUserDefaultsValue(const QString& key, const QString& value) = 0;
-
-    // The companion extension's preferences domain; the setter flushes to disk at once.
-    virtual void setExtensionPreferenceValue(const QString& key, const QString& value) = 0;
 
     // Stores the templates text in all its places: the user defaults and the extension's
-    // preferences under `key`, then the three files. A place that holds the text already is not
+    // preferences under `key`, then the three files. A file that holds the text already is not
     // written again, and one that exists but cannot be read is never written over (what else it
     // holds is unknown). Nothing is shown for a failure: the outcome says whether any place was
     // written and whether every place now holds the text.
@@ -34,7 +31,7 @@ public:
         bool written = false;
         bool complete = true;
     };
-    virtual StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text);
+    virtual StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) = 0;
 
     // The stored templates text as each place holds it now: the user defaults under `key`
     // first, then the three Templates.json files in their order.
@@ -43,7 +40,8 @@ public:
     // Every file a save writes.
     virtual QStringList templateStoreFilePaths() { return templateConfigFilePaths(); }
 
-    // Removes what saves of ours that were killed halfway left beside the files they write.
+    // Removes what saves of ours that were killed halfway left beside the files they write (on
+    // Linux also beside the plug-in registry).
     virtual void removeInterruptedSaves();
 
     // The three Templates.json files in their fixed order: the extension's data folder, the
@@ -86,13 +84,14 @@ public:
     virtual void runAlert(const QString& messageText, const QString& informativeText) = 0;
 
     // One running instance per user. Called before the application object exists: hands the
-    // launch's URLs (none: show the window) to the instance already running and gives this
-    // launch's exit code; nothing when this process is to become the running instance.
+    // launch's URLs and keyboard-shortcut commands (none: show the window) to the instance
+    // already running and gives this launch's exit code; nothing when this process is to become
+    // the running instance.
     virtual std::optional<int> handOffToRunningInstance(const QStringList& urls) = 0;
 
-    // Called once, when the application runs: the URLs of every later launch arrive through
-    // `deliver`, in order, each launch's list once or, when long, in parts one after another (an
-    // empty list: started again without URLs).
+    // Called once, when the application runs: the URLs and keyboard-shortcut commands of every
+    // later launch arrive through `deliver`, in order, each launch's list once or, when long, in
+    // parts one after another (an empty list: started again without any).
     virtual void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) = 0;
 
     // True while a launch's URLs are delivered in parts and some are still to come: the

@@ -130,7 +130,7 @@ StoreLock::StoreLock(const QString& folder, int patienceMilliseconds) {
     if (!makeFolders(path.toStdString()))
         return;
     m_fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_fd < 0 || (m_held = ::flock(m_fd, LOCK_EX | LOCK_NB) == 0))
+    if (m_fd < 0 || ::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
         return;
     // Waiting in the kernel's queue, rather than trying again now and then: an instance saving
     // edit after edit would otherwise take the lock back every time before the other looked.
@@ -139,29 +139,26 @@ StoreLock::StoreLock(const QString& folder, int patienceMilliseconds) {
     struct Waiting {
         std::mutex mutex;
         std::condition_variable answered;
-        bool done = false, locked = false, givenUp = false;
+        bool done = false, givenUp = false;
     };
     const auto waiting = std::make_shared<Waiting>();
     try {
         std::thread([waiting, fd = m_fd] {
-            const bool locked = ::flock(fd, LOCK_EX) == 0;
+            ::flock(fd, LOCK_EX); // failing, it leaves the save to go on without the lock
             const std::lock_guard<std::mutex> guard(waiting->mutex);
             if (waiting->givenUp) {
                 ::close(fd);
                 return;
             }
             waiting->done = true;
-            waiting->locked = locked;
             waiting->answered.notify_one();
         }).detach();
     } catch (const std::system_error&) {
         return; // no thread to be had: on without the lock
     }
     std::unique_lock<std::mutex> guard(waiting->mutex);
-    if (waiting->answered.wait_for(guard, std::chrono::milliseconds(patienceMilliseconds),
-                                   [&] { return waiting->done; })) {
-        m_held = waiting->locked;
-    } else {
+    if (!waiting->answered.wait_for(guard, std::chrono::milliseconds(patienceMilliseconds),
+                                    [&] { return waiting->done; })) {
         waiting->givenUp = true;
         m_busy = true;
         m_fd = -1; // the thread closes it

@@ -50,6 +50,9 @@ std::optional<TemplateList> storedList(const QString& text);
 TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
                              const TemplateList& theirs);
 
+// How long a save waits for another instance's save to let go of the lock below.
+inline constexpr int StoreLockPatienceMilliseconds = 1000;
+
 // An exclusive lock shared by every Brindlemark of the user, over the folder given, for as long
 // as the object lives: each save reads, merges and writes the list while no other does. Waits at
 // most `patienceMilliseconds` for another holder; if it still holds the lock then (it saves edit
@@ -57,16 +60,16 @@ TemplateList mergedTemplates(const TemplateList& base, const TemplateList& ours,
 // cannot be made or opened, nobody can hold the lock, and saves go on without it.
 class StoreLock final {
 public:
-    explicit StoreLock(const QString& folder, int patienceMilliseconds = 1000);
+    explicit StoreLock(const QString& folder,
+                       int patienceMilliseconds = StoreLockPatienceMilliseconds);
     ~StoreLock();
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
-    bool isHeld() const { return m_held; }
     bool isBusy() const { return m_busy; }
 
 private:
     int m_fd = -1;
-    bool m_held = false, m_busy = false;
+    bool m_busy = false;
 };
 
 } // namespace brindlemark

@@ -17,7 +17,6 @@ public:
     struct Column {
         QString identifier; // the record member it shows
         QString title;
-        int width = 0;
         int minimumWidth = 0;
         bool checkbox = false;
     };

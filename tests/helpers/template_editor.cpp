@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
     for (const QString& member : {TemplateKey::enabled, TemplateKey::title, TemplateKey::prefix,
                                   TemplateKey::suffix, TemplateKey::executable})
         app.templateTableModel()->appendColumn(
-            {member, member, 0, 0,
+            {member, member, 0,
              member == TemplateKey::enabled || member == TemplateKey::executable});
 
     auto perform = [&](const QStringList& words) {

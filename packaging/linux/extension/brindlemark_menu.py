@@ -38,6 +38,9 @@ def launcher():
 
 
 def _flag(value):
+    """A template's flag as the application reads it (boolFromValue in src/templates/Template.cpp).
+    The application writes only true and false, but a Templates.json edited by hand reaches the
+    menus as it was written until the application saves again."""
     if isinstance(value, bool):
         return value
     if isinstance(value, (int, float)):
@@ -47,10 +50,10 @@ def _flag(value):
     return False
 
 
-def enabled_templates(path=None):
+def enabled_templates():
     """The enabled templates in list order; [] when the file is missing, empty or broken."""
     try:
-        with open(path or templates_file(), "rb") as stream:
+        with open(templates_file(), "rb") as stream:
             records = json.loads(stream.read().decode("utf-8"))
     except (OSError, ValueError):
         return []

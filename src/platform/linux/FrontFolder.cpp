@@ -1,5 +1,7 @@
 #include "platform/linux/FrontFolder.h"
 
+#include "bridge/TextRules.h"
+
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -281,12 +283,6 @@ std::optional<Window> frontFileManagerWindow(qint64 ownPid) {
 
 namespace {
 
-QString withoutTrailingSeparators(QString path) {
-    while (path.size() > 1 && path.endsWith(u'/'))
-        path.chop(1);
-    return path;
-}
-
 // A file: URI as a path, percent-decoded; nothing for any other kind of location.
 std::optional<QString> localPath(const QString& uri) {
     const QUrl url(uri, QUrl::StrictMode);
@@ -295,7 +291,7 @@ std::optional<QString> localPath(const QString& uri) {
     const QString path = url.toLocalFile();
     if (path.isEmpty() || !path.startsWith(u'/'))
         return std::nullopt;
-    return withoutTrailingSeparators(path);
+    return withoutTrailingSlashes(path);
 }
 
 // The name a file manager shows for a folder: its last component, "/" for the root.
@@ -308,7 +304,7 @@ QString locationName(const QString& uri) {
     if (const std::optional<QString> path = localPath(uri))
         return folderName(*path);
     const QUrl url(uri);
-    return withoutTrailingSeparators(url.path()).section(u'/', -1);
+    return withoutTrailingSlashes(url.path()).section(u'/', -1);
 }
 
 bool isFolder(const QString& path) {
@@ -341,7 +337,7 @@ std::optional<QString> nautilusFolder(const QStringList& tabUris, const QString&
     // one place, or when the home folder is the only such place among its tabs.
     if (tabUris.size() == 1)
         return localPath(tabUris.first());
-    const QString homePath = withoutTrailingSeparators(home);
+    const QString homePath = withoutTrailingSlashes(home);
     std::optional<QString> displayNamed;
     int displayNamedPlaces = 0;
     for (const QString& uri : tabUris) {
@@ -376,7 +372,7 @@ std::optional<QString> folderFromFullPathTitle(const QString& title) {
             if (candidate == QLatin1String("~") || candidate.startsWith(QLatin1String("~/")))
                 candidate = QDir::homePath() + candidate.mid(1);
             if (candidate.startsWith(u'/') && isFolder(candidate))
-                return withoutTrailingSeparators(QDir::cleanPath(candidate));
+                return withoutTrailingSlashes(QDir::cleanPath(candidate));
         }
     }
     return std::nullopt;
@@ -439,7 +435,7 @@ QStringList dolphinCandidates(const QString& title) {
     QString name = title;
     static const QRegularExpression ending(QStringLiteral(" [-–—] Dolphin$"));
     name.remove(ending);
-    const QString home = withoutTrailingSeparators(QDir::homePath());
+    const QString home = withoutTrailingSlashes(QDir::homePath());
     QStringList candidates;
     if (name == QLatin1String("/"))
         candidates << name;

@@ -1,5 +1,6 @@
 #include "platform/linux/IniFile.h"
 
+#include "bridge/TextRules.h"
 #include "templates/AtomicFile.h"
 
 #include <QFile>
@@ -8,10 +9,6 @@
 namespace brindlemark::ini {
 
 namespace {
-
-bool isHexDigit(char32_t c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
 
 // A value as QSettings reads it back: always quoted (a comma would otherwise make a list),
 // quotes and backslashes escaped, control characters as \x escapes. A hex escape runs on over

@@ -1,9 +1,11 @@
 #include "platform/linux/InstanceChannel.h"
 
+#include "bridge/TextRules.h"
+#include "platform/linux/XdgFolders.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -68,14 +70,13 @@ bool makePrivateFolder(const std::string& folder, std::string& problem) {
 
 std::string socketPath(const char* applicationIdentifier, std::string& problem) {
     struct stat info {};
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime && *runtime == '/' && ::stat(runtime, &info) == 0 && S_ISDIR(info.st_mode) &&
+    const std::string runtime = absolutePathVariable("XDG_RUNTIME_DIR");
+    if (!runtime.empty() && ::stat(runtime.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
         info.st_uid == ::getuid())
-        return std::string(runtime) + "/" + applicationIdentifier + ".socket";
-    const char* temporary = std::getenv("TMPDIR");
-    std::string folder = temporary && *temporary == '/' ? temporary : "/tmp";
-    while (folder.size() > 1 && folder.back() == '/')
-        folder.pop_back();
+        return runtime + "/" + applicationIdentifier + ".socket";
+    std::string folder = withoutTrailingSlashes(absolutePathVariable("TMPDIR"));
+    if (folder.empty())
+        folder = "/tmp";
     folder += "/brindlemark-" + std::to_string(::getuid());
     if (!makePrivateFolder(folder, problem))
         return std::string();

@@ -5,6 +5,7 @@
 #include "platform/linux/IniFile.h"
 #include "platform/linux/InstanceChannel.h"
 #include "platform/linux/InstanceServer.h"
+#include "platform/linux/PluginRegistry.h"
 #include "platform/linux/XdgFolders.h"
 #include "templates/AtomicFile.h"
 #include "templates/AtomicWrite.h"
@@ -27,31 +28,32 @@
 
 namespace brindlemark {
 
+namespace {
+
+QString configHome() {
+    return QString::fromStdString(xdg::configHome());
+}
+
+QString dataHome() {
+    return QString::fromStdString(xdg::dataHome());
+}
+
+} // namespace
+
 LinuxPlatform::LinuxPlatform() = default;
 
 LinuxPlatform::~LinuxPlatform() = default;
 
 QString LinuxPlatform::userDefaultsFilePath() {
-    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) +
-           ".conf";
+    return configHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + ".conf";
 }
 
 QString LinuxPlatform::extensionPreferencesFilePath() {
-    return xdg::configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) +
-           ".conf";
+    return configHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + ".conf";
 }
 
 QVariant LinuxPlatform::userDefaultsValue(const QString& key) {
     return QSettings(userDefaultsFilePath(), QSettings::IniFormat).value(key);
-}
-
-void LinuxPlatform::setUserDefaultsValue(const QString& key, const QString& value) {
-    ini::storeValue(userDefaultsFilePath(), key,
-                    value); // a failed write leaves the old file and is not reported
-}
-
-void LinuxPlatform::setExtensionPreferenceValue(const QString& key, const QString& value) {
-    ini::storeValue(extensionPreferencesFilePath(), key, value);
 }
 
 Platform::StoreOutcome LinuxPlatform::storeTemplatesJSONText(const QString& key,
@@ -97,17 +99,15 @@ QStringList LinuxPlatform::templateStoreFilePaths() {
 
 void LinuxPlatform::removeInterruptedSaves() {
     Platform::removeInterruptedSaves();
-    removeLeftoverTemporaries(
-        QFile::encodeName(xdg::dataHome() + QStringLiteral("/brindlemark/plugin-registry.json"))
-            .toStdString());
+    removeLeftoverTemporaries(pluginRegistryFilePath());
 }
 
 QStringList LinuxPlatform::templateConfigFilePaths() {
     const QString file = QStringLiteral("/Templates.json");
     return {
-        xdg::dataHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + file,
-        xdg::dataHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + file,
-        xdg::configHome() + QStringLiteral("/Brindlemark") + file,
+        dataHome() + QLatin1Char('/') + QLatin1String(ExtensionBundleIdentifier) + file,
+        dataHome() + QLatin1Char('/') + QLatin1String(ApplicationBundleIdentifier) + file,
+        configHome() + QStringLiteral("/Brindlemark") + file,
     };
 }
 
@@ -156,7 +156,7 @@ QString LinuxPlatform::desktopFolder() {
 void LinuxPlatform::templatesChanged(const QString& extensionBundlePath) {
     // Dolphin's service menus name every template: they are written again when the install step
     // put them there (its list of written files names them), and nothing is started otherwise.
-    QFile installed(xdg::dataHome() + QStringLiteral("/brindlemark/installed-integration"));
+    QFile installed(dataHome() + QStringLiteral("/brindlemark/installed-integration"));
     if (!installed.open(QIODevice::ReadOnly))
         return;
     bool dolphinMenus = false;

@@ -9,19 +9,23 @@ class QLockFile;
 
 namespace brindlemark {
 
-// Linux: settings are INI files named after the bundle identifiers in $XDG_CONFIG_HOME, the
-// Templates.json files live in $XDG_DATA_HOME and $XDG_CONFIG_HOME. Every path is computed at
-// call time from the environment, so a changed HOME or XDG variable takes effect at once.
 class InstanceServer;
 
+// Linux: the settings are INI files named after the bundle identifiers in $XDG_CONFIG_HOME,
+// written and read here (QSettings reads what is in another form), and every save writes them and
+// the three Templates.json files ($XDG_DATA_HOME and $XDG_CONFIG_HOME) in one batch. Those paths
+// are worked out at every call, so a changed HOME or XDG variable takes effect at once. The tools
+// (brindlemark-open, -pluginkit, -killall) and the extension bundle live beside the application.
+// The front folder comes from the X server and the file managers' D-Bus interfaces; new files are
+// shown through org.freedesktop.FileManager1, else xdg-open; Dolphin's menus are written again
+// when the templates change. The running instance holds a lock beside its socket, where later
+// launches hand it their URLs.
 class LinuxPlatform : public Platform {
 public:
     LinuxPlatform();
     ~LinuxPlatform() override;
 
     QVariant userDefaultsValue(const QString& key) override;
-    void setUserDefaultsValue(const QString& key, const QString& value) override;
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override;
     StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override;
     QList<StoredCopy> storedTemplatesCopies(const QString& key) override;
     QStringList templateStoreFilePaths() override;

@@ -1,5 +1,7 @@
 #include "platform/linux/PluginRegistry.h"
 
+#include "bridge/TextRules.h"
+#include "platform/linux/XdgFolders.h"
 #include "templates/AtomicWrite.h"
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
@@ -129,12 +130,11 @@ bool hasControl(std::string_view text) {
 // Text as the listing and the messages show it: control characters as \xHH, so that whatever a
 // registry holds, a registration is one line and cannot pass for another.
 std::string shown(std::string_view text) {
-    static constexpr char hex[] = "0123456789abcdef";
     std::string out;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (isControl(c))
-            out.append("\\x").append(1, hex[byte >> 4]).append(1, hex[byte & 0xF]);
+            out.append("\\x").append(1, hexDigit(byte >> 4)).append(1, hexDigit(byte));
         else
             out += c;
     }
@@ -204,30 +204,6 @@ FileRead readBoundedFile(const std::string& path, std::string& bytes, std::strin
 
 // ---- Paths, with Qt's rules, since registrations made by earlier versions hold paths in its form
 
-// QDir::cleanPath: no "." segments, no repeated or trailing slashes, ".." taking away the segment
-// before it; a ".." with nothing before it stays, even right below the root.
-std::string cleanPath(std::string_view path) {
-    if (path.empty())
-        return {};
-    const bool absolute = path.front() == '/';
-    std::vector<std::string_view> segments;
-    while (!path.empty()) {
-        const std::size_t slash = std::min(path.find('/'), path.size());
-        const std::string_view segment = path.substr(0, slash);
-        path.remove_prefix(std::min(slash + 1, path.size()));
-        if (segment == ".." && !segments.empty() && segments.back() != "..")
-            segments.pop_back();
-        else if (!segment.empty() && segment != ".")
-            segments.push_back(segment);
-    }
-    std::string cleaned = absolute ? "/" : "";
-    for (const std::string_view segment : segments)
-        cleaned.append(segment).append("/");
-    if (cleaned.size() > 1)
-        cleaned.pop_back();
-    return cleaned.empty() ? "." : cleaned;
-}
-
 std::string currentFolder() {
     std::string folder(256, '\0');
     while (::getcwd(folder.data(), folder.size()) == nullptr) {
@@ -253,11 +229,6 @@ std::string absoluteFilePath(const std::string& path) {
     if (joined == "/")
         return joined;
     return utf8(cleanPath(joined) + (joined.back() == '/' ? "/" : ""));
-}
-
-std::string environmentPath(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
 }
 
 bool isFile(const std::string& path) {
@@ -924,15 +895,8 @@ bool isMatchFlag(std::string_view argument) {
 
 } // namespace
 
-// The same folder as the application's: $XDG_DATA_HOME when it is an absolute path, else
-// ~/.local/share, cleaned as Qt cleans it.
 std::string pluginRegistryFilePath() {
-    const std::string data = environmentPath("XDG_DATA_HOME");
-    if (data.starts_with('/'))
-        return cleanPath(data) + "/brindlemark/plugin-registry.json";
-    const std::string home = environmentPath("HOME");
-    return cleanPath(cleanPath(home.empty() ? "/" : home) + "/.local/share") +
-           "/brindlemark/plugin-registry.json";
+    return xdg::dataHome() + "/brindlemark/plugin-registry.json";
 }
 
 PluginKitResult runPluginKit(const std::vector<std::string>& given,

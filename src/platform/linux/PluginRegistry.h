@@ -33,7 +33,7 @@ inline constexpr std::chrono::milliseconds BundleStepLimit = std::chrono::second
 PluginKitResult runPluginKit(const std::vector<std::string>& arguments,
                              std::chrono::milliseconds stepLimit = BundleStepLimit);
 
-// $XDG_DATA_HOME/brindlemark/plugin-registry.json
+// $XDG_DATA_HOME/brindlemark/plugin-registry.json, for the tool and the application alike.
 std::string pluginRegistryFilePath();
 
 } // namespace brindlemark

@@ -6,19 +6,24 @@ set(BRINDLEMARK_APP_DIR ${BRINDLEMARK_TOOLS_DIR})
 file(RELATIVE_PATH libexec_from_bin ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}
      ${CMAKE_INSTALL_PREFIX}/${BRINDLEMARK_TOOLS_DIR})
 
+# The XDG folders, plain C++: one rule for the application, the launcher and the registry tool.
+add_library(brindlemark_xdg STATIC ${linux}/XdgFolders.cpp)
+target_include_directories(brindlemark_xdg PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+
 # The launch channel, plain C++: shared by the Qt-free launcher and the application.
 add_library(brindlemark_channel STATIC ${linux}/InstanceChannel.cpp)
 target_include_directories(brindlemark_channel PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
                            ${CMAKE_CURRENT_BINARY_DIR}/generated)
+target_link_libraries(brindlemark_channel PRIVATE brindlemark_xdg)
 
-# The Linux pieces on Qt Core alone: the settings files and the XDG folders.
-add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/XdgFolders.cpp)
+# The settings files, on Qt Core alone.
+add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp)
 target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
 
 # The plug-in registry behind brindlemark-pluginkit, plain C++: the application runs the tool at
 # every opening of its tray menu, and without Qt it starts as fast as the smallest program.
 add_library(brindlemark_plugin_registry STATIC ${linux}/PluginRegistry.cpp)
-target_link_libraries(brindlemark_plugin_registry PUBLIC brindlemark_atomic_write)
+target_link_libraries(brindlemark_plugin_registry PUBLIC brindlemark_atomic_write brindlemark_xdg)
 target_include_directories(brindlemark_plugin_registry PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 
 # The front file-manager folder: the X server (xcb) and the file managers' D-Bus interfaces.
@@ -35,7 +40,8 @@ add_library(brindlemark_platform STATIC
 )
 target_link_libraries(brindlemark_platform
   PUBLIC brindlemark_core
-  PRIVATE brindlemark_linux_base brindlemark_channel brindlemark_front_folder Qt6::Widgets Qt6::DBus)
+  PRIVATE brindlemark_linux_base brindlemark_xdg brindlemark_channel brindlemark_plugin_registry
+          brindlemark_front_folder Qt6::Widgets Qt6::DBus)
 
 # What the desktop and the user run: forwards to a running instance without loading Qt.
 add_executable(brindlemark ${linux}/launcher/main.cpp)

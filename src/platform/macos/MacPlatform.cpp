@@ -1,8 +1,10 @@
 #include "platform/macos/MacPlatform.h"
 
 #include "Identifiers.h"
+#include "bridge/TextRules.h"
 #include "bridge/ToolRunner.h"
 #include "platform/macos/UrlReceiver.h"
+#include "templates/TemplateStore.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -85,6 +87,15 @@ void MacPlatform::setExtensionPreferenceValue(const QString& key, const QString&
     storeInDomain(ExtensionBundleIdentifier, key, value);
 }
 
+Platform::StoreOutcome MacPlatform::storeTemplatesJSONText(const QString& key,
+                                                           const QString& text) {
+    // The preferences system keeps the values itself and says nothing of failures; only the
+    // files are compared, so a change cannot be ruled out.
+    setUserDefaultsValue(key, text);
+    setExtensionPreferenceValue(key, text);
+    return {true, writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
+}
+
 QStringList MacPlatform::templateConfigFilePaths() {
     const QString home = QDir::homePath();
     return {
@@ -143,8 +154,7 @@ std::optional<QString> MacPlatform::frontFileManagerFolder() {
     QString folder = QString::fromUtf8(osascript.readAllStandardOutput());
     if (folder.endsWith(u'\n'))
         folder.chop(1);
-    while (folder.size() > 1 && folder.endsWith(u'/'))
-        folder.chop(1);
+    folder = withoutTrailingSlashes(folder);
     if (folder.isEmpty())
         return std::nullopt;
     return folder;

@@ -35,8 +35,10 @@ public:
     ~MacPlatform() override;
 
     QVariant userDefaultsValue(const QString& key) override;
-    void setUserDefaultsValue(const QString& key, const QString& value) override;
-    void setExtensionPreferenceValue(const QString& key, const QString& value) override;
+    // Each flushed to disk at once.
+    void setUserDefaultsValue(const QString& key, const QString& value);
+    void setExtensionPreferenceValue(const QString& key, const QString& value);
+    StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
     QString toolPath(Tool tool) override;

@@ -14,6 +14,7 @@
 //   brindlemark --doctor               say what the file managers' menus need on this machine
 #include "Identifiers.h"
 #include "bridge/LaunchArguments.h"
+#include "bridge/TextRules.h"
 #include "platform/linux/InstanceChannel.h"
 
 #include <cctype>
@@ -46,15 +47,14 @@ std::string besideApplication(const std::string& application, const char* name) 
 
 // The folder as a query value: everything but unreserved characters and "/" percent-encoded.
 std::string percentEncoded(const std::string& text) {
-    static const char hex[] = "0123456789ABCDEF";
     std::string out;
     for (const unsigned char c : text) {
         if (std::isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~' || c == '/') {
             out += char(c);
         } else {
             out += '%';
-            out += hex[c >> 4];
-            out += hex[c & 15];
+            out += brindlemark::hexDigit(c >> 4, true);
+            out += brindlemark::hexDigit(c, true);
         }
     }
     return out;
