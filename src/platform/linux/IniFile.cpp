@@ -1,7 +1,6 @@
 #include "platform/linux/IniFile.h"
 
 #include "bridge/TextRules.h"
-#include "templates/AtomicFile.h"
 
 #include <QFile>
 #include <QList>
@@ -143,11 +142,6 @@ std::optional<QByteArray> fileWithValue(const QString& path, const QString& key,
         existing = file.readAll();
     }
     return withValue(existing, key, value);
-}
-
-bool storeValue(const QString& path, const QString& key, const QString& value) {
-    const std::optional<QByteArray> contents = fileWithValue(path, key, value);
-    return contents && writeChangedFilesAtomically({{path, *contents}}).failed.isEmpty();
 }
 
 } // namespace brindlemark::ini

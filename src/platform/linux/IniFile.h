@@ -30,9 +30,4 @@ ReadValue readValue(const QByteArray& text, const QString& key);
 std::optional<QByteArray> fileWithValue(const QString& path, const QString& key,
                                         const QString& value);
 
-// Sets the key in the INI file at `path`, writing the file whole or not at all, and not at all
-// when it holds that value already. False, and the file as it was, when the old file cannot be
-// read or the new one cannot be written in full.
-bool storeValue(const QString& path, const QString& key, const QString& value);
-
 } // namespace brindlemark::ini
