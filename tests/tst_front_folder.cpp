@@ -33,12 +33,9 @@ public:
         if (connected())
             m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
     }
-    ~Windows() {
-        if (connected()) {
-            for (xcb_window_t w : m_made)
-                xcb_destroy_window(m_c, w);
+    ~Windows() { // the server destroys the windows of a connection that closes
+        if (connected())
             clearRoot();
-        }
         xcb_disconnect(m_c);
     }
     bool connected() const { return !xcb_connection_has_error(m_c); }
@@ -79,7 +76,6 @@ public:
             setTitle(w, title);
         if (map)
             xcb_map_window(m_c, w);
-        m_made << w;
         return w;
     }
     void stack(const QList<xcb_window_t>& bottomToTop, xcb_window_t active = XCB_WINDOW_NONE) {
@@ -111,7 +107,6 @@ public:
 private:
     xcb_connection_t* m_c;
     xcb_window_t m_root = XCB_WINDOW_NONE;
-    QList<xcb_window_t> m_made;
 };
 
 // A stand-in file manager on the test's bus, described as the helper takes it; its unique bus
@@ -192,7 +187,7 @@ class FrontFolderTest : public QObject {
 
     QProcess m_xvfb, m_bus;
     QTemporaryDir m_busFolder;
-    QString m_display, m_busAddress;
+    QString m_busAddress;
 
     QDBusConnection bus() {
         return QDBusConnection::connectToBus(m_busAddress, "front-folder-test");
@@ -206,13 +201,12 @@ private slots:
         m_xvfb.start("Xvfb", {"-displayfd", "1", "-noreset", "-screen", "0", "640x480x24",
                               "-nolisten", "tcp"});
         QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
-        m_display = ":" + QString::fromLatin1(m_xvfb.readLine()).trimmed();
+        qputenv("DISPLAY", ":" + m_xvfb.readLine().trimmed());
         m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1",
                                     "--address=unix:path=" + m_busFolder.filePath("bus")});
         QVERIFY2(m_bus.waitForReadyRead(20'000),
                  "dbus-daemon did not start (Debian package dbus-daemon)");
         m_busAddress = QString::fromLatin1(m_bus.readLine()).trimmed();
-        qputenv("DISPLAY", m_display.toUtf8());
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
         qunsetenv("WAYLAND_DISPLAY");
         qputenv("XDG_SESSION_TYPE", "x11");
