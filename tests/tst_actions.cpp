@@ -14,7 +14,12 @@ class ActionsTest : public QObject {
 
 private slots:
     void fileNames() {
-        // "record|entries there": an entry "x/" is a folder, "x->y" a link to y.
+        // "record|entries there": an entry "x/" is a folder, "x->y" a link to y. Under a umask of
+        // 077 a new file's mode is 0600, the user's default for new files, shown when it differs:
+        // a script is 0755 whatever the umask (Qt's permission bits read like the octal mode in
+        // hexadecimal).
+        const mode_t oldMask = ::umask(077);
+        const auto restoreMask = qScopeGuard([&] { ::umask(oldMask); });
         expectEach(
             [](const QString& input) {
                 TestHome home;
@@ -37,22 +42,22 @@ private slots:
                                       .size() == existing.size() + 2; // the new file and "run"
                 for (const QString& entry : existing.filter(QRegularExpression("^[^/>]*$")))
                     intact = intact && readFile(home.file(entry)) == "kept";
-                return made.filePath.section('/', -1) + (intact ? "" : " (something else changed)");
+                const QString mode =
+                    QString::number(int(QFileInfo(made.filePath).permissions() & 0x777), 16);
+                return made.filePath.section('/', -1) + (mode == "600" ? "" : " mode " + mode) +
+                       (intact ? "" : " (something else changed)");
             },
-            {{R"({"prefix":"New Text File","suffix":"txt"}|)", "New Text File.txt"},
-             {R"({"prefix":"New Text File","suffix":"txt"}|New Text File.txt,New Text File 1.txt,New Text File 3.txt)",
-              "New Text File 2.txt"},
-             {R"({"prefix":"New Text File","suffix":"txt"}|New Text File 1.txt)",
-              "New Text File.txt"},
+            {{R"({"prefix":"a b","suffix":"txt"}|a b.txt,a b 1.txt,a b 3.txt)", "a b 2.txt"},
+             {R"({"prefix":"a b","suffix":"txt"}|a b 1.txt)", "a b.txt"},
              {R"({"title":"Notes","prefix":"  ","suffix":"md"}|)", "Notes.md"},
              {R"({"prefix":"base","suffix":"."}|base)", "base 1"},
-             {R"({"prefix":"base"}|base,base 1)", "base 2"},
              {R"({"prefix":"x","suffix":"..txt"}|x.txt)", "x 1.txt"},
              {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"},
-             {R"({"prefix":"x","suffix":".tar.gz"}|)", "x.tar.gz"},
-             {R"({"prefix":"x","suffix":"sh"}|x.sh/,t,x 1.sh->t)", "x 2.sh"},
-             {R"({"prefix":"x","suffix":"sh"}|x.sh->gone)", "x 1.sh"},
-             {R"({"prefix":"50%1 off","suffix":"%2"}|50%1 off.%2)", "50%1 off 1.%2"},
+             // A folder, a link to a file and a dangling link all take their names.
+             {R"({"prefix":"x","suffix":"sh","executable":"yes"}|x.sh/,t,x 1.sh->t,x 2.sh->gone)",
+              "x 3.sh mode 755"},
+             {R"({"prefix":"50%1 off","suffix":"%2","executable":"no"}|50%1 off.%2)",
+              "50%1 off 1.%2"},
              {R"({"prefix":"n"}|n,n 1,n 2,n 3,n 4,n 5,n 6,n 7,n 8,n 9)", "n 10"},
              {R"({"prefix":"n"}|n,n 01,n 1x,n 2)", "n 1"},
              // "." and ".." are in every folder: taken, and the numbering goes on.
@@ -90,8 +95,7 @@ private slots:
                 }
                 return made.join(',') + (done ? "" : " (a step failed)");
             },
-            {{"+;+;+", "p.txt,p 1.txt,p 2.txt"},
-             {"+;+;-p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
+            {{"+;+;-p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
              {"+;+;+;-p 1.txt;+", "p.txt,p 1.txt,p 2.txt,p 1.txt"},
              {"+;=p 1.txt;=p 2.txt;+", "p.txt,p 3.txt"},
              {"+;+;p 1.txt>q;+;q>p 3.txt;+;+", "p.txt,p 1.txt,p 1.txt,p 2.txt,p 4.txt"},
@@ -109,26 +113,9 @@ private slots:
                 const QString shown = pending.take().join(',');
                 return shown + "|" + pending.take().join(',');
             },
-            {{"/a/1", "/a/1|"},
-             {"/a/1,/a/2,/a/3", "/a/3|"},
-             {"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|"},
+            {{"/a/1,/b/1,/a/2,/c/1,/b/2", "/a/2,/c/1,/b/2|"},
              {"/a/1,/a/b/1,/a//2,/a/b/./2", "/a//2,/a/b/./2|"},
              {"/1,/a/1,/2", "/a/1,/2|"}});
-    }
-
-    void modes() {
-        TestHome home;
-        const mode_t oldMask = ::umask(077);
-        const FileCreation script =
-            createFileFromTemplate(json(R"({"prefix":"s","executable":"yes"})"), home.path());
-        const FileCreation plain =
-            createFileFromTemplate(json(R"({"prefix":"p","executable":"no"})"), home.path());
-        ::umask(oldMask);
-        // Qt's permission bits read like the octal mode in hexadecimal.
-        QCOMPARE(int(QFileInfo(script.filePath).permissions() & 0x777),
-                 0x755); // whatever the umask
-        QCOMPARE(int(QFileInfo(plain.filePath).permissions() & 0x777),
-                 0x600); // the user's default for new files
     }
 
     void failures() {
@@ -150,10 +137,9 @@ private slots:
              {"relative/folder|x", "1"},
              {"/tmp\\0/x|x", "1"},
              {"/proc|x", "2"},
-             {"~/folder|../escaped", "2"},
-             {"~/folder|/tmp/escaped", "2"}});
+             {"~/folder|../escaped", "2"}});
         QCOMPARE(entries(home.file("folder")), QStringList());
-        QVERIFY(!QFile::exists(home.file("escaped")) && !QFile::exists("/tmp/escaped"));
+        QVERIFY(!QFile::exists(home.file("escaped")));
     }
 };
 

@@ -3,7 +3,7 @@
 //   {"kind": "nautilus", "windows": {"/org/gnome/Nautilus/window/1": ["file:///a", ...], ...}}
 //   {"kind": "dolphin",  "windows": [{"winId": 4194310, "open": ["file:///a", ...]}, ...]}
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
-//   call's first URI to the log, one a line
+//   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
 // With "hang": true it takes its names and then never answers. It prints its unique bus name
 // once it is ready.
 #include <QCoreApplication>
@@ -21,23 +21,15 @@
 
 using Locations = QMap<QString, QStringList>;
 
-class Nautilus : public QObject {
+// org.freedesktop.FileManager1, as Nautilus has it: its windows' locations, and ShowItems.
+class FileManager1 : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
     Q_PROPERTY(Locations OpenWindowsWithLocations READ openWindowsWithLocations)
 public:
-    explicit Nautilus(Locations windows) : m_windows(std::move(windows)) {}
+    FileManager1(Locations windows, QString log)
+        : m_windows(std::move(windows)), m_log(std::move(log)) {}
     Locations openWindowsWithLocations() const { return m_windows; }
-
-private:
-    Locations m_windows;
-};
-
-class FileManager1 : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
-public:
-    explicit FileManager1(QString log) : m_log(std::move(log)) {}
 public slots:
     void ShowItems(const QStringList& uris, const QString&) {
         QFile log(m_log);
@@ -46,6 +38,7 @@ public slots:
     }
 
 private:
+    Locations m_windows;
     QString m_log;
 };
 
@@ -71,7 +64,6 @@ public slots:
     bool isUrlOpen(const QString& url) {
         return m_open.contains(QUrl(url).adjusted(QUrl::StripTrailingSlash).toString());
     }
-    bool isActiveWindow() { return false; }
 
 private:
     QStringList m_open;
@@ -95,21 +87,16 @@ int main(int argc, char** argv) {
     if (!bus.isConnected())
         return 2;
 
-    if (setup["kind"] == "nautilus") {
+    if (setup["kind"] == "nautilus" || setup["kind"] == "showitems") {
         Locations windows;
         const QJsonObject list = setup["windows"].toObject();
         for (auto it = list.begin(); it != list.end(); ++it)
             windows.insert(it.key(), it.value().toVariant().toStringList());
-        auto* nautilus = new Nautilus(windows);
-        bus.registerObject("/org/freedesktop/FileManager1", nautilus,
-                           QDBusConnection::ExportAllProperties);
-        if (!take(bus, "org.gnome.Nautilus"))
-            return 3;
-    } else if (setup["kind"] == "showitems") {
         bus.registerObject("/org/freedesktop/FileManager1",
-                           new FileManager1(setup["log"].toString()),
-                           QDBusConnection::ExportAllSlots);
-        if (!take(bus, "org.freedesktop.FileManager1"))
+                           new FileManager1(windows, setup["log"].toString()),
+                           QDBusConnection::ExportAllProperties | QDBusConnection::ExportAllSlots);
+        if (!take(bus, setup["kind"] == "nautilus" ? "org.gnome.Nautilus"
+                                                   : "org.freedesktop.FileManager1"))
             return 3;
     } else if (setup["kind"] == "dolphin") {
         int n = 0;
