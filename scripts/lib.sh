@@ -3,7 +3,7 @@ set -euo pipefail
 
 BRINDLEMARK_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BRINDLEMARK_BUILD="${BRINDLEMARK_BUILD:-$BRINDLEMARK_ROOT/build}"
-BUILD_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-qpa-plugins libxcb1-dev)
+BUILD_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-qpa-plugins libxcb1-dev nlohmann-json3-dev)
 
 say() { printf 'brindlemark: %s\n' "$*" >&2; }
 

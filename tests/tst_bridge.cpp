@@ -435,8 +435,16 @@ private slots:
              {"[{\"identifier\": \"x\\n+    " + ExtensionId +
                   "\", \"version\": \"\\u001b[2J\\u007f\\u0000\"}]",
               "-    x\\x0a+    " + ExtensionId + "(\\x1b[2J\\x7f\\x00)\n"},
-             // Broken, or not an array: nothing listed.
+             // As nlohmann::json alone would not read it: a byte-order mark, a number beyond a
+             // double, lone halves of surrogate pairs ("?", as in Qt); the last repeated member.
+             {"\uFEFF[{\"identifier\": \"a\", \"n\": -1e400, \"identifier\": \"\\udc00x\\ud800\"}]",
+              "-    ?x?()\n"},
+             // Broken, or not an array: nothing listed. Since nlohmann::json reads the registry, a
+             // raw control character or an unknown escape in a string too (no version wrote them).
              {R"([{"identifier": "a"}] x)", ""},
+             {QString::fromUtf8("[{\"identifier\": \"a\"}]\0", 22), ""},
+             {"[{\"identifier\": \"a\tb\"}]", ""},
+             {R"([{"identifier": "\a"}])", ""},
              {R"({"identifier": "a"})", ""},
              {R"([{"identifier": "a\u12x4"}])", ""},
              {R"([{"identifier": "a"},])", ""},

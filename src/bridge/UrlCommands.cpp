@@ -13,7 +13,8 @@ std::optional<Template> templateFromBase64Payload(const QString& payload) {
     if (payload.isEmpty())
         return std::nullopt;
     const std::optional<QByteArray> bytes = strictBase64Decode(payload);
-    if (!bytes || bytes->isEmpty() || !isStrictJson(*bytes))
+    if (!bytes || bytes->isEmpty() ||
+        !isStrictJson({bytes->constData(), std::size_t(bytes->size())}))
         return std::nullopt;
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(*bytes, &error);

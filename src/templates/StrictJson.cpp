@@ -1,211 +1,101 @@
 #include "templates/StrictJson.h"
 
-#include <cstring>
-#include <vector>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <string>
 
 namespace brindlemark {
 
 namespace {
 
-// Reads one token at a time; the nesting lives in a stack of its own, never in the call stack,
-// so no depth of brackets can overflow it.
-class Scanner {
-public:
-    explicit Scanner(QByteArrayView text)
-        : m_p(reinterpret_cast<const unsigned char*>(text.data())), m_end(m_p + text.size()) {}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
-    bool atEnd() const { return m_p == m_end; }
-    bool next(unsigned char c) const { return m_p != m_end && *m_p == c; }
-
-    // Takes `c` when it comes next.
-    bool accept(unsigned char c) {
-        if (!next(c))
-            return false;
-        ++m_p;
-        return true;
+// The length of the number (RFC 8259) that starts at `at`, or 0.
+std::size_t numberLength(std::string_view text, std::size_t at) {
+    const auto digitsFrom = [&](std::size_t end) {
+        while (end < text.size() && isDigit(text[end]))
+            ++end;
+        return end;
+    };
+    std::size_t end = at + (text[at] == '-');
+    if (end == text.size() || !isDigit(text[end]))
+        return 0;
+    end = text[end] == '0' ? end + 1 : digitsFrom(end); // a leading zero stands alone
+    if (end + 1 < text.size() && text[end] == '.' && isDigit(text[end + 1]))
+        end = digitsFrom(end + 1);
+    if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
+        const bool sign = end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
+        if (end + 1 + sign < text.size() && isDigit(text[end + 1 + sign]))
+            end = digitsFrom(end + 1 + sign);
     }
+    return end - at;
+}
 
-    void skipWhitespace() {
-        while (m_p != m_end && (*m_p == ' ' || *m_p == '\t' || *m_p == '\n' || *m_p == '\r'))
-            ++m_p;
-    }
+// The code unit of the \uXXXX escape at `at`, or 0 when there is none.
+unsigned escapedUnit(std::string_view text, std::size_t at) {
+    unsigned unit = 0;
+    if (at > text.size() || text.size() - at < 6 || text.substr(at, 2) != "\\u")
+        return 0;
+    const char* const digits = text.data() + at + 2;
+    const auto [end, error] = std::from_chars(digits, digits + 4, unit, 16);
+    return error == std::errc() && end == digits + 4 ? unit : 0;
+}
 
-    // A string, number or literal; the caller has seen that the text does not end here.
-    bool scalar() {
-        switch (*m_p) {
-        case '"':
-            return string();
-        case 't':
-            return word("true");
-        case 'f':
-            return word("false");
-        case 'n':
-            return word("null");
-        default:
-            return number();
-        }
-    }
-
-    // A member's name and its colon, white space before the colon included.
-    bool memberName() {
-        if (!next('"') || !string())
-            return false;
-        skipWhitespace();
-        return accept(':');
-    }
-
-private:
-    static bool digit(unsigned char c) { return c >= '0' && c <= '9'; }
-    static bool hexDigit(unsigned char c) {
-        return digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-    }
-
-    bool word(const char* literal) {
-        const std::size_t length = std::strlen(literal);
-        if (std::size_t(m_end - m_p) < length || std::memcmp(m_p, literal, length) != 0)
-            return false;
-        m_p += length;
-        return true;
-    }
-
-    bool digits() {
-        const unsigned char* start = m_p;
-        while (m_p != m_end && digit(*m_p))
-            ++m_p;
-        return m_p != start;
-    }
-
-    bool number() {
-        accept('-');
-        if (!accept('0') && !digits()) // a leading zero stands alone
-            return false;
-        if (accept('.') && !digits())
-            return false;
-        if (accept('e') || accept('E')) {
-            if (!accept('+'))
-                accept('-');
-            return digits();
-        }
-        return true;
-    }
-
-    bool string() {
-        ++m_p; // the opening quote
-        while (m_p != m_end) {
-            const unsigned char c = *m_p;
-            if (c == '"') {
-                ++m_p;
-                return true;
-            }
-            if (c < 0x20)
-                return false;
-            if (c == '\\') {
-                if (!escape())
-                    return false;
-            } else if (c < 0x80) {
-                ++m_p;
-            } else if (!utf8Sequence()) {
-                return false;
-            }
-        }
-        return false; // no closing quote
-    }
-
-    bool escape() {
-        ++m_p; // the backslash
-        if (m_p == m_end)
-            return false;
-        const unsigned char c = *m_p++;
-        if (c != 0 && std::strchr("\"\\/bfnrt", c))
-            return true;
-        if (c != 'u' || m_end - m_p < 4)
-            return false;
-        for (int i = 0; i < 4; ++i)
-            if (!hexDigit(*m_p++))
-                return false;
-        return true;
-    }
-
-    // One character beyond ASCII, its bytes as the Unicode standard allows them (Table 3-7).
-    bool utf8Sequence() {
-        const unsigned char c = *m_p;
-        int continuation = 0;
-        unsigned char low = 0x80, high = 0xBF; // the range of the second byte
-        if (c >= 0xC2 && c <= 0xDF) {
-            continuation = 1;
-        } else if (c >= 0xE0 && c <= 0xEF) {
-            continuation = 2;
-            if (c == 0xE0)
-                low = 0xA0; // shorter forms are overlong
-            else if (c == 0xED)
-                high = 0x9F; // the surrogates U+D800..U+DFFF
-        } else if (c >= 0xF0 && c <= 0xF4) {
-            continuation = 3;
-            if (c == 0xF0)
-                low = 0x90;
-            else if (c == 0xF4)
-                high = 0x8F; // nothing past U+10FFFF
+// The text with what nlohmann::json refuses but RFC 8259 and Qt take in the form it takes, which
+// changes nothing about whether the text is JSON: a \u escape of a lone half of a surrogate pair as
+// \u003f ("?"), as Qt reads it; a number beyond a double's range as 0, with its sign, a fraction
+// and an exponent, so that nothing after it becomes part of it.
+std::string forNlohmann(std::string_view text) {
+    std::string json;
+    json.reserve(text.size());
+    bool inString = false;
+    for (std::size_t at = 0, length = 1; at < text.size(); at += length, length = 1) {
+        if (inString && text[at] == '\\') {
+            const unsigned unit = escapedUnit(text, at), next = escapedUnit(text, at + 6);
+            const bool high = unit >= 0xD800 && unit <= 0xDBFF,
+                       low = unit >= 0xDC00 && unit <= 0xDFFF;
+            length = high && next >= 0xDC00 && next <= 0xDFFF ? 12 : high || low ? 6 : 2;
+            json += length == 6 ? "\\u003f" : text.substr(at, length);
+        } else if (!inString && (text[at] == '-' || isDigit(text[at]))) {
+            length = std::max<std::size_t>(numberLength(text, at), 1);
+            double value = 0;
+            const bool outOfRange =
+                std::from_chars(text.data() + at, text.data() + at + length, value).ec ==
+                std::errc::result_out_of_range;
+            json += outOfRange ? (text[at] == '-' ? "-0.0e0" : "0.0e0") : text.substr(at, length);
         } else {
-            return false;
+            inString = inString != (text[at] == '"');
+            json += text[at];
         }
-        if (m_end - m_p <= continuation || m_p[1] < low || m_p[1] > high)
-            return false;
-        for (int i = 2; i <= continuation; ++i)
-            if (m_p[i] < 0x80 || m_p[i] > 0xBF)
-                return false;
-        m_p += continuation + 1;
-        return true;
     }
-
-    const unsigned char* m_p;
-    const unsigned char* m_end;
-};
+    return json;
+}
 
 } // namespace
 
-bool isStrictJson(QByteArrayView text) {
-    Scanner in(text);
-    std::vector<unsigned char> closers; // for each open array or object, the bracket it ends with
-    bool valueExpected = true;
-    for (;;) {
-        in.skipWhitespace();
-        if (valueExpected) {
-            if (in.atEnd())
-                return false;
-            const bool array = in.accept('[');
-            if (array || in.accept('{')) {
-                const unsigned char closer = array ? ']' : '}';
-                if (closers.size() == std::size_t(StrictJsonMaxDepth))
-                    return false;
-                in.skipWhitespace();
-                if (in.accept(closer)) { // empty: a whole value already
-                    valueExpected = false;
-                } else {
-                    closers.push_back(closer);
-                    if (closer == '}' && !in.memberName())
-                        return false;
-                }
-            } else if (!in.scalar()) {
-                return false;
-            } else {
-                valueExpected = false;
-            }
-            continue;
-        }
-        // After a value: the end of the text, a comma, or the innermost closing bracket.
-        if (closers.empty())
-            return in.atEnd();
-        if (in.accept(',')) {
-            in.skipWhitespace();
-            if (closers.back() == '}' && !in.memberName())
-                return false;
-            valueExpected = true;
-        } else if (in.accept(closers.back())) {
-            closers.pop_back();
-        } else {
-            return false;
-        }
-    }
+nlohmann::json parsedJson(std::string_view text, int maxDepth) {
+    // nlohmann::json takes a NUL byte for the end of the text, as in a C string; JSON has none.
+    if (text.find('\0') != std::string_view::npos)
+        return nlohmann::json::value_t::discarded;
+    bool tooDeep = false;
+    const auto depthBound = [&](int depth, nlohmann::json::parse_event_t event, nlohmann::json&) {
+        using Event = nlohmann::json::parse_event_t;
+        tooDeep = tooDeep || (depth >= maxDepth &&
+                              (event == Event::array_start || event == Event::object_start));
+        return !tooDeep; // beyond the bound nothing is kept
+    };
+    nlohmann::json value =
+        nlohmann::json::parse(forNlohmann(text), depthBound, false /* exceptions */);
+    return tooDeep ? nlohmann::json(nlohmann::json::value_t::discarded) : value;
+}
+
+bool isStrictJson(std::string_view text) {
+    return !text.starts_with("\xEF\xBB\xBF") &&
+           !parsedJson(text, StrictJsonMaxDepth).is_discarded();
 }
 
 } // namespace brindlemark

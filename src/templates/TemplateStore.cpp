@@ -14,7 +14,7 @@ std::optional<QJsonArray> templatesFromJSONString(const QString& text) {
     if (text.isEmpty())
         return std::nullopt;
     const QByteArray bytes = text.toUtf8();
-    if (!isStrictJson(bytes))
+    if (!isStrictJson({bytes.constData(), std::size_t(bytes.size())}))
         return std::nullopt;
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);

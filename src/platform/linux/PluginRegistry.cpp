@@ -3,6 +3,9 @@
 #include "bridge/TextRules.h"
 #include "platform/linux/XdgFolders.h"
 #include "templates/AtomicWrite.h"
+#include "templates/StrictJson.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -67,19 +70,11 @@ std::size_t utf8Length(std::string_view text, std::size_t at) {
     return code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF) ? 0 : length;
 }
 
-bool isUtf8(std::string_view text) {
-    for (std::size_t at = 0, length = 0; at < text.size(); at += length)
-        if ((length = utf8Length(text, at)) == 0)
-            return false;
-    return true;
-}
-
 // Text from outside (arguments, the manifest, what a bundle's step prints) as Qt decoded it: each
 // byte that starts no well-formed sequence becomes U+FFFD. What reaches the registry then stays
-// the valid JSON that Qt reads.
+// the valid JSON that Qt reads. (nlohmann::json checks the UTF-8 of the JSON it reads, but mends
+// text only while writing it, and otherwise: one U+FFFD for a whole broken sequence.)
 std::string utf8(std::string_view bytes) {
-    if (isUtf8(bytes))
-        return std::string(bytes);
     std::string text;
     for (std::size_t at = 0; at < bytes.size();) {
         const std::size_t length = utf8Length(bytes, at);
@@ -87,24 +82,6 @@ std::string utf8(std::string_view bytes) {
         at += length ? length : 1;
     }
     return text;
-}
-
-void appendUtf8(std::string& out, char32_t code) {
-    if (code < 0x80) {
-        out += char(code);
-    } else if (code < 0x800) {
-        out += char(0xC0 | code >> 6);
-        out += char(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        out += char(0xE0 | code >> 12);
-        out += char(0x80 | (code >> 6 & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    } else {
-        out += char(0xF0 | code >> 18);
-        out += char(0x80 | (code >> 12 & 0x3F));
-        out += char(0x80 | (code >> 6 & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    }
 }
 
 bool isBlank(char c) {
@@ -238,222 +215,36 @@ bool isFile(const std::string& path) {
 
 // ---- The registry file: the JSON array of objects that Qt's QJsonDocument wrote and reads
 
-// Reads exactly what a registration needs from any valid JSON text; members it does not know
-// and values of other types are skipped. Qt's own leniencies that cost nothing are kept: raw
-// control characters in strings, any escaped ASCII character, and a lone half of a surrogate
-// pair, which reads as "?" as Qt shows it.
-class RegistryReader {
-public:
-    explicit RegistryReader(std::string_view text) : m_text(text) {}
+// Qt's nesting limit, which the registry read before nlohmann::json: deeper texts are broken.
+constexpr int RegistryMaxDepth = 1024;
 
-    // Nothing for a text that is not one JSON array.
-    std::optional<std::vector<Registration>> registrations() {
-        std::vector<Registration> read;
-        if (m_text.starts_with("\xEF\xBB\xBF"))
-            m_text.remove_prefix(3);
-        if (!isUtf8(m_text) || !next('[') || !array(1, &read) || (blanks(), m_at != m_text.size()))
-            return std::nullopt;
-        return read;
+// Reads exactly what a registration needs from the JSON array that every earlier version wrote
+// (QJsonDocument's indented text, then the same text written here); members it does not know,
+// values of other types and entries that are not objects are skipped. As in Qt, a byte-order mark
+// is skipped, the last of repeated members counts, and a lone half of a surrogate pair reads as
+// "?". Unlike Qt, a raw control character or an unknown escape in a string makes the text broken:
+// no version wrote either. Nothing for a text that is not one JSON array.
+std::optional<std::vector<Registration>> registrationsIn(std::string_view text) {
+    const nlohmann::json array = parsedJson(text, RegistryMaxDepth);
+    if (!array.is_array())
+        return std::nullopt;
+    std::vector<Registration> read;
+    for (const nlohmann::json& entry : array) {
+        const auto member = [&](const char* key) {
+            const auto found = entry.find(key); // none when the entry is no object
+            return found == entry.end() ? nlohmann::json() : *found;
+        };
+        const auto text = [&](const char* key) {
+            const nlohmann::json value = member(key);
+            return value.is_string() ? value.get<std::string>() : std::string();
+        };
+        Registration r{text("identifier"), text("path"), text("protocol"), text("version"),
+                       member("elected") == true};
+        if (!r.identifier.empty())
+            read.push_back(std::move(r));
     }
-
-private:
-    // Qt's nesting limit: deeper texts are broken, and the stack stays small.
-    static constexpr int MaxDepth = 1024;
-
-    // A value as far as a registration looks at it.
-    struct Scalar {
-        bool isString = false, isTrue = false;
-        std::string text;
-    };
-
-    void blanks() {
-        while (m_at < m_text.size() &&
-               std::string_view(" \t\n\r").find(m_text[m_at]) != std::string_view::npos)
-            ++m_at;
-    }
-
-    // Skips blanks and takes `c` if it comes next.
-    bool next(char c) {
-        blanks();
-        return m_at < m_text.size() && m_text[m_at] == c && ++m_at;
-    }
-
-    bool word(std::string_view w) {
-        if (m_text.substr(m_at, w.size()) != w)
-            return false;
-        m_at += w.size();
-        return true;
-    }
-
-    bool digits() {
-        const std::size_t start = m_at;
-        while (m_at < m_text.size() && m_text[m_at] >= '0' && m_text[m_at] <= '9')
-            ++m_at;
-        return m_at > start;
-    }
-
-    bool number() {
-        word("-");
-        if (!word("0") && !digits())
-            return false;
-        if (word(".") && !digits())
-            return false;
-        if (word("e") || word("E")) {
-            if (!word("+"))
-                word("-");
-            return digits();
-        }
-        return true;
-    }
-
-    bool hex4(char32_t& unit) {
-        if (m_text.size() - m_at < 4)
-            return false;
-        const char* digits = m_text.data() + m_at;
-        std::uint32_t value = 0;
-        const auto [end, error] = std::from_chars(digits, digits + 4, value, 16);
-        if (error != std::errc() || end != digits + 4)
-            return false;
-        unit = value;
-        m_at += 4;
-        return true;
-    }
-
-    // After the opening quote.
-    bool string(std::string& out) {
-        while (m_at < m_text.size()) {
-            const char c = m_text[m_at++];
-            if (c == '"')
-                return true;
-            if (c != '\\') {
-                out += c;
-                continue;
-            }
-            if (m_at == m_text.size())
-                return false;
-            char32_t unit = 0;
-            switch (m_text[m_at++]) {
-            case '"':
-                out += '"';
-                break;
-            case '\\':
-                out += '\\';
-                break;
-            case '/':
-                out += '/';
-                break;
-            case 'b':
-                out += '\b';
-                break;
-            case 'f':
-                out += '\f';
-                break;
-            case 'n':
-                out += '\n';
-                break;
-            case 'r':
-                out += '\r';
-                break;
-            case 't':
-                out += '\t';
-                break;
-            case 'u':
-                if (!hex4(unit))
-                    return false;
-                if (unit >= 0xD800 && unit <= 0xDBFF && m_text.substr(m_at, 2) == "\\u") {
-                    const std::size_t second = m_at;
-                    char32_t low = 0;
-                    m_at += 2;
-                    if (hex4(low) && low >= 0xDC00 && low <= 0xDFFF)
-                        unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
-                    else
-                        m_at = second;
-                }
-                appendUtf8(out, unit >= 0xD800 && unit <= 0xDFFF ? U'?' : unit);
-                break;
-            default:
-                // Qt takes any other escaped ASCII character as itself.
-                if (static_cast<unsigned char>(m_text[m_at - 1]) >= 0x80)
-                    return false;
-                out += m_text[m_at - 1];
-            }
-        }
-        return false;
-    }
-
-    // Any value; one that is an object is read into `entry` when there is one.
-    bool value(int depth, Scalar& scalar, Registration* entry = nullptr) {
-        blanks();
-        if (m_at == m_text.size())
-            return false;
-        switch (m_text[m_at++]) {
-        case '"':
-            scalar.isString = true;
-            return string(scalar.text);
-        case '{':
-            return object(depth + 1, entry);
-        case '[':
-            return array(depth + 1, nullptr);
-        case 't':
-            scalar.isTrue = word("rue");
-            return scalar.isTrue;
-        case 'f':
-            return word("alse");
-        case 'n':
-            return word("ull");
-        default:
-            return (--m_at, number());
-        }
-    }
-
-    // After the opening bracket; the array's objects become registrations when `into` is given.
-    bool array(int depth, std::vector<Registration>* into) {
-        if (depth > MaxDepth)
-            return false;
-        if (next(']'))
-            return true;
-        do {
-            Registration entry;
-            Scalar ignored;
-            if (!value(depth, ignored, into ? &entry : nullptr))
-                return false;
-            if (into && !entry.identifier.empty())
-                into->push_back(std::move(entry));
-        } while (next(','));
-        return next(']');
-    }
-
-    // After the opening brace. As in Qt, the last of repeated members counts.
-    bool object(int depth, Registration* entry) {
-        if (depth > MaxDepth)
-            return false;
-        if (next('}'))
-            return true;
-        do {
-            std::string key;
-            Scalar member;
-            if (!next('"') || !string(key) || !next(':') || !value(depth, member))
-                return false;
-            if (!entry)
-                continue;
-            const std::string text = member.isString ? std::move(member.text) : std::string();
-            if (key == "identifier")
-                entry->identifier = text;
-            else if (key == "path")
-                entry->path = text;
-            else if (key == "protocol")
-                entry->protocol = text;
-            else if (key == "version")
-                entry->version = text;
-            else if (key == "elected")
-                entry->elected = member.isTrue;
-        } while (next(','));
-        return next('}');
-    }
-
-    std::string_view m_text;
-    std::size_t m_at = 0;
-};
+    return read;
+}
 
 // The registry as stored, or why it could not be read.
 struct StoredRegistry {
@@ -468,7 +259,7 @@ StoredRegistry readRegistry() {
     stored.state = readBoundedFile(pluginRegistryFilePath(), text, stored.problem);
     if (stored.state != FileRead::Read)
         return stored;
-    if (auto read = RegistryReader(text).registrations()) {
+    if (auto read = registrationsIn(text)) {
         stored.registrations = std::move(*read);
     } else {
         stored.state = FileRead::Unreadable;
@@ -531,59 +322,22 @@ std::string keepAside(const std::string& registry, std::string& problem) {
     return {};
 }
 
-void appendJsonString(std::string& out, std::string_view text) {
-    static constexpr char hex[] = "0123456789abcdef";
-    out += '"';
-    for (const char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\b':
-            out += "\\b";
-            break;
-        case '\f':
-            out += "\\f";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20)
-                out.append("\\u00").append(1, hex[c >> 4]).append(1, hex[c & 0xF]);
-            else
-                out += c;
-        }
-    }
-    out += '"';
-}
-
-// In QJsonDocument's indented form, members in its order, so that the file reads as before.
+// In QJsonDocument's indented form, as every earlier version wrote it: members in its order (by
+// name), four blanks a level, control characters escaped, a line break at the end, and an empty
+// list on two lines.
 bool writeRegistry(const std::vector<Registration>& registrations) {
-    std::string json = "[\n";
-    for (const Registration& r : registrations) {
-        json += "    {\n        \"elected\": ";
-        json += r.elected ? "true" : "false";
-        for (const auto& [key, text] : {std::pair{"identifier", &r.identifier},
-                                        {"path", &r.path},
-                                        {"protocol", &r.protocol},
-                                        {"version", &r.version}}) {
-            json.append(",\n        \"").append(key).append("\": ");
-            appendJsonString(json, *text);
-        }
-        json += &r == &registrations.back() ? "\n    }\n" : "\n    },\n";
-    }
-    json += "]\n";
-    return replaceFileAtomically(pluginRegistryFilePath(), json);
+    nlohmann::json array = nlohmann::json::array();
+    for (const Registration& r : registrations)
+        array.push_back({{"elected", r.elected},
+                         {"identifier", r.identifier},
+                         {"path", r.path},
+                         {"protocol", r.protocol},
+                         {"version", r.version}});
+    // The texts are UTF-8 (read as JSON, or made so by utf8()): the replacement never happens.
+    const std::string json =
+        registrations.empty() ? "[\n]"
+                              : array.dump(4, ' ', false, nlohmann::json::error_handler_t::replace);
+    return replaceFileAtomically(pluginRegistryFilePath(), json + '\n');
 }
 
 // ---- The bundle's manifest

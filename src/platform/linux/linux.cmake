@@ -23,7 +23,8 @@ target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
 # The plug-in registry behind brindlemark-pluginkit, plain C++: the application runs the tool at
 # every opening of its tray menu, and without Qt it starts as fast as the smallest program.
 add_library(brindlemark_plugin_registry STATIC ${linux}/PluginRegistry.cpp)
-target_link_libraries(brindlemark_plugin_registry PUBLIC brindlemark_atomic_write brindlemark_xdg)
+target_link_libraries(brindlemark_plugin_registry PUBLIC brindlemark_atomic_write brindlemark_xdg
+                      brindlemark_json)
 target_include_directories(brindlemark_plugin_registry PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 
 # The front file-manager folder: the X server (xcb) and the file managers' D-Bus interfaces.
