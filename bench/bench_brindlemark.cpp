@@ -493,7 +493,7 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
                    {Goal::AtMostMilliseconds, BurstUrlGoalMilliseconds},
                    [&] { return urlAfterBurstRounds(watch, root, true, burstRounds); });
     const Row registryTool =
-        measureRow("registry tool", ms, "/bin/true through runTool", {Goal::AtMostRatio, 3},
+        measureRow("registry tool", ms, "/bin/true through runTool", {Goal::AtMostRatio, 1.2},
                    [&] { return registryToolRounds(rounds); });
 
     // The in-process rows: the controller as the application runs it, and a second one whose
