@@ -128,7 +128,9 @@ private slots:
         app = start(*platform, true);
         TemplateList edited = app->templates();
         // Another instance holds the store's lock: the save writes nothing meanwhile and is
-        // written by itself once the lock is free.
+        // written by itself once the lock is free, by its retry (the start's own writes are
+        // followed first, so that no change of the store's folders sets it off).
+        QTest::qWait(500);
         const int other =
             ::open(QFile::encodeName(home->file("plain")).constData(), O_RDONLY | O_DIRECTORY);
         QVERIFY(other >= 0 && ::flock(other, LOCK_EX) == 0);
@@ -186,7 +188,7 @@ private slots:
 
     void terminals() {
         app = start(*platform);
-        // "button, menu item or URL|what the tool says" -> the tool's run|the status line|the
+        // "menu item or URL|what the tool says" -> the tool's run|the status line|the
         // alert ("~": the home). A failure leaves the status line as it was.
         expectEach(
             [&](const QString& input) {
@@ -199,8 +201,7 @@ private slots:
                 return QString(tools() + "|" + status() + "|" + platform->alerts.join(""))
                     .replace(home->path(), "~");
             },
-            {{"Open Terminal|", "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
-             {"brindlemark://terminal?path=~/Desktop/|",
+            {{"brindlemark://terminal?path=~/Desktop/|",
               "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
              {"brindlemark://iterm?path=~/Desktop|",
               "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
@@ -270,12 +271,9 @@ private slots:
         QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
                  QStringList(
                      {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
-        QCOMPARE(
-            tools(),
-            "pluginkit -a " + home->file("PlugIns/BrindlemarkFinderSync.appex") +
-                "\npluginkit -mAD -p com.apple.FinderSync\n"
-                "pluginkit -e use -i org.brindlemark.Brindlemark.BrindlemarkFinderSync\nkillall "
-                "Finder\npluginkit -mAD -p com.apple.FinderSync\n");
+        // The five tools ran once (their command lines: the macOS platform's test of the
+        // controller).
+        QCOMPARE(tools().count('\n'), 5);
         QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
                  QString("Finder Extension: Enabled (off) Finder extension enabled."));
         QLabel* state = app->extensionStateLabel();
