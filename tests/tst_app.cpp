@@ -288,6 +288,7 @@ private slots:
 
     void windowAndTable() {
         // The buttons' font does not follow the desktop's: what fits at 16 pt fits at any size.
+        // A title needs its width, the icon's and 4 px beside it, and 12 px of margins.
         const QFont desktop = QApplication::font();
         const auto restore = qScopeGuard([&] { QApplication::setFont(desktop); });
         QFont large = desktop;
