@@ -1,5 +1,5 @@
 """brindlemark-doctor on made-up machines (fake file managers, dpkg-query, xdg-mime and gdbus on PATH, a temporary HOME): one has
-everything; every other one lacks one piece, which the doctor must name with its fix, and exit 1."""
+everything; every other one lacks a few pieces that the doctor checks apart, each of which it must name with its fix, and exit 1."""
 
 import json, os, pathlib, shlex, subprocess, sys, tempfile, unittest
 
@@ -19,35 +19,31 @@ SUPPORT = {"python3-nautilus": "Nautilus: extension support (python3-nautilus)",
 menu = lambda name, verdict, fix=ENABLE: f"{name}: Brindlemark's menu (~/.local/share/{MENUS[name][0]}) ... {verdict} — fix: {fix}{MENUS[name][1]}"
 missing = lambda packages, verdict="missing": f"{SUPPORT[packages]} ... {verdict} — fix: sudo apt-get install {packages}"
 
-CASES = [  # what differs from a machine with everything; the lines with a fix the doctor must print, and no other
-    ("everything", {}, []),
-    ("relative XDG_DATA_HOME means ~/.local/share", {"env": {"XDG_DATA_HOME": "data"}}, []),
-    ("no python3-nautilus", {"packages": ["python3-nautilus"]}, [missing("python3-nautilus")]),
-    ("no gir for thunar", {"packages": ["gir1.2-thunarx-3.0"]},
-     [SUPPORT["thunarx-python gir1.2-thunarx-3.0"] + " ... missing gir1.2-thunarx-3.0 — fix: sudo apt-get install gir1.2-thunarx-3.0"]),
-    ("no thunar support", {"packages": PACKAGES[1:3]},
-     [missing("thunarx-python gir1.2-thunarx-3.0", "missing thunarx-python, gir1.2-thunarx-3.0")]),
-    ("thunar menu file gone", {"deleted": ["Thunar"]}, [menu("Thunar", "not installed, extension enabled")]),
-    ("nautilus menu not listed", {"unlisted": ["Nautilus"]}, [menu("Nautilus", "not installed, extension enabled")]),
-    ("dolphin folder gone", {"deleted": ["Dolphin"], "no_folder": True}, [
+CASES = [  # what differs from a machine with everything; the lines with a fix the doctor must print, and no other. A line whose
+    # problem the doctor might forget to count (dpkg-query or gdbus missing) is the only problem on its machine.
+    ("everything, and a relative XDG_DATA_HOME means ~/.local/share", {"env": {"XDG_DATA_HOME": "data"}}, []),
+    ("no python3-nautilus, no gir for Thunar, another URL handler, no tray", {"packages": ["python3-nautilus", "gir1.2-thunarx-3.0"],
+     "handler": "firefox.desktop", "tray": "(false,)"}, [missing("python3-nautilus"), SUPPORT["thunarx-python gir1.2-thunarx-3.0"] +
+     " ... missing gir1.2-thunarx-3.0 — fix: sudo apt-get install gir1.2-thunarx-3.0", URLS + "handled by firefox.desktop — fix: " + MIME,
+     NO_TRAY + "add a system tray (notification area) to your desktop's panel"]),
+    ("no file manager, no URL handler, no tray on GNOME", {"gone": ["nautilus", "thunar", "dolphin"], "handler": "", "tray": "(false,)",
+     "env": {"XDG_CURRENT_DESKTOP": "ubuntu:GNOME"}}, ["File managers ... none found on PATH (looked for nautilus, nemo, caja, thunar, "
+     "dolphin) — fix: sudo apt-get install nautilus", URLS + "no handler — fix: " + MIME, NO_TRAY + "sudo apt-get install gnome-shell-"
+     "extension-appindicator && gnome-extensions enable appindicatorsupport@rgcjonas.gmail.com (then log out and in)"]),
+    ("no Thunar support, menus unlisted or gone with Dolphin's folder, no xdg-mime", {"packages": PACKAGES[1:], "unlisted": ["Nautilus"],
+     "deleted": ["Thunar", "Dolphin"], "no_folder": True, "gone": ["xdg-mime"]}, [menu("Nautilus", "not installed, extension enabled"),
+     missing("thunarx-python gir1.2-thunarx-3.0", "missing thunarx-python, gir1.2-thunarx-3.0"), menu("Thunar", "not installed, extension enabled"),
      "Dolphin: service-menu folder (~/.local/share/kio/servicemenus) ... missing (enabling Brindlemark's menu creates it) — fix: "
-     "mkdir -p {home}/.local/share/kio/servicemenus", menu("Dolphin", "not installed, extension enabled")]),
+     "mkdir -p {home}/.local/share/kio/servicemenus", menu("Dolphin", "not installed, extension enabled"),
+     URLS + "xdg-mime was not found — fix: sudo apt-get install xdg-utils && " + MIME]),
     ("extension not enabled", {"elected": False}, [menu(name, "installed, extension not enabled") for name in MENUS]),
     *[(f"registry {text!r}", {"registry": text}, [menu(name, "installed, extension not registered (Brindlemark has not run yet)",
       f'start Brindlemark and choose "Enable Extension" (or run: {PK} -a {APPEX} && {PK} -e use -i {ID}), then ') for name in MENUS])
-      for text in (None, "{broken", '{"an": "object"}', '[{"identifier": "other", "elected": true}]', "<fifo>")],
-    ("wrong URL handler", {"handler": "firefox.desktop"}, [URLS + "handled by firefox.desktop — fix: " + MIME]),
-    ("no URL handler", {"handler": ""}, [URLS + "no handler — fix: " + MIME]),
-    ("no xdg-mime", {"gone": ["xdg-mime"]}, [URLS + "xdg-mime was not found — fix: sudo apt-get install xdg-utils && " + MIME]),
-    ("no tray on GNOME", {"tray": "(false,)", "env": {"XDG_CURRENT_DESKTOP": "ubuntu:GNOME"}}, [NO_TRAY + "sudo apt-get install "
-     "gnome-shell-extension-appindicator && gnome-extensions enable appindicatorsupport@rgcjonas.gmail.com (then log out and in)"]),
-    ("no tray elsewhere", {"tray": "(false,)"}, [NO_TRAY + "add a system tray (notification area) to your desktop's panel"]),
-    ("no gdbus", {"gone": ["gdbus"]}, ["System tray ... unknown: the session bus or the X display did not answer "
-                                       "(run this in your desktop session) — fix: sudo apt-get install libglib2.0-bin"]),
+      for text in (None, "{broken", "null", '[{"identifier": "other", "elected": true}]', "<fifo>")],
     ("no dpkg-query", {"gone": ["dpkg-query"]}, [missing(packages, "cannot be checked: dpkg-query (Debian's package tool) was not found")
                                                  .replace("fix: ", "fix: if missing: ") for packages in SUPPORT]),
-    ("no file manager", {"gone": ["nautilus", "thunar", "dolphin"]}, ["File managers ... none found on PATH (looked for nautilus, nemo, "
-                                                                      "caja, thunar, dolphin) — fix: sudo apt-get install nautilus"]),
+    ("no gdbus", {"gone": ["gdbus"]}, ["System tray ... unknown: the session bus or the X display did not answer "
+                                       "(run this in your desktop session) — fix: sudo apt-get install libglib2.0-bin"]),
 ]
 
 
