@@ -130,7 +130,8 @@ private slots:
              {"K=\"unended", "QSettings"},
              {"[Other]\nK=\"x\"", "absent"},
              {"Key=\"x\"", "absent"},
-             {"[General]\n K = \"x\" ", "x"}});
+             {"[General]\n K = \"x\" ", "x"},
+             {"A=[y]\nK=\"x\"", "x"}}); // a value in brackets starts no group
     }
 
     void parseCommandUrl() {

@@ -345,6 +345,12 @@ private slots:
                  std::optional<int>(1));
 
         InstanceServer server;
+        // A socket that cannot be made there: refused, and nothing held open for it.
+        const auto openFiles = [] { return entries("/proc/self/fd").size(); };
+        const qsizetype before = openFiles();
+        for (int attempt = 0; attempt < 3; ++attempt)
+            QVERIFY(!server.listen(home.file("no such folder/s.socket")));
+        QCOMPARE(openFiles(), before);
         QStringList parts;
         connect(&server, &InstanceServer::urlsReceived, [&](const QStringList& urls) {
             parts << (urls.size() == 1 ? urls[0]
