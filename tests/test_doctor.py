@@ -83,3 +83,5 @@ class DoctorTest(unittest.TestCase):
                 printed = [line for line in output.splitlines() if " — fix: " in line]
                 self.assertEqual((status, printed), (1 if fixes else 0, [fix.format(home=home) for fix in fixes]), output)
                 self.assertTrue(output.endswith("found.\n" if fixes else "All is well.\n"), output)
+                if not fixes:  # what is there is named too
+                    self.assertIn("System tray ... present (a StatusNotifier host on the session bus)\n", output)

@@ -139,7 +139,7 @@ private slots:
               "\"top\"", "1", "null",
               "[\"\xDF\xBF\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF"
               "\xBF\x7F\"]",
-              "{ \"a\" : 1 , \"b\" : [ ] , \"a\" : 2 }"})
+              "{ \"a\" : 1 , \"b\" : [ ] , \"a\" : 2 }", "[\"\\ud800\\ue000\"]"})
             cases.append({QString::fromLatin1(good), "strict"});
         // In groups of fewer than 20 (clang-format packs those): ends and control characters,
         // numbers and escapes, structure, white space and UTF-8, what nlohmann::json alone reads.
@@ -324,6 +324,9 @@ private slots:
                           {home.file("real/Templates.json"), "644"}});
         QVERIFY(QFileInfo(paths[2]).isSymLink());
         QCOMPARE(readFile(home.file("real/Templates.json")), QByteArray("[]"));
+        // A file of one byte is written by one write that returns 1.
+        QVERIFY(replaceFileAtomically(home.file("one").toStdString(), "1"));
+        QCOMPARE(readFile(home.file("one")), QByteArray("1"));
         QCOMPARE(QDir(home.file("kept")).entryList(QDir::Files | QDir::Hidden),
                  QStringList{"Templates.json"}); // no temporary left
     }
