@@ -146,6 +146,16 @@ private slots:
         app->saveTemplates();
         QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), "{written elsewhere");
         QCOMPARE(saved(), templatesJSONText(edited));
+        // Another instance unticks the first box: the table hears that every cell, the boxes'
+        // column included, may show something new.
+        platform->laterLaunch({}); // the window, and so the table's columns
+        TemplateTableModel* model = app->templateTableModel();
+        QSignalSpy cells(model, &QAbstractItemModel::dataChanged);
+        edited[0]["enabled"] = false;
+        platform->userDefaults["TemplatesJSON"] = templatesJSONText(edited);
+        app->saveTemplates();
+        QCOMPARE(model->index(0, 0).data(Qt::CheckStateRole), Qt::Unchecked);
+        QVERIFY(!cells.isEmpty() && cells.last()[0].toModelIndex() == model->index(0, 0));
     }
 
     void urlCommandsAndTheirAlerts() {
