@@ -419,7 +419,9 @@ private slots:
         const QByteArray written =
             "[\n    {\n        \"elected\": true,\n"
             "        \"extra\": {\"n\": [1, -2.5e3, null, false, {}, \"]\"]},\n"
-            "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\u20ac\\ud83d\\ude00\",\n" // q"u\oé€😀
+            "        \"identifier\": \"q\\\"u\\\\o\\u00e9\\ue000\\ud83d\\ude00\",\n" // q"u\oé, a
+                                                                                     // private-use
+                                                                                     // character, 😀
             "        \"path\": \"/no/such \\\"bundle\\\"\\\\\",\n"
             R"(        "protocol": "p",)"
             "\n"
@@ -431,7 +433,7 @@ private slots:
             "\n]\n";
         expectEach(
             [&](const QString& text) { return listing(text.toUtf8()); },
-            {{written, "+    q\"u\\oé€😀(1/2\\x09\\x01)\n-    n()\n"},
+            {{written, "+    q\"u\\oé\uE000😀(1/2\\x09\\x01)\n-    n()\n"},
              // Control characters, shown escaped: one line per registration, whatever it holds.
              {"[{\"identifier\": \"x\\n+    " + ExtensionId +
                   "\", \"version\": \"\\u001b[2J\\u007f\\u0000\"}]",
@@ -455,9 +457,9 @@ private slots:
 
         // Rewritten after a change, it is what QJsonDocument itself writes for the same records.
         listing(written);
-        QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé€😀"}).exitCode, 0);
+        QCOMPARE(runPluginKit({"-e", "ignore", "-i", "q\"u\\oé\uE000😀"}).exitCode, 0);
         const QJsonArray expected{QJsonObject{{"elected", false},
-                                              {"identifier", "q\"u\\oé€😀"},
+                                              {"identifier", "q\"u\\oé\uE000😀"},
                                               {"path", "/no/such \"bundle\"\\"},
                                               {"protocol", "p"},
                                               {"version", "1/2\t\x01"}},
