@@ -429,6 +429,13 @@ private slots:
              {"gearshape", "#00000000 #ffff0000|emblem-system"},
              {"power", "|"},
              {"no.such.symbol", "|"}});
+        // The mark at 16 pixels is its 16-pixel file, not a larger one scaled down.
+        QCOMPARE(symbolImage("doc.badge.plus")
+                     .pixmap(16)
+                     .toImage()
+                     .convertToFormat(QImage::Format_Alpha8),
+                 QImage(":/icons/symbolic/brindlemark-symbolic-16.png")
+                     .convertToFormat(QImage::Format_Alpha8));
         const QIcon refresh = symbolImage("arrow.clockwise");
         QCOMPARE(look(refresh, QIcon::Disabled),
                  "#00000000 " +
