@@ -533,7 +533,7 @@ except OSError: print('refused'))py",
         QCOMPARE(readFile(QString("/proc/%1/cmdline").arg(first)).split('\0').mid(1),
                  (QByteArrayList{"-style", "Fusion", ""}));
         QCOMPARE(launch({url("template", folder, "&id=markdown")}), 0);
-        QVERIFY(QFile::exists(folder + "/MarkdownDocument.md"));
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder + "/MarkdownDocument.md"), 20'000);
         // Every save refreshes Dolphin's menu; the start registered the extension.
         QTRY_VERIFY_WITH_TIMEOUT(readFile(dolphinMenu).contains("Name=Markdown Document"), 20'000);
         QVERIFY(readFile(home.file("data/brindlemark/plugin-registry.json"))
