@@ -390,6 +390,10 @@ print(flush=True);print(a.recv(1)+b.recv(1)))py",
         // this user can enter: made private, or refused when it is not this user's own folder.
         TestHome home;
         qunsetenv("XDG_RUNTIME_DIR");
+        const QByteArray temporary = qgetenv("TMPDIR");
+        const auto restore = qScopeGuard([&] { // for the later tests' homes
+            temporary.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", temporary);
+        });
         qputenv("TMPDIR", home.file("tmp//").toUtf8());
         const QString folder = home.file("tmp/brindlemark-" + QString::number(::getuid()));
         QVERIFY(QDir().mkpath(folder) && ::chmod(qPrintable(folder), 0777) == 0);
