@@ -24,6 +24,9 @@ public:
         return {m_home + "/ext/T.json", m_home + "/app/T.json", m_home + "/plain/T.json"};
     }
     QString templateBackupFolder() override { return m_home + "/plain"; }
+    QString templateContentFolder() override { return m_home + "/data/content"; }
+    std::optional<QString> userTemplatesFolder() override { return templatesFolder; }
+    void openInDefaultApplication(const QString& path) override { openedFiles << path; }
     QString toolPath(Tool tool) override { return tools.value(int(tool), "/nonexistent/tool"); }
     QString builtInPlugInsPath() override { return m_home + "/PlugIns"; }
     void openSettings() override { ++settingsOpened; }
@@ -51,9 +54,9 @@ public:
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;
     QMap<int, QString> tools;
-    std::optional<QString> frontFolder;
+    std::optional<QString> frontFolder, templatesFolder;
     int settingsOpened = 0, deepestAlerts = 0;
-    QStringList changeNotices, shownFiles, alerts;
+    QStringList changeNotices, shownFiles, alerts, openedFiles;
     std::function<void(const QStringList&)> laterLaunch; // the controller's handler
 
 private:

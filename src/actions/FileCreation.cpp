@@ -4,12 +4,14 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRandomGenerator>
 
 #include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <optional>
+#include <stdio.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,21 +23,115 @@ namespace {
 
 enum class Attempt { Created, Taken, Failed };
 
-Attempt createExclusively(const QString& path, bool executable) {
-    const QByteArray native = QFile::encodeName(path);
-    const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return errno == EEXIST ? Attempt::Taken : Attempt::Failed;
-    bool ok = true;
-    if (executable)
-        ok = ::fchmod(fd, 0755) == 0; // exactly rwxr-xr-x, whatever the umask
-    ::close(fd);
-    if (!ok) {
-        ::unlink(native.constData());
-        return Attempt::Failed;
+bool writeAll(int fd, const QByteArray& bytes) {
+    qsizetype done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, std::size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        done += n;
     }
-    return Attempt::Created;
+    return true;
 }
+
+// A hidden name in the folder for a file with content while it is written, where the file system
+// has no files without a name.
+QByteArray temporaryPathIn(const QByteArray& folder) {
+    QByteArray path = folder + "/.brindlemark-new-";
+    for (int i = 0; i < 8; ++i)
+        path += char('a' + QRandomGenerator::global()->bounded(26));
+    return path;
+}
+
+// The new file, made at each name tried until one is free. An empty one is created exclusively
+// at the name. One with content is written once, before any name is tried, and then given the
+// name with a call that fails rather than replace what is there.
+class NewFile {
+public:
+    NewFile(const QString& folder, const QByteArray* content, bool executable)
+        : m_content(content), m_executable(executable) {
+        if (!content)
+            return;
+        const QByteArray native = QFile::encodeName(folder);
+#ifdef O_TMPFILE
+        // Named through /proc: without it there is no way to give such a file a name.
+        if (!testing::withoutUnnamedFiles && ::access("/proc/self/fd", X_OK) == 0)
+            m_fd = ::open(native.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+#endif
+        for (int tries = 0; m_fd < 0 && tries < 100; ++tries) {
+            m_temporary = temporaryPathIn(native);
+            m_fd = ::open(m_temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (m_fd < 0 && errno != EEXIST)
+                break;
+        }
+        if (m_fd < 0)
+            m_temporary.clear();
+        m_written =
+            m_fd >= 0 && writeAll(m_fd, *content) && (!executable || ::fchmod(m_fd, 0755) == 0);
+    }
+
+    ~NewFile() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        if (!m_temporary.isEmpty())
+            ::unlink(m_temporary.constData());
+    }
+
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    Attempt createAt(const QString& path) {
+        const QByteArray native = QFile::encodeName(path);
+        if (!m_content)
+            return createEmpty(native);
+        if (!m_written)
+            return Attempt::Failed;
+        if (testing::beforeNamingWholeFile)
+            testing::beforeNamingWholeFile(path);
+        int done = -1;
+        if (m_temporary.isEmpty()) {
+            const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
+            done = ::linkat(AT_FDCWD, self.constData(), AT_FDCWD, native.constData(),
+                            AT_SYMLINK_FOLLOW);
+        } else {
+#ifdef RENAME_NOREPLACE
+            done = ::renameat2(AT_FDCWD, m_temporary.constData(), AT_FDCWD, native.constData(),
+                               RENAME_NOREPLACE);
+            if (done == 0)
+                m_temporary.clear();
+            else if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)
+#endif
+                done = ::link(m_temporary.constData(), native.constData());
+        }
+        if (done != 0)
+            return errno == EEXIST ? Attempt::Taken : Attempt::Failed;
+        return Attempt::Created; // the hidden name, if still there, goes with this object
+    }
+
+private:
+    Attempt createEmpty(const QByteArray& native) const {
+        const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0)
+            return errno == EEXIST ? Attempt::Taken : Attempt::Failed;
+        bool ok = true;
+        if (m_executable)
+            ok = ::fchmod(fd, 0755) == 0; // exactly rwxr-xr-x, whatever the umask
+        ::close(fd);
+        if (!ok) {
+            ::unlink(native.constData());
+            return Attempt::Failed;
+        }
+        return Attempt::Created;
+    }
+
+    const QByteArray* m_content;
+    bool m_executable;
+    int m_fd = -1;
+    QByteArray m_temporary; // the hidden name while it holds the file
+    bool m_written = false;
+};
 
 // The names numbering looks for: the plain one, and "start N end" with N written as numbering
 // writes it (digits, no leading zero).
@@ -153,8 +249,13 @@ bool isExistingFolder(const QString& folder) {
     return QDir::isAbsolutePath(folder) && !folder.contains(QChar(0)) && QFileInfo(folder).isDir();
 }
 
+namespace testing {
+std::function<void(const QString&)> beforeNamingWholeFile;
+bool withoutUnnamedFiles = false;
+} // namespace testing
+
 FileCreation createFileFromTemplate(const Template& record, const QString& folder,
-                                    FolderNames* names) {
+                                    FolderNames* names, const QByteArray* content) {
     FileCreation result;
     if (!isExistingFolder(folder)) {
         result.status = FileCreation::NotAFolder;
@@ -187,6 +288,7 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
             ++n;
         return n;
     };
+    NewFile file(folder, content, executable);
     for (qint64 n = namesAFolderItself(plain) || (taken && taken->plain) ? candidateAfter(0) : 0;;
          n = candidateAfter(n)) {
         // One multi-argument arg() call: a "%1" inside the prefix must stay literal text.
@@ -197,7 +299,7 @@ FileCreation createFileFromTemplate(const Template& record, const QString& folde
         const QString path = directory + name;
         if (!taken && QFileInfo::exists(path))
             continue;
-        switch (createExclusively(path, executable)) {
+        switch (file.createAt(path)) {
         case Attempt::Created:
             if (taken)
                 taken->set(n, true); // the watch reports it too: the same once more

@@ -3,6 +3,7 @@
 #include "actions/FileCreation.h"
 #include "actions/PendingShows.h"
 #include "templates/Template.h"
+#include "templates/TemplateContent.h"
 
 #include <QObject>
 #include <QQueue>
@@ -14,6 +15,7 @@ class QAction;
 class QFileSystemWatcher;
 class QLabel;
 class QMenu;
+class QPoint;
 class QSystemTrayIcon;
 class QTableView;
 class QTimer;
@@ -92,7 +94,7 @@ public:
     void openTerminalInFinderFolder(QObject* sender = nullptr);
     void openITermInFinderFolder(QObject* sender = nullptr);
     // A keyboard shortcut's command ("--new-file", "--new-file=ID", "--open-terminal"): the
-    // same commands, for the same folder.
+    // same commands, for the same folder; and "--import-templates" from a shell.
     void handleFolderCommand(const QString& command);
 
     // The file-manager extension and the file manager.
@@ -118,8 +120,39 @@ public:
     void hideWindow(QObject* sender = nullptr);
     void addTemplate(QObject* sender = nullptr);
     void removeTemplate(QObject* sender = nullptr);
+    // The selected row of the table, or -1.
+    int selectedTemplateRow() const;
+
+    // Template content: the bytes a template's new files start with, kept per template id.
+    TemplateContent templateContent() const;
+    bool hasContent(const Template& record) const;
+    // The table's context menu for a row (-1: none), and that menu shown at a place on the screen.
+    std::unique_ptr<QMenu> templateContextMenu(int row);
+    void showTemplateContextMenu(int row, const QPoint& globalPosition);
+    // A file chosen in a dialog, or the one given, becomes the row's content; refused (said on
+    // the status line) when it is not a regular file of at most ContentSizeLimit bytes.
+    void chooseContentFile(int row);
+    bool setContentFromFile(int row, const QString& path);
+    // Opens a copy of the row's content (made empty first if there is none) in the desktop's
+    // application for the template's suffix; what is saved there becomes the content.
+    void editContent(int row);
+    void removeContent(int row);
+    // One template from each file, the file's bytes its content (files dropped on the table).
+    void addTemplatesFromFiles(const QStringList& paths);
+    // The same for every file in the user's Templates folder and its subfolders, leaving out those
+    // already added: a template of the same name with the same bytes.
+    void importTemplatesFolder(QObject* sender = nullptr);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    std::optional<QByteArray> contentForNewFile(const Template& record);
+    void watchTableForContextMenus();
+    void removeContentOfRemovedTemplate(const Template& removed);
+    QStringList addTemplatesMadeFromFiles(const QStringList& paths, bool skipKnown,
+                                          qsizetype& added);
+    bool isKnownTemplateFile(const Template& made, const QByteArray& bytes) const;
     void buildWindow();
     void addTemplateColumn(const QString& identifier, const QString& title, int width,
                            bool checkbox);

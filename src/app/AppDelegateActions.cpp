@@ -27,7 +27,16 @@ void AppDelegate::createTemplate(const std::optional<Template>& record, const QS
         m_burstEnding = true;
         QTimer::singleShot(0, this, &AppDelegate::endBurst);
     }
-    const FileCreation creation = createFileFromTemplate(chosen, inFolder, &m_burstFolder);
+    // A template's content is read once the folder is known to be one: a missing folder is
+    // reported as such, whatever the content.
+    std::optional<QByteArray> content;
+    if (isExistingFolder(inFolder)) {
+        content = contentForNewFile(normalizedTemplate(chosen));
+        if (!content)
+            return;
+    }
+    const FileCreation creation = createFileFromTemplate(
+        chosen, inFolder, &m_burstFolder, content && !content->isNull() ? &*content : nullptr);
     switch (creation.status) {
     case FileCreation::NotAFolder:
         showError(QStringLiteral("Not a folder: %1").arg(inFolder));
@@ -123,7 +132,9 @@ void AppDelegate::openITermInFinderFolder(QObject*) {
 void AppDelegate::handleFolderCommand(const QString& command) {
     m_handledURLLaunch = true;
     static const QString newFileWith = QStringLiteral("--new-file=");
-    if (command == QLatin1String("--open-terminal"))
+    if (command == QLatin1String("--import-templates"))
+        importTemplatesFolder();
+    else if (command == QLatin1String("--open-terminal"))
         openTerminalInFinderFolder();
     else if (command.startsWith(newFileWith) && command.size() > newFileWith.size())
         createTemplate(templateWithIdentifier(command.mid(newFileWith.size())), folderForCommand());

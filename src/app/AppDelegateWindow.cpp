@@ -48,17 +48,13 @@ void AppDelegate::addTemplate(QObject*) {
 }
 
 void AppDelegate::removeTemplate(QObject*) {
-    if (!m_templatesTableView || !m_templatesTableView->selectionModel())
+    const int row = selectedTemplateRow();
+    if (row < 0)
         return;
-    const QModelIndexList selected = m_templatesTableView->selectionModel()->selectedRows();
-    if (selected.isEmpty())
-        return;
-    const int row = selected.first().row();
-    if (row < 0 || row >= m_templates.size())
-        return;
-    m_templates.removeAt(row);
+    const Template removed = m_templates.takeAt(row);
     m_templateTableModel->reload();
     saveTemplates();
+    removeContentOfRemovedTemplate(removed);
 }
 
 // ---- window ------------------------------------------------------------------------------
@@ -104,6 +100,7 @@ void AppDelegate::buildWindow() {
     addTemplateColumn(TemplateKey::prefix, QStringLiteral("Prefix"), 170, false);
     addTemplateColumn(TemplateKey::suffix, QStringLiteral("Suffix"), 90, false);
     addTemplateColumn(TemplateKey::executable, QStringLiteral("Executable"), 96, true);
+    watchTableForContextMenus();
     // The window carries the application menu; without a tray, the tray's menu as well.
     if (m_applicationMenu)
         m_window->menuBar()->addMenu(m_applicationMenu.get());

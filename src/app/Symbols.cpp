@@ -296,6 +296,7 @@ QString themeIconName(const QString& symbol) {
         {"power", "system-shutdown-symbolic"},
         {"doc", "text-x-generic-symbolic"},
         {"xmark", "window-close-symbolic"},
+        {"paperclip", "mail-attachment-symbolic"},
     };
     return names.value(symbol);
 }

@@ -2,12 +2,13 @@
 
 // Which arguments of a launch are for the running Brindlemark, in plain C++ for the Qt-free
 // launcher too: URLs, which are the arguments that begin with a scheme ("brindlemark:", any
-// other scheme too: the running instance ignores those), and the commands a keyboard shortcut
-// runs for the folder the file manager shows:
+// other scheme too: the running instance ignores those), the commands a keyboard shortcut
+// runs for the folder the file manager shows, and the one of a shell:
 //
-//   --new-file         a new file from the "text" template
-//   --new-file=ID      a new file from the template ID
-//   --open-terminal    a terminal at that folder
+//   --new-file          a new file from the "text" template
+//   --new-file=ID       a new file from the template ID
+//   --open-terminal     a terminal at that folder
+//   --import-templates  a template for each file in the user's Templates folder
 
 #include <cstring>
 
@@ -30,7 +31,8 @@ inline bool isUrlArgument(const char* argument) {
 inline bool isFolderCommandArgument(const char* argument) {
     return std::strcmp(argument, "--new-file") == 0 ||
            std::strncmp(argument, "--new-file=", 11) == 0 ||
-           std::strcmp(argument, "--open-terminal") == 0;
+           std::strcmp(argument, "--open-terminal") == 0 ||
+           std::strcmp(argument, "--import-templates") == 0;
 }
 
 // What the running instance is handed: the URLs and the folder commands, in their order.

@@ -3,11 +3,17 @@
 #include "templates/AtomicWrite.h"
 
 #include <QClipboard>
+#include <QDesktopServices>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
+#include <QRegularExpression>
 #include <QShortcut>
+#include <QStandardPaths>
+#include <QUrl>
 
 namespace brindlemark {
 
@@ -27,8 +33,28 @@ QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key) {
 }
 
 void Platform::removeInterruptedSaves() {
-    for (const QString& path : templateStoreFilePaths())
+    QStringList paths = templateStoreFilePaths();
+    // A content file's temporaries are ".NAME.tmp-" and six letters: NAME is the file they were
+    // for, which need not exist yet.
+    const QString content = templateContentFolder();
+    static const QRegularExpression temporary(QStringLiteral("^\\.(.+)\\.tmp-[A-Za-z0-9]{6}$"));
+    for (const QString& name : QDir(content).entryList(QDir::Files | QDir::Hidden))
+        if (const QRegularExpressionMatch match = temporary.match(name); match.hasMatch())
+            paths.append(content + u'/' + match.captured(1));
+    for (const QString& path : paths)
         removeLeftoverTemporaries(QFile::encodeName(path).toStdString());
+}
+
+std::optional<QString> Platform::userTemplatesFolder() {
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::TemplatesLocation);
+    if (folder.isEmpty() || !QFileInfo(folder).isDir() ||
+        QFileInfo(folder).canonicalFilePath() == QFileInfo(QDir::homePath()).canonicalFilePath())
+        return std::nullopt;
+    return folder;
+}
+
+void Platform::openInDefaultApplication(const QString& filePath) {
+    QDesktopServices::openUrl(QUrl::fromLocalFile(filePath));
 }
 
 QString shortenedInTheMiddle(const QString& text, qsizetype limit) {

@@ -41,7 +41,7 @@ public:
     virtual QStringList templateStoreFilePaths() { return templateConfigFilePaths(); }
 
     // Removes what saves of ours that were killed halfway left beside the files they write (on
-    // Linux also beside the plug-in registry).
+    // Linux also beside the plug-in registry), the content files included.
     virtual void removeInterruptedSaves();
 
     // The three Templates.json files in their fixed order: the extension's data folder, the
@@ -50,6 +50,16 @@ public:
 
     // Where a copy of unreadable stored templates is kept: beside the plain Templates.json.
     virtual QString templateBackupFolder() = 0;
+
+    // The folder the templates' content files are kept in, one per template id.
+    virtual QString templateContentFolder() = 0;
+
+    // The user's own folder of document templates (on Linux `xdg-user-dir TEMPLATES`), when the
+    // user has one: a folder, and not the home folder itself, which is how a desktop turns it off.
+    virtual std::optional<QString> userTemplatesFolder();
+
+    // Opens the file in the user's default application for its type. Returns at once.
+    virtual void openInDefaultApplication(const QString& filePath);
 
     // The path of a system tool the controller runs through its tool runner.
     enum class Tool {

@@ -1,5 +1,8 @@
 #include "templates/TemplateTableModel.h"
 
+#include <QMimeData>
+#include <QUrl>
+
 namespace brindlemark {
 
 TemplateTableModel::TemplateTableModel(TemplateList& templates, std::function<void()> save,
@@ -40,6 +43,9 @@ QVariant TemplateTableModel::data(const QModelIndex& index, int role) const {
         return role == Qt::CheckStateRole
                    ? QVariant(boolFromValue(stored, false) ? Qt::Checked : Qt::Unchecked)
                    : QVariant();
+    if ((role == Qt::DecorationRole || role == Qt::ToolTipRole) && m_titleDecoration &&
+        column.identifier == TemplateKey::title)
+        return m_titleDecoration(m_templates.at(index.row()), role);
     if (role != Qt::DisplayRole && role != Qt::EditRole)
         return {};
     return stored.isString()      ? stored.toString()
@@ -75,11 +81,50 @@ void TemplateTableModel::setObjectValue(const QVariant& value, const QString& co
 }
 
 Qt::ItemFlags TemplateTableModel::flags(const QModelIndex& index) const {
-    if (!index.isValid() || index.column() >= m_columns.size())
+    // Files are dropped anywhere on the table: on a row or on the space below the rows.
+    const Qt::ItemFlags drop = m_fileDrop ? Qt::ItemIsDropEnabled : Qt::NoItemFlags;
+    if (!index.isValid())
+        return drop;
+    if (index.column() >= m_columns.size())
         return Qt::NoItemFlags;
-    const Qt::ItemFlags base = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+    const Qt::ItemFlags base = Qt::ItemIsEnabled | Qt::ItemIsSelectable | drop;
     return m_columns[index.column()].checkbox ? base | Qt::ItemIsUserCheckable
                                               : base | Qt::ItemIsEditable;
+}
+
+QStringList TemplateTableModel::mimeTypes() const {
+    return {QStringLiteral("text/uri-list")};
+}
+
+Qt::DropActions TemplateTableModel::supportedDropActions() const {
+    // Only a copy: a drop taken as a move would have the file manager delete its file.
+    return Qt::CopyAction;
+}
+
+namespace {
+
+QStringList localFiles(const QMimeData* data) {
+    QStringList paths;
+    if (data)
+        for (const QUrl& url : data->urls())
+            if (url.isLocalFile())
+                paths.append(url.toLocalFile());
+    return paths;
+}
+
+} // namespace
+
+bool TemplateTableModel::canDropMimeData(const QMimeData* data, Qt::DropAction, int, int,
+                                         const QModelIndex&) const {
+    return m_fileDrop && !localFiles(data).isEmpty();
+}
+
+bool TemplateTableModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row,
+                                      int column, const QModelIndex& parent) {
+    if (action != Qt::CopyAction || !canDropMimeData(data, action, row, column, parent))
+        return false;
+    m_fileDrop(localFiles(data));
+    return true;
 }
 
 QVariant TemplateTableModel::headerData(int section, Qt::Orientation orientation, int role) const {

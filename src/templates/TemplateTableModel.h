@@ -38,6 +38,22 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
+    // What a title cell shows beside its text, by role (an icon for Qt::DecorationRole, a text
+    // for Qt::ToolTipRole): for the templates with content.
+    void setTitleDecoration(std::function<QVariant(const Template&, int role)> decoration) {
+        m_titleDecoration = std::move(decoration);
+    }
+    // Files dropped on the table (their paths) go here; without it, nothing can be dropped.
+    void setFileDropHandler(std::function<void(const QStringList&)> handler) {
+        m_fileDrop = std::move(handler);
+    }
+    QStringList mimeTypes() const override;
+    Qt::DropActions supportedDropActions() const override;
+    bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                         const QModelIndex& parent) const override;
+    bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                      const QModelIndex& parent) override;
+
     // An edit of one cell: ignored for a row that is no longer in the list (a stale view);
     // otherwise a flag or the trimmed text is stored, and the list is saved.
     void setObjectValue(const QVariant& value, const QString& columnIdentifier, int row);
@@ -46,6 +62,8 @@ private:
     TemplateList& m_templates;
     std::function<void()> m_save;
     QList<Column> m_columns;
+    std::function<QVariant(const Template&, int)> m_titleDecoration;
+    std::function<void(const QStringList&)> m_fileDrop;
 };
 
 } // namespace brindlemark

@@ -115,6 +115,10 @@ QString LinuxPlatform::templateBackupFolder() {
     return QFileInfo(templateConfigFilePaths().constLast()).absolutePath();
 }
 
+QString LinuxPlatform::templateContentFolder() {
+    return dataHome() + QStringLiteral("/brindlemark/content");
+}
+
 QString LinuxPlatform::toolPath(Tool tool) {
     // The tools live beside brindlemark-app: in the build tree and in libexec/brindlemark.
     const QString folder = QCoreApplication::applicationDirPath() + u'/';

@@ -32,6 +32,7 @@ public:
     void removeInterruptedSaves() override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
+    QString templateContentFolder() override;
     QString toolPath(Tool tool) override;
     QString builtInPlugInsPath() override;
     void openSettings() override;

@@ -111,6 +111,10 @@ QString MacPlatform::templateBackupFolder() {
     return QFileInfo(templateConfigFilePaths().constLast()).path();
 }
 
+QString MacPlatform::templateContentFolder() {
+    return templateBackupFolder() + QStringLiteral("/content");
+}
+
 QString MacPlatform::toolPath(Tool tool) {
     switch (tool) {
     case Tool::Open:

@@ -41,6 +41,7 @@ public:
     StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override;
     QStringList templateConfigFilePaths() override;
     QString templateBackupFolder() override;
+    QString templateContentFolder() override;
     QString toolPath(Tool tool) override;
     QString builtInPlugInsPath() override;
     void openSettings() override;

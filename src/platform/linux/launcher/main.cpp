@@ -11,6 +11,7 @@
 //   brindlemark --new-file[=ID]        a new file (from the template ID) in the folder the file
 //                                      manager shows: for a keyboard shortcut
 //   brindlemark --open-terminal        a terminal at the folder the file manager shows
+//   brindlemark --import-templates     a template for each file in the user's Templates folder
 //   brindlemark --doctor               say what the file managers' menus need on this machine
 #include "Identifiers.h"
 #include "bridge/LaunchArguments.h"

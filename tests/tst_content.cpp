@@ -1,0 +1,283 @@
+// Templates with content: the files made from them, where their content is kept, what cannot be
+// content, and the three ways a template gets it (the table's menu, a drop, the Templates folder).
+#include "FakePlatform.h"
+#include "TestSupport.h"
+
+#include "actions/FileCreation.h"
+#include "templates/TemplateContent.h"
+#include "templates/TemplateTableModel.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QMenu>
+#include <QMimeData>
+#include <QTableView>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace brindlemark;
+
+namespace {
+
+mode_t modeOf(const QString& path) {
+    struct stat info {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+// Every entry of the folder, hidden ones too.
+QStringList listing(const QString& folder) {
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                  QDir::NoDotAndDotDot, QDir::Name);
+}
+
+mode_t newFileMode() {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
+
+Template record(const QString& id, const QString& prefix, bool executable = false) {
+    return {{"id", id}, {"title", prefix}, {"prefix", prefix}, {"suffix", "txt"},
+            {"enabled", true}, {"executable", executable}};
+}
+
+} // namespace
+
+class ContentTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    std::unique_ptr<FakePlatform> platform;
+    std::unique_ptr<AppDelegate> app;
+
+    QString status() { return app->statusLabel()->text(); }
+    TemplateContent content() { return TemplateContent(platform->templateContentFolder()); }
+    QAction* item(int row, const QString& title) {
+        static std::unique_ptr<QMenu> menu;
+        menu = app->templateContextMenu(row);
+        for (QAction* action : menu->actions())
+            if (action->text() == title)
+                return action;
+        return nullptr;
+    }
+
+private slots:
+    void init() {
+        app.reset();
+        home = std::make_unique<TestHome>();
+        platform = std::make_unique<FakePlatform>(home->path());
+        QDir().mkpath(home->file("Desktop"));
+        app = start(*platform);
+    }
+
+    void aFileHoldsTheContentAndAppearsOnlyWhole_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("executable");
+        QTest::addColumn<QString>("meanwhile"); // what appears at the free name just before
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("unnamed"); // written as a file without a name first
+        const QByteArray binary("\x7f\x45LF\0\xff", 6);
+        for (const bool unnamed : {true, false}) {
+            QTest::addRow("text %d", unnamed) << QByteArray("Hi\n") << false << "" << "Note.txt"
+                                              << unnamed;
+            QTest::addRow("binary %d", unnamed) << binary << true << "" << "Note.txt" << unnamed;
+            QTest::addRow("file meanwhile %d", unnamed)
+                << QByteArray("#!/bin/sh\n") << true << "file" << "Note 1.txt" << unnamed;
+            QTest::addRow("link meanwhile %d", unnamed)
+                << QByteArray("x") << false << "link" << "Note 1.txt" << unnamed;
+        }
+    }
+    void aFileHoldsTheContentAndAppearsOnlyWhole() {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, executable);
+        QFETCH(QString, meanwhile);
+        QFETCH(QString, name);
+        QFETCH(bool, unnamed);
+        testing::withoutUnnamedFiles = !unnamed;
+        const QString folder = home->file("f");
+        QDir().mkpath(folder);
+        testing::beforeNamingWholeFile = [&](const QString& path) {
+            if (meanwhile == "file")
+                writeFile(path, "theirs");
+            else if (meanwhile == "link")
+                QFile::link(home->file("nowhere"), path);
+            meanwhile.clear();
+        };
+        const auto guard = qScopeGuard([] {
+            testing::beforeNamingWholeFile = nullptr;
+            testing::withoutUnnamedFiles = false;
+        });
+        const FileCreation made =
+            createFileFromTemplate(record("c", "Note", executable), folder, nullptr, &bytes);
+        QCOMPARE(made.filePath, folder + "/" + name);
+        QCOMPARE(readFile(made.filePath), bytes);
+        QCOMPARE(modeOf(made.filePath), executable ? mode_t(0755) : newFileMode());
+        // Nothing else is left, and what was there first is as it was: no temporary file, the
+        // link still leads nowhere.
+        QCOMPARE(listing(folder).size(), name == "Note.txt" ? 1 : 2);
+        QVERIFY(!QFileInfo::exists(home->file("nowhere")));
+        if (QFileInfo(folder + "/Note.txt").isFile() && name != "Note.txt")
+            QCOMPARE(readFile(folder + "/Note.txt"), QByteArray("theirs"));
+    }
+
+    void anyIdHasAPlaceOfItsOwn() {
+        const QString longId(300, u'é');
+        expectEach(contentFileName, {{"text", "text"},
+                                     {"A-b_9", "A-b_9"},
+                                     {"a/b", "a%2Fb"},
+                                     {"a%2Fb", "a%252Fb"},
+                                     {"..", "%2E%2E"},
+                                     {" x~", "%20x%7E"},
+                                     {"ü", "%C3%BC"},
+                                     {longId, "~" + QCryptographicHash::hash(longId.toUtf8(), QCryptographicHash::Sha256).toHex()}});
+        // Each id reads back what was written for it, and nothing leaves the folder.
+        const QStringList ids{"a/b", "a%2Fb", "..", ".", "x y", longId, "../../escape"};
+        for (const QString& id : ids)
+            QVERIFY(content().write(id, id.toUtf8()));
+        for (const QString& id : ids)
+            QCOMPARE(content().read(id).bytes, id.toUtf8());
+        QCOMPARE(listing(platform->templateContentFolder()).size(), ids.size());
+        QCOMPARE(listing(home->file("data")), QStringList{"content"});
+    }
+
+    void contentThatCannotBeUsedGivesAnAlertAndNoFile_data() {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("gone") << "gone" << "is gone (a link to nothing)";
+        QTest::newRow("folder") << "folder" << "is a folder";
+        QTest::newRow("FIFO") << "fifo" << "is not a regular file";
+        QTest::newRow("device") << "device" << "is not a regular file";
+        QTest::newRow("too large") << "large" << "is larger than 64 MiB";
+    }
+    void contentThatCannotBeUsedGivesAnAlertAndNoFile() {
+        QFETCH(QString, kind);
+        QFETCH(QString, reason);
+        const QString path = content().pathFor("text");
+        QDir().mkpath(platform->templateContentFolder());
+        if (kind == "gone")
+            QVERIFY(QFile::link(home->file("moved-away"), path));
+        else if (kind == "folder")
+            QVERIFY(QDir().mkpath(path));
+        else if (kind == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0644), 0);
+        else if (kind == "device")
+            QVERIFY(QFile::link("/dev/zero", path));
+        else
+            QVERIFY(writeFile(path, "x") && QFile::resize(path, ContentSizeLimit + 1));
+        app->handleURL("brindlemark://create?path=" + home->file("Desktop"));
+        QTRY_COMPARE(platform->alerts,
+                     QStringList{"New Text File failed: The content of \"Text File\" " + reason + ": " + path});
+        QCOMPARE(listing(home->file("Desktop")), QStringList());
+        // Refused as well as the content of a template, and said so.
+        QVERIFY(!app->setContentFromFile(1, path));
+        QCOMPARE(status(), "Not used: \"text\" " + reason + ".");
+    }
+
+    void theTablesMenuGivesARowContentToEditAndRemove() {
+        app->showWindow();
+        QVERIFY(!item(1, "Remove Content")->isEnabled());
+        QVERIFY(!app->templateTableModel()->index(1, 1).data(Qt::DecorationRole).isValid());
+        QVERIFY(writeFile(home->file("header.md"), "# Title\n"));
+        QVERIFY(app->setContentFromFile(1, home->file("header.md")));
+        QCOMPARE(status(), "New \"Markdown Document\" files start with \"header.md\".");
+        QVERIFY(app->templateTableModel()->index(1, 1).data(Qt::DecorationRole).isValid());
+        // The chosen file may go: the content was copied.
+        QFile::remove(home->file("header.md"));
+        app->createTemplateWithIdentifier("markdown", home->file("Desktop"));
+        QCOMPARE(readFile(home->file("Desktop/MarkdownDocument.md")), QByteArray("# Title\n"));
+
+        // Editing opens a copy named as the template's files are; what is saved there is used.
+        item(1, "Edit Content")->trigger();
+        QCOMPARE(platform->openedFiles.size(), 1);
+        const QString copy = platform->openedFiles[0];
+        QVERIFY(copy.endsWith("/MarkdownDocument.md"));
+        QCOMPARE(readFile(copy), QByteArray("# Title\n"));
+        QVERIFY(writeFile(copy, "# Edited\n"));
+        app->createTemplateWithIdentifier("markdown", home->file("Desktop"));
+        QCOMPARE(readFile(home->file("Desktop/MarkdownDocument 1.md")), QByteArray("# Edited\n"));
+
+        // A row without content gets an empty one to edit.
+        item(0, "Edit Content")->trigger();
+        QCOMPARE(readFile(platform->openedFiles.value(1)), QByteArray());
+        QVERIFY(content().has("text"));
+
+        item(1, "Remove Content")->trigger();
+        QVERIFY(!content().has("markdown") && !QFileInfo::exists(copy));
+        app->createTemplateWithIdentifier("markdown", home->file("Desktop"));
+        QCOMPARE(readFile(home->file("Desktop/MarkdownDocument 2.md")), QByteArray());
+
+        // Removing a template removes its content, unless another template has the same id.
+        app->setTemplates({app->templates()[0], app->templates()[0]});
+        app->templateTableModel()->reload();
+        for (const bool left : {true, false}) {
+            app->templatesTableView()->selectRow(0);
+            app->removeTemplate();
+            QCOMPARE(content().has("text"), left);
+        }
+    }
+
+    void droppedFilesBecomeTemplates() {
+        app->showWindow();
+        QVERIFY(writeFile(home->file("in/Letter.odt"), QByteArray("PK\x03\x04", 4)));
+        QVERIFY(writeFile(home->file("in/build.sh"), "#!/bin/sh\n", QFile::ExeOwner));
+        QVERIFY(writeFile(home->file("in/.profile"), "umask 022\n"));
+        QDir().mkpath(home->file("in/folder"));
+        QMimeData drop;
+        drop.setUrls({QUrl::fromLocalFile(home->file("in/Letter.odt")),
+                      QUrl::fromLocalFile(home->file("in/build.sh")),
+                      QUrl::fromLocalFile(home->file("in/.profile")),
+                      QUrl::fromLocalFile(home->file("in/folder")), QUrl("https://example.org/a")});
+        QAbstractItemModel* model = app->templateTableModel();
+        QVERIFY(!model->dropMimeData(&drop, Qt::MoveAction, -1, -1, {}));
+        QVERIFY(model->dropMimeData(&drop, Qt::CopyAction, -1, -1, {}));
+        QCOMPARE(status(), "Added 3 templates. Not added: \"folder\" is a folder.");
+        const TemplateList added = app->templates().mid(6);
+        QStringList described;
+        for (const Template& record : added) {
+            described << describe(record);
+            QCOMPARE(content().read(record["id"].toString()).bytes,
+                     readFile(home->file("in/" + record["prefix"].toString() +
+                                         (record["suffix"].toString().isEmpty() ? "" : "." + record["suffix"].toString()))));
+        }
+        QCOMPARE(described, QStringList({"*|Letter|Letter|odt|1|0", "*|build|build|sh|1|1",
+                                         "*|.profile|.profile||1|0"}));
+        QVERIFY(platform->userDefaults.value("TemplatesJSON").toString().contains("\"Letter\""));
+    }
+
+    void theTemplatesFolderIsAddedOnce() {
+        app->showWindow();
+        app->importTemplatesFolder();
+        QCOMPARE(status(), QString("No Templates folder: there is nothing to add."));
+        const QString folder = home->file("Vorlagen");
+        platform->templatesFolder = folder;
+        QVERIFY(writeFile(folder + "/Brief.odt", "letter"));
+        QVERIFY(writeFile(folder + "/Skripte/run.py", "#!/usr/bin/python3\n", QFile::ExeOwner));
+        QVERIFY(writeFile(folder + "/.hidden", "x") && writeFile(folder + "/.git/HEAD", "x"));
+        const QStringList before = entries(folder);
+        app->handleFolderCommand("--import-templates");
+        QCOMPARE(status(), "Added 2 templates from " + folder + ".");
+        QCOMPARE(app->templates().size(), 8);
+        // Again: nothing new. A file of the same name with other bytes is new.
+        app->importTemplatesFolder();
+        QCOMPARE(status(), "No new templates in " + folder + ".");
+        QVERIFY(writeFile(folder + "/Brief.odt", "another letter"));
+        app->importTemplatesFolder();
+        QCOMPARE(app->templates().size(), 9);
+        QCOMPARE(describe(app->templates().last()), QString("*|Brief|Brief|odt|1|0"));
+        QCOMPARE(entries(folder), before);
+        QCOMPARE(readFile(folder + "/Skripte/run.py"), QByteArray("#!/usr/bin/python3\n"));
+    }
+
+    void aStartRemovesWhatKilledContentSavesLeft() {
+        const QString folder = platform->templateContentFolder();
+        QVERIFY(writeFile(folder + "/.text.tmp-abc123", "half") &&
+                writeFile(folder + "/.text.tmp-abc12", "not ours") && writeFile(folder + "/text", "x"));
+        platform->removeInterruptedSaves();
+        QCOMPARE(listing(folder), QStringList({".text.tmp-abc12", "text"}));
+    }
+};
+
+BRINDLEMARK_WIDGET_TEST_MAIN(ContentTest)
+#include "tst_content.moc"
