@@ -9,7 +9,8 @@
 //  - the save after one edit in the template table, against writing the same text to one file;
 //  - the idle memory of the shown application, against the bare window program's;
 //  - a URL handed to the running instance by a second launch, until the file exists, against
-//    `touch` of a file in the same folder;
+//    `touch` of a file in the same folder; and one to a template with 4 KiB of content, against
+//    `cp` of the same 4 KiB;
 //  - the same for a URL sent right after one launch of 5,000 URLs into the same folder, while the
 //    instance handles them and once they are answered, against a URL to the idle instance;
 //  - creating a file when the base name and the numbers 1 to 10,000 are taken, against creating
@@ -224,28 +225,47 @@ void waitForFile(const QString& path) {
     }
 }
 
-Samples urlToFileRounds(WindowMapWatch& watch, const QString& folder, int rounds) {
+// A URL handed to the running instance until its file exists, against `touch` of a file in the
+// same folder; or, with `content`, a URL to a template with that content, against `cp` of it.
+Samples urlToFileRounds(WindowMapWatch& watch, const QString& folder, int rounds,
+                        const QByteArray& content = {}) {
+    const QString source = QDir::homePath() + QStringLiteral("/content-source");
+    if (!content.isEmpty() &&
+        !(writeFileAtomically(source, content) &&
+          writeFileAtomically(qEnvironmentVariable("XDG_DATA_HOME") +
+                                  QStringLiteral("/brindlemark/content/letter"),
+                              content)))
+        throw Unmeasurable("cannot write the content");
     WindowedRun instance(watch, Launcher);
     const std::string touch = QStandardPaths::findExecutable(QStringLiteral("touch")).toStdString();
+    const std::string cp = QStandardPaths::findExecutable(QStringLiteral("cp")).toStdString();
+    const QString tag = content.isEmpty() ? QStringLiteral("url") : QStringLiteral("content");
     auto viaUrl = [&](int round) {
-        const QString prefix = QStringLiteral("url%1").arg(round + 1);
+        const QString prefix = tag + QString::number(round + 1);
         const std::string url = "brindlemark://template?path=" + folder.toStdString() +
+                                (content.isEmpty() ? "" : "&id=letter") +
                                 "&prefix=" + prefix.toStdString() + "&suffix=txt";
         return millisecondsOf([&] {
             runToSuccess({Launcher, url});
             waitForFile(folder + u'/' + prefix + QStringLiteral(".txt"));
         });
     };
-    auto viaTouch = [&](int round) {
-        const QString file = folder + QStringLiteral("/touch%1.txt").arg(round + 1);
+    auto viaTool = [&](int round) {
+        const QString file = folder + QStringLiteral("/%1-tool%2.txt").arg(tag).arg(round + 1);
         return millisecondsOf([&] {
-            runToSuccess({touch, file.toStdString()});
+            if (content.isEmpty())
+                runToSuccess({touch, file.toStdString()});
+            else
+                runToSuccess({cp, source.toStdString(), file.toStdString()});
             waitForFile(file);
         });
     };
-    Samples samples = interleaved(rounds, viaUrl, viaTouch);
+    Samples samples = interleaved(rounds, viaUrl, viaTool);
     instance.stop();
     clearStoppedInstance();
+    QFile first(folder + u'/' + tag + QStringLiteral("1.txt"));
+    if (!content.isEmpty() && (!first.open(QIODevice::ReadOnly) || first.readAll() != content))
+        throw Unmeasurable("the file made from the template does not hold its content");
     return samples;
 }
 
@@ -483,6 +503,9 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
     const Row urlToFile =
         measureRow("URL to file", ms, "touch in the same folder", {Goal::AtMostRatio, 3},
                    [&] { return urlToFileRounds(watch, folder, rounds); });
+    const Row contentToFile =
+        measureRow("URL to file, 4 KiB content", ms, "cp of the same 4 KiB", {Goal::AtMostRatio, 2},
+                   [&] { return urlToFileRounds(watch, folder, rounds, QByteArray(4096, 'x')); });
     const int burstRounds = std::min(rounds, 5); // each round makes 5,000 files
     const Row duringBurst =
         measureRow("URL during 5,000 URLs", ms, "URL to the idle instance",
@@ -524,8 +547,8 @@ void measureAndPrint(const VirtualDisplay& display, const QString& root, int rou
                                    [&] { return crowdedFolderRounds(root, rounds); });
 
     std::printf("Brindlemark benchmarks: medians of interleaved rounds with their baselines\n");
-    printTable({startUp, registryTool, trayMenu, enable, save, memory, urlToFile, duringBurst,
-                afterBurst, crowded});
+    printTable({startUp, registryTool, trayMenu, enable, save, memory, urlToFile, contentToFile,
+                duringBurst, afterBurst, crowded});
 }
 
 } // namespace

@@ -28,8 +28,8 @@ mode_t modeOf(const QString& path) {
 
 // Every entry of the folder, hidden ones too.
 QStringList listing(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
-                                  QDir::NoDotAndDotDot, QDir::Name);
+    return QDir(folder).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 
 mode_t newFileMode() {
@@ -39,8 +39,8 @@ mode_t newFileMode() {
 }
 
 Template record(const QString& id, const QString& prefix, bool executable = false) {
-    return {{"id", id}, {"title", prefix}, {"prefix", prefix}, {"suffix", "txt"},
-            {"enabled", true}, {"executable", executable}};
+    return {{"id", id},        {"title", prefix}, {"prefix", prefix},
+            {"suffix", "txt"}, {"enabled", true}, {"executable", executable}};
 }
 
 } // namespace
@@ -80,13 +80,15 @@ private slots:
         QTest::addColumn<bool>("unnamed"); // written as a file without a name first
         const QByteArray binary("\x7f\x45LF\0\xff", 6);
         for (const bool unnamed : {true, false}) {
-            QTest::addRow("text %d", unnamed) << QByteArray("Hi\n") << false << "" << "Note.txt"
-                                              << unnamed;
-            QTest::addRow("binary %d", unnamed) << binary << true << "" << "Note.txt" << unnamed;
+            QTest::addRow("text %d", unnamed) << QByteArray("Hi\n") << false << ""
+                                              << "Note.txt" << unnamed;
+            QTest::addRow("binary %d", unnamed) << binary << true << ""
+                                                << "Note.txt" << unnamed;
             QTest::addRow("file meanwhile %d", unnamed)
-                << QByteArray("#!/bin/sh\n") << true << "file" << "Note 1.txt" << unnamed;
-            QTest::addRow("link meanwhile %d", unnamed)
-                << QByteArray("x") << false << "link" << "Note 1.txt" << unnamed;
+                << QByteArray("#!/bin/sh\n") << true << "file"
+                << "Note 1.txt" << unnamed;
+            QTest::addRow("link meanwhile %d", unnamed) << QByteArray("x") << false << "link"
+                                                        << "Note 1.txt" << unnamed;
         }
     }
     void aFileHoldsTheContentAndAppearsOnlyWhole() {
@@ -124,14 +126,18 @@ private slots:
 
     void anyIdHasAPlaceOfItsOwn() {
         const QString longId(300, u'é');
-        expectEach(contentFileName, {{"text", "text"},
-                                     {"A-b_9", "A-b_9"},
-                                     {"a/b", "a%2Fb"},
-                                     {"a%2Fb", "a%252Fb"},
-                                     {"..", "%2E%2E"},
-                                     {" x~", "%20x%7E"},
-                                     {"ü", "%C3%BC"},
-                                     {longId, "~" + QCryptographicHash::hash(longId.toUtf8(), QCryptographicHash::Sha256).toHex()}});
+        expectEach(
+            contentFileName,
+            {{"text", "text"},
+             {"A-b_9", "A-b_9"},
+             {"a/b", "a%2Fb"},
+             {"a%2Fb", "a%252Fb"},
+             {"..", "%2E%2E"},
+             {" x~", "%20x%7E"},
+             {"ü", "%C3%BC"},
+             {longId,
+              "~" +
+                  QCryptographicHash::hash(longId.toUtf8(), QCryptographicHash::Sha256).toHex()}});
         // Each id reads back what was written for it, and nothing leaves the folder.
         const QStringList ids{"a/b", "a%2Fb", "..", ".", "x y", longId, "../../escape"};
         for (const QString& id : ids)
@@ -145,11 +151,16 @@ private slots:
     void contentThatCannotBeUsedGivesAnAlertAndNoFile_data() {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("gone") << "gone" << "is gone (a link to nothing)";
-        QTest::newRow("folder") << "folder" << "is a folder";
-        QTest::newRow("FIFO") << "fifo" << "is not a regular file";
-        QTest::newRow("device") << "device" << "is not a regular file";
-        QTest::newRow("too large") << "large" << "is larger than 64 MiB";
+        QTest::newRow("gone") << "gone"
+                              << "is gone (a link to nothing)";
+        QTest::newRow("folder") << "folder"
+                                << "is a folder";
+        QTest::newRow("FIFO") << "fifo"
+                              << "is not a regular file";
+        QTest::newRow("device") << "device"
+                                << "is not a regular file";
+        QTest::newRow("too large") << "large"
+                                   << "is larger than 64 MiB";
     }
     void contentThatCannotBeUsedGivesAnAlertAndNoFile() {
         QFETCH(QString, kind);
@@ -168,7 +179,8 @@ private slots:
             QVERIFY(writeFile(path, "x") && QFile::resize(path, ContentSizeLimit + 1));
         app->handleURL("brindlemark://create?path=" + home->file("Desktop"));
         QTRY_COMPARE(platform->alerts,
-                     QStringList{"New Text File failed: The content of \"Text File\" " + reason + ": " + path});
+                     QStringList{"New Text File failed: The content of \"Text File\" " + reason +
+                                 ": " + path});
         QCOMPARE(listing(home->file("Desktop")), QStringList());
         // Refused as well as the content of a template, and said so.
         QVERIFY(!app->setContentFromFile(1, path));
@@ -239,7 +251,9 @@ private slots:
             described << describe(record);
             QCOMPARE(content().read(record["id"].toString()).bytes,
                      readFile(home->file("in/" + record["prefix"].toString() +
-                                         (record["suffix"].toString().isEmpty() ? "" : "." + record["suffix"].toString()))));
+                                         (record["suffix"].toString().isEmpty()
+                                              ? ""
+                                              : "." + record["suffix"].toString()))));
         }
         QCOMPARE(described, QStringList({"*|Letter|Letter|odt|1|0", "*|build|build|sh|1|1",
                                          "*|.profile|.profile||1|0"}));
@@ -273,7 +287,8 @@ private slots:
     void aStartRemovesWhatKilledContentSavesLeft() {
         const QString folder = platform->templateContentFolder();
         QVERIFY(writeFile(folder + "/.text.tmp-abc123", "half") &&
-                writeFile(folder + "/.text.tmp-abc12", "not ours") && writeFile(folder + "/text", "x"));
+                writeFile(folder + "/.text.tmp-abc12", "not ours") &&
+                writeFile(folder + "/text", "x"));
         platform->removeInterruptedSaves();
         QCOMPARE(listing(folder), QStringList({".text.tmp-abc12", "text"}));
     }

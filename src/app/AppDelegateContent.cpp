@@ -157,8 +157,7 @@ void AppDelegate::chooseContentFile(int row) {
     if (row < 0 || row >= m_templates.size())
         return;
     const QString chosen = QFileDialog::getOpenFileName(
-        window(),
-        QStringLiteral("Content for %1").arg(quoted(titleOf(m_templates.at(row)))));
+        window(), QStringLiteral("Content for %1").arg(quoted(titleOf(m_templates.at(row)))));
     if (!chosen.isEmpty())
         setContentFromFile(row, chosen);
 }
@@ -300,9 +299,9 @@ void AppDelegate::importTemplatesFolder(QObject*) {
     files = files.mid(0, ImportedFilesLimit);
     qsizetype added = 0;
     const QStringList refused = addTemplatesMadeFromFiles(files, true, added);
-    QString text = added == 0 ? QStringLiteral("No new templates in %1.").arg(*folder)
-                              : QStringLiteral("Added %1 from %2.").arg(countedTemplates(added),
-                                                                        *folder);
+    QString text = added == 0
+                       ? QStringLiteral("No new templates in %1.").arg(*folder)
+                       : QStringLiteral("Added %1 from %2.").arg(countedTemplates(added), *folder);
     if (cut)
         text += QStringLiteral(" Only its first %1 files were read.").arg(ImportedFilesLimit);
     if (!refused.isEmpty())

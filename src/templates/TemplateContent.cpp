@@ -70,8 +70,8 @@ ContentRead readContentFile(const QString& path) {
     else if (info.st_size > ContentSizeLimit)
         result.reason = QStringLiteral("is larger than %1").arg(limitText());
     else if (!readAll(fd, result.bytes))
-        result.reason = QStringLiteral("cannot be read (%1)")
-                            .arg(QString::fromLocal8Bit(std::strerror(errno)));
+        result.reason =
+            QStringLiteral("cannot be read (%1)").arg(QString::fromLocal8Bit(std::strerror(errno)));
     else if (result.bytes.size() > ContentSizeLimit)
         result.reason = QStringLiteral("is larger than %1").arg(limitText());
     else
