@@ -127,6 +127,11 @@ void AppDelegate::watchTableForContextMenus() {
     });
     m_templateTableModel->setFileDropHandler(
         [this](const QStringList& paths) { addTemplatesFromFiles(paths); });
+    // Files from the file manager are copied in, whatever it proposes; they join the end of the
+    // list, so no place between rows is marked.
+    m_templatesTableView->setDragDropMode(QAbstractItemView::DropOnly);
+    m_templatesTableView->setDefaultDropAction(Qt::CopyAction);
+    m_templatesTableView->setDropIndicatorShown(false);
 }
 
 bool AppDelegate::eventFilter(QObject* watched, QEvent* event) {
@@ -251,6 +256,12 @@ QStringList AppDelegate::addTemplatesMadeFromFiles(const QStringList& paths, boo
     }
     if (added > 0) {
         m_templateTableModel->reload();
+        // The first new row is shown, selected: it may be below the rows in view.
+        if (m_templatesTableView) {
+            const int first = int(m_templates.size() - added);
+            m_templatesTableView->selectRow(first);
+            m_templatesTableView->scrollTo(m_templateTableModel->index(first, 0));
+        }
         saveTemplates();
     }
     return refused;
