@@ -47,7 +47,10 @@ QString fileNameOf(const Template& record) {
     if (!suffix.isEmpty())
         name += u'.' + suffix;
     name.replace(u'/', u'_').replace(QChar(0), u'_');
-    return name == u"." || name == u".." ? QStringLiteral("content") : name;
+    // Never hidden: an editor's own files beside it are, and those are not the edit.
+    while (name.startsWith(u'.'))
+        name.remove(0, 1);
+    return name.isEmpty() ? QStringLiteral("content") : name;
 }
 
 bool isExecutableFile(const QString& path) {

@@ -172,8 +172,10 @@ void TemplateContent::takeEdits(const QString& identifier) const {
     QDirIterator copies(editingFolderFor(identifier), QDir::Files | QDir::Hidden);
     while (copies.hasNext()) {
         const QFileInfo copy(copies.next());
-        // Only the copies made here: a temporary file an editor keeps beside it is not an edit.
-        if (copy.fileName().startsWith(u'.') || copy.fileName().endsWith(u'~'))
+        // Only the copies made here, which are never hidden: the files an editor keeps beside
+        // the one it edits (".name.swp", ".~lock.name#", "#name#", "name~") are not the edit.
+        const QString name = copy.fileName();
+        if (name.startsWith(u'.') || name.startsWith(u'#') || name.endsWith(u'~'))
             continue;
         if (!newest.exists() || copy.lastModified() > newest.lastModified())
             newest = copy;

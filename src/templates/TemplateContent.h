@@ -59,8 +59,8 @@ public:
     // Removes the content and any copy being edited; true when none is left.
     bool remove(const QString& identifier) const;
 
-    // The copy to open for editing, named `fileName`, holding the content (made empty first when
-    // there is none); empty when it could not be made.
+    // The copy to open for editing, named `fileName` (which must not begin with "."), holding the
+    // content (made empty first when there is none); empty when it could not be made.
     QString editableCopy(const QString& identifier, const QString& fileName) const;
     // Takes the most recently saved copy of the id's edits into its content, when it differs.
     void takeEdits(const QString& identifier) const;
