@@ -1,6 +1,7 @@
 #include "actions/FileCreation.h"
 
 #include "actions/FolderChanges.h"
+#include "templates/AtomicWrite.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -22,19 +23,6 @@ namespace brindlemark {
 namespace {
 
 enum class Attempt { Created, Taken, Failed };
-
-bool writeAll(int fd, const QByteArray& bytes) {
-    qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, std::size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += n;
-    }
-    return true;
-}
 
 // A hidden name in the folder for a file with content while it is written, where the file system
 // has no files without a name.
@@ -68,8 +56,9 @@ public:
         }
         if (m_fd < 0)
             m_temporary.clear();
+        const std::string_view bytes(content->constData(), std::size_t(content->size()));
         m_written =
-            m_fd >= 0 && writeAll(m_fd, *content) && (!executable || ::fchmod(m_fd, 0755) == 0);
+            m_fd >= 0 && writeAll(m_fd, bytes) && (!executable || ::fchmod(m_fd, 0755) == 0);
     }
 
     ~NewFile() {

@@ -16,19 +16,6 @@ namespace brindlemark {
 
 namespace {
 
-bool writeAll(int fd, std::string_view bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += std::size_t(n);
-    }
-    return true;
-}
-
 // The process's file-creation mask. Reading it means setting it for a moment, so it is read before
 // any thread of a batch starts: a folder one of them made meanwhile would be open to everyone.
 mode_t creationMask() {
@@ -122,6 +109,19 @@ void replace(FileReplacement& file, mode_t mask) {
 }
 
 } // namespace
+
+bool writeAll(int fd, std::string_view bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        done += std::size_t(n);
+    }
+    return true;
+}
 
 bool makeFolders(const std::string& folder) {
     struct stat info {};

@@ -32,6 +32,10 @@ bool replaceFileAtomically(const std::string& path, std::string_view bytes);
 // hidden temporary files named after it, and only those whose writer has ended. Returns how many.
 int removeLeftoverTemporaries(const std::string& path);
 
+// Writes all the bytes to the descriptor, going on after a partial write or an interruption;
+// false on an error or when nothing more can be written (a full disk).
+bool writeAll(int fd, std::string_view bytes);
+
 // Creates the folder and its missing parents; true when it exists as a folder afterwards.
 bool makeFolders(const std::string& folder);
 
