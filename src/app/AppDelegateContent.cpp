@@ -164,8 +164,10 @@ bool AppDelegate::eventFilter(QObject* watched, QEvent* event) {
 void AppDelegate::chooseContentFile(int row) {
     if (row < 0 || row >= m_templates.size())
         return;
+    // It opens in the Templates folder, where the user keeps such files, else at home.
     const QString chosen = QFileDialog::getOpenFileName(
-        window(), QStringLiteral("Content for %1").arg(quoted(titleOf(m_templates.at(row)))));
+        window(), QStringLiteral("Content for %1").arg(quoted(titleOf(m_templates.at(row)))),
+        m_platform.userTemplatesFolder().value_or(QDir::homePath()));
     if (!chosen.isEmpty())
         setContentFromFile(row, chosen);
 }
