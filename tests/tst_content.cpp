@@ -14,7 +14,10 @@
 #include <QMimeData>
 #include <QTableView>
 
+#include <cstring>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace brindlemark;
@@ -30,6 +33,16 @@ mode_t modeOf(const QString& path) {
 QStringList listing(const QString& folder) {
     return QDir(folder).entryList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+bool bindSocket(const QString& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray native = QFile::encodeName(path);
+    std::memcpy(address.sun_path, native.constData(), size_t(native.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    return fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+           ::close(fd) == 0;
 }
 
 mode_t newFileMode() {
@@ -151,16 +164,13 @@ private slots:
     void contentThatCannotBeUsedGivesAnAlertAndNoFile_data() {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("gone") << "gone"
-                              << "is gone (a link to nothing)";
-        QTest::newRow("folder") << "folder"
-                                << "is a folder";
-        QTest::newRow("FIFO") << "fifo"
-                              << "is not a regular file";
-        QTest::newRow("device") << "device"
-                                << "is not a regular file";
-        QTest::newRow("too large") << "large"
-                                   << "is larger than 64 MiB";
+        for (const auto& [kind, reason] : {std::pair{"gone", "is gone (a link to nothing)"},
+                                           {"folder", "is a folder"},
+                                           {"fifo", "is not a regular file"},
+                                           {"device", "is not a regular file"},
+                                           {"socket", "cannot be read (No such device or address)"},
+                                           {"large", "is larger than 64 MiB"}})
+            QTest::newRow(kind) << QString(kind) << QString(reason);
     }
     void contentThatCannotBeUsedGivesAnAlertAndNoFile() {
         QFETCH(QString, kind);
@@ -175,6 +185,8 @@ private slots:
             QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0644), 0);
         else if (kind == "device")
             QVERIFY(QFile::link("/dev/zero", path));
+        else if (kind == "socket")
+            QVERIFY(bindSocket(path));
         else
             QVERIFY(writeFile(path, "x") && QFile::resize(path, ContentSizeLimit + 1));
         app->handleURL("brindlemark://create?path=" + home->file("Desktop"));
