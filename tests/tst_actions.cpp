@@ -109,24 +109,18 @@ private slots:
     }
 
     void failures() {
-        // "folder|prefix" -> 1 not a folder, 2 could not create; nothing is made anywhere.
+        // Not a folder, or a folder where the file cannot be made: nothing is made anywhere.
         TestHome home;
         writeFile(home.file("folder/file"), "x");
-        expectEach(
-            [&](const QString& input) {
-                QString folder =
-                    input.section('|', 0, 0).replace("~", home.path()).replace("\\0", QChar(0));
-                return QString::number(
-                    createFileFromTemplate(Template{{"prefix", input.section('|', 1)}}, folder)
-                        .status);
-            },
-            {{"~/missing|x", "1"},
-             {"~/folder/file|x", "1"},
-             {"|x", "1"},
-             {"relative/folder|x", "1"},
-             {"/tmp\\0/x|x", "1"},
-             {"/proc|x", "2"},
-             {"~/folder|../escaped", "2"}});
+        const auto status = [&](QString folder, const QString& prefix) {
+            folder.replace("~", home.path()).replace("\\0", QChar(0));
+            return createFileFromTemplate(Template{{"prefix", prefix}}, folder).status;
+        };
+        for (const QString folder :
+             {"~/missing", "~/folder/file", "", "relative/folder", "/tmp\\0/x"})
+            QVERIFY2(status(folder, "x") == FileCreation::NotAFolder, qPrintable(folder));
+        QCOMPARE(status("/proc", "x"), FileCreation::CouldNotCreate);
+        QCOMPARE(status("~/folder", "../escaped"), FileCreation::CouldNotCreate);
         QCOMPARE(entries(home.file("folder")), QStringList{"file"});
         QVERIFY(!QFile::exists(home.file("escaped")));
     }
