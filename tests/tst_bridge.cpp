@@ -352,10 +352,9 @@ private slots:
         const QString written =
             "[{\"elected\": true, \"extra\": {\"n\": [1, -2.5e3, null, false, {}, \"]\"]}, "
             "\"identifier\": \"q\\\"u\\\\o\\u00e9\\ue000\\ud83d\\ude00\", \"protocol\": \"p\", "
-            "\"path\": "
-            "\"/no/such \\\"bundle\\\"\\\\\", \"version\": \"1\\/2\\t\\u0001\"}, {\"identifier\": "
-            "5, "
-            "\"path\": \"/x\"}, \"text\", [], {\"elected\": \"true\", \"identifier\": \"n\"}]";
+            "\"path\": \"/no/such \\\"bundle\\\"\\\\\", \"version\": \"1\\/2\\t\\u0001\"}, "
+            "{\"identifier\": 5, \"path\": \"/x\"}, \"text\", [], "
+            "{\"elected\": \"true\", \"identifier\": \"n\"}]";
         expectEach(
             listing,
             {{written, "0:+    q\"u\\oé\uE000😀(1/2\\x09\\x01)\n-    n()\n"},
