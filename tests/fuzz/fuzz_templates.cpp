@@ -8,18 +8,13 @@
 
 using namespace brindlemark;
 
-namespace {
-
-bool canonical(const Template& t) {
-    return t.size() == 6 && !t.value("id").toString().isEmpty() &&
-           !t.value("title").toString().isEmpty() && !t.value("prefix").toString().isEmpty() &&
-           t.value("suffix").isString() && t.value("enabled").isBool() &&
-           t.value("executable").isBool();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const auto canonical = [](const Template& t) {
+        return t.size() == 6 && !t.value("id").toString().isEmpty() &&
+               !t.value("title").toString().isEmpty() && !t.value("prefix").toString().isEmpty() &&
+               t.value("suffix").isString() && t.value("enabled").isBool() &&
+               t.value("executable").isBool();
+    };
     const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));
     const LoadedTemplates loaded = loadedTemplates(text);
     const LoadedTemplates again = loadedTemplates(templatesJSONText(loaded.templates));
