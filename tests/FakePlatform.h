@@ -37,9 +37,7 @@ public:
         modal.exec();
         --m_openAlerts;
     }
-    std::optional<int> handOffToRunningInstance(const QStringList&) override {
-        return std::nullopt;
-    }
+    std::optional<int> handOffToRunningInstance(const QStringList&) override { return {}; }
     void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override {
         laterLaunch = deliver;
     }

@@ -36,9 +36,9 @@ inline QByteArray readFile(const QString& path) {
 
 inline bool writeFile(const QString& path, const QByteArray& bytes,
                       QFileDevice::Permissions added = {}) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+    return QDir().mkpath(QFileInfo(path).absolutePath()) &&
+           file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
            file.write(bytes) == bytes.size() && file.setPermissions(file.permissions() | added);
 }
 

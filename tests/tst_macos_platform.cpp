@@ -23,10 +23,12 @@ class MacPlatformTest : public QObject {
         return m_linkOpens;
     };
 
-    // Qt's native settings name the domain "org.brindlemark.Brindlemark" after these two.
-    static QSettings domain(const QString& application) {
-        return QSettings(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org",
-                         application);
+    // The stored text in a preferences domain: Qt's native settings name the domain
+    // "org.brindlemark.Brindlemark" after these two.
+    static QString stored(const QString& application) {
+        const QSettings domain(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org",
+                               application);
+        return domain.value("TemplatesJSON").toString();
     }
     // Every tool's runs, one line each: its name and its arguments in brackets.
     QStringList toolRuns() {
@@ -43,81 +45,58 @@ class MacPlatformTest : public QObject {
     }
 
 private slots:
-    void init() {
-        QFile::remove(m_home.file("tools.log"));
-        for (const char* name : {"open", "pluginkit", "killall"})
-            useTool(name);
-        useOsascript("exit 1");
-        domain("Brindlemark").clear();
-        domain("Brindlemark.BrindlemarkFinderSync").clear();
-    }
-
     void frontFolder() {
         // What osascript does (nothing: it is missing), and the folder it gives ("-": none).
         MacPlatform platform(m_bin, m_openLink);
         expectEach(
             [&](const QString& osascript) {
-                if (osascript.isEmpty())
-                    QFile::remove(m_bin + "/osascript");
-                else
-                    useOsascript(osascript.toUtf8());
+                useOsascript(osascript.toUtf8());
                 return platform.frontFileManagerFolder().value_or("-");
             },
             {{"echo 'a warning' >&2; printf '/Users/me/a b \\303\\274/\\n'", "/Users/me/a b ü"},
              {"printf '/\\n'", "/"},
              {"printf '/Volumes/x /\\n'", "/Volumes/x "},
              {"true", "-"},
-             {"printf '/tmp/\\n'; exit 1", "-"}, // the Finder refused, or the user did
-             {"", "-"}});
+             {"printf '/tmp/\\n'; exit 1", "-"}}); // the Finder refused, or the user did
         // The script is one argument after "-e", its line breaks kept, none after its end.
-        const QList<QByteArray> arguments = readFile(m_home.file("osascript.args")).split('\0');
-        QVERIFY2(arguments.size() == 3 && arguments[0] == "-e" && arguments[2].isEmpty() &&
-                     arguments[1].startsWith("tell application \"Finder\"\n") &&
-                     arguments[1].endsWith("\nend tell"),
-                 arguments.join('|'));
-    }
-
-    void openSettings() {
-        // The extensions pane; when the system cannot open that link, System Settings itself.
-        m_linkOpens = false;
-        MacPlatform(m_bin, m_openLink).openSettings();
-        m_linkOpens = true;
-        MacPlatform(m_bin, m_openLink).openSettings();
-        QCOMPARE(
-            m_openedLinks,
-            QStringList(2, "x-apple.systempreferences:com.apple.LoginItems-Settings.extension"));
-        QCOMPARE(toolRuns(), QStringList{"open [/System/Applications/System Settings.app]"});
+        const QByteArray arguments = readFile(m_home.file("osascript.args"));
+        QVERIFY2(arguments.startsWith(QByteArray("-e\0tell application \"Finder\"\n", 29)) &&
+                     arguments.endsWith(QByteArray("\nend tell\0", 10)) &&
+                     arguments.count('\0') == 2,
+                 arguments);
+        QVERIFY(QFile::remove(m_bin + "/osascript") && !platform.frontFileManagerFolder());
     }
 
     // The controller on this platform: the built-ins stored at its start, in the preferences
-    // domains named after the bundle identifiers ("org.x.Y.Z": "x.org", "Y.Z") and in the files,
-    // the two sandbox containers' data first (where the extension and the application read),
-    // then every tool it runs. The system keeps one instance: nothing is handed on.
+    // domains named after the bundle identifiers ("org.x.Y.Z": "x.org", "Y.Z") and in the three
+    // files, then every tool it runs. The system keeps one instance: nothing is handed on.
     void controller() {
-        const QString folder = m_home.file("a b"), home = m_home.path(),
-                      support = "/Library/Application Support/Brindlemark",
-                      containers = home + "/Library/Containers/org.brindlemark.Brindlemark";
+        const QString folder = m_home.file("a b");
         QDir().mkpath(folder);
+        for (const char* name : {"open", "pluginkit", "killall"})
+            useTool(name);
         useOsascript("printf '%s/\\n' \"$HOME/a b\"");
         MacPlatform platform(m_bin, m_openLink);
         QVERIFY(!platform.handOffToRunningInstance({"brindlemark://create?path=/tmp"}));
         const auto app = start(platform, true);
         platform.setExtensionPreferenceValue("TemplatesJSON", "[2]");
-        QCOMPARE(domain("Brindlemark").value("TemplatesJSON").toString() + ' ' +
-                     domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString() +
-                     ' ' + platform.userDefaultsValue("TemplatesJSON").toString(),
+        QCOMPARE(stored("Brindlemark") + ' ' + stored("Brindlemark.BrindlemarkFinderSync") + ' ' +
+                     platform.userDefaultsValue("TemplatesJSON").toString(),
                  builtInTemplatesJSON + QString(" [2] ") + builtInTemplatesJSON);
-        QCOMPARE(
-            platform.templateConfigFilePaths()
-                << platform.templateBackupFolder() << platform.desktopFolder(),
-            QStringList({containers + ".BrindlemarkFinderSync/Data" + support + "/Templates.json",
-                         containers + "/Data" + support + "/Templates.json",
-                         home + support + "/Templates.json", home + support, home + "/Desktop"}));
+        QByteArray files;
         for (const QString& file : platform.templateConfigFilePaths())
-            QCOMPARE(readFile(file), builtInTemplatesJSON);
+            files += readFile(file);
+        QCOMPARE(files, QByteArray(builtInTemplatesJSON).repeated(3));
         app->enableExtension();
         QTRY_VERIFY(!app->isEnablingExtension());
         app->openTerminalInFinderFolder();
+        // The extensions pane; when the system cannot open that link, System Settings itself.
+        app->openSettings();
+        m_linkOpens = false;
+        app->openSettings();
+        QCOMPARE(
+            m_openedLinks,
+            QStringList(2, "x-apple.systempreferences:com.apple.LoginItems-Settings.extension"));
         // The new file is shown in the Finder without waiting for open, which takes its time.
         useTool("open", "[ \"$1\" != -R ] || { exec >/dev/null 2>&1; sleep 5; }");
         const QDeadlineTimer soon(2500);
@@ -125,15 +104,15 @@ private slots:
         QVERIFY(!soon.hasExpired());
         const QString list = "pluginkit [-mAD] [-p] [com.apple.FinderSync]",
                       add = "pluginkit [-a] [" +
-                            QDir::cleanPath(QCoreApplication::applicationDirPath() +
-                                            "/../PlugIns/BrindlemarkFinderSync.appex") +
-                            "]";
+                            QDir::cleanPath(qApp->applicationDirPath() + "/..") +
+                            "/PlugIns/BrindlemarkFinderSync.appex]";
         QTRY_COMPARE(
             toolRuns(),
             QStringList(
                 {list, add, list, add, list,
                  "pluginkit [-e] [use] [-i] [org.brindlemark.Brindlemark.BrindlemarkFinderSync]",
                  "killall [Finder]", list, "open [-a] [Terminal] [" + folder + "]",
+                 "open [/System/Applications/System Settings.app]",
                  "open [-R] [" + folder + "/New Text File.txt]"}));
     }
 

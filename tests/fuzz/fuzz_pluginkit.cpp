@@ -22,6 +22,12 @@ QByteArray contents(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+bool put(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) &&
+           file.write(bytes) == bytes.size();
+}
+
 // The listing of the registry as Qt reads it, control characters shown as the tool shows them.
 std::string listingByQt(const QJsonArray& registrations) {
     const auto shown = [](QString text) {
@@ -43,23 +49,17 @@ std::string listingByQt(const QJsonArray& registrations) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static QTemporaryDir home;
     static const QString registry = home.path() + "/data/brindlemark/plugin-registry.json";
-    static const bool prepared = [] {
-        qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
-        // One real bundle, at a short path inputs can name, "b"; it has no install step to run.
-        QFile info(home.path() + "/w/b/Info.ini");
-        return QDir(home.path()).mkpath("data/brindlemark") && QDir(home.path()).mkpath("w/b") &&
-               QDir::setCurrent(home.path() + "/w") && info.open(QIODevice::WriteOnly) &&
-               info.write(
-                   "[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") > 0;
-    }();
+    // One real bundle, at a short path inputs can name, "b"; it has no install step to run.
+    static const bool prepared =
+        qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8()) &&
+        put(home.path() + "/w/b/Info.ini",
+            "[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") &&
+        QDir().mkpath(home.path() + "/data/brindlemark") && QDir::setCurrent(home.path() + "/w");
     QByteArray input(reinterpret_cast<const char*>(data), qsizetype(size));
-    if (const qsizetype end = input.indexOf('\0'); end >= 0) {
-        QFile file(registry);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-            file.write(input.left(end)) != end)
-            return 0;
-        input.remove(0, end + 1);
-    }
+    const qsizetype end = input.indexOf('\0');
+    if (end >= 0 && !put(registry, input.left(end)))
+        return 0;
+    input.remove(0, end + 1);
     std::vector<std::string> arguments;
     for (const QByteArray& line : input.split('\n'))
         arguments.push_back(line.toStdString());
