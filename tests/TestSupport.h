@@ -14,7 +14,6 @@ class TestHome {
 public:
     TestHome() {
         QVERIFY2(m_dir.isValid(), "no temporary folder");
-        m_path = QDir(m_dir.path()).canonicalPath();
         QDir().mkdir(m_path + "/run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("HOME", m_path.toUtf8());
         qputenv("XDG_CONFIG_HOME", (m_path + "/config").toUtf8());
@@ -26,7 +25,7 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QString m_path;
+    QString m_path = QDir(m_dir.path()).canonicalPath();
 };
 
 inline QByteArray readFile(const QString& path) {

@@ -161,37 +161,36 @@ private slots:
     }
 
     void chosenStoredText() {
-        // The copies, the user defaults first, as "text@time", U (unreadable) or M (missing):
-        // which text is the stored list. L1..L3 are lists, B is broken. Below: the newer copy
-        // holds the same text; nothing stored (the built-ins); defaults unreadable (the newest
-        // list); nothing readable; a save that missed the defaults; older copies; an empty
-        // list; broken defaults written last; a broken copy never counts; the defaults' time
-        // unknown.
-        const QMap<QString, QString> texts{
-            {"L1", R"([{"id":"1"}])"}, {"L2", R"([{"id":"2"}])"}, {"L3", "[]"}, {"B", "[{"}};
-        const QMap<QString, StoredCopy::State> states{{"U", StoredCopy::State::Unreadable},
-                                                      {"M", StoredCopy::State::Missing}};
-        expectEach(
-            [&](const QString& copiesText) {
-                QList<StoredCopy> copies;
-                for (const QString& c : copiesText.split(' '))
-                    copies << StoredCopy{states.value(c, StoredCopy::State::Read),
-                                         texts.value(c.section('@', 0, 0)),
-                                         c.section('@', 1).toLongLong()};
-                const ChosenText chosen = brindlemark::chosenStoredText(copies);
-                return texts.key(chosen.text, chosen.text.isEmpty() ? "-" : "?") +
-                       (chosen.fromUserDefaults ? "" : " (file)");
-            },
-            {{"L1@10 L1@10 L1@12 L1@10", "L1"},
-             {"M L2@20 L2@20 L2@20", "-"},
-             {"U L1@20 L2@30 M", "L2 (file)"},
-             {"U U B@50 M", "- (file)"},
-             {"L1@10 L2@20 L1@10 L1@10", "L2 (file)"},
-             {"L2@20 L1@10 L1@10 L1@10", "L2"},
-             {"L1@10 L3@20 M M", "L3 (file)"},
-             {"B@30 L1@10 L1@10 L1@10", "B"},
-             {"L1@10 B@40 M M", "L1"},
-             {"L1@0 L2@20 M M", "L1"}});
+        // The copies, the user defaults first (R read, U unreadable, M missing): which text is the
+        // stored list, and whether it is the defaults'. L1..L3 are lists, B is broken. In turn:
+        // the newer copy holds the same text; nothing stored (the built-ins); defaults unreadable
+        // (the newest list); nothing readable; a save that missed the defaults; older copies; an
+        // empty list; broken defaults written last; a broken copy never counts; the defaults'
+        // time unknown.
+        const QString L1 = R"([{"id":"1"}])", L2 = R"([{"id":"2"}])", L3 = "[]", B = "[{";
+        const StoredCopy U{StoredCopy::State::Unreadable, "", 0}, M{};
+        const auto R = [](const QString& text, qint64 time) {
+            return StoredCopy{StoredCopy::State::Read, text, time};
+        };
+        const struct {
+            QList<StoredCopy> copies;
+            QString text;
+            bool fromUserDefaults;
+        } cases[]{{{R(L1, 10), R(L1, 10), R(L1, 12), R(L1, 10)}, L1, true},
+                  {{M, R(L2, 20), R(L2, 20), R(L2, 20)}, "", true},
+                  {{U, R(L1, 20), R(L2, 30), M}, L2, false},
+                  {{U, U, R(B, 50), M}, "", false},
+                  {{R(L1, 10), R(L2, 20), R(L1, 10), R(L1, 10)}, L2, false},
+                  {{R(L2, 20), R(L1, 10), R(L1, 10), R(L1, 10)}, L2, true},
+                  {{R(L1, 10), R(L3, 20), M, M}, L3, false},
+                  {{R(B, 30), R(L1, 10), R(L1, 10), R(L1, 10)}, B, true},
+                  {{R(L1, 10), R(B, 40), M, M}, L1, true},
+                  {{R(L1, 0), R(L2, 20), M, M}, L1, true}};
+        for (const auto& c : cases) {
+            const ChosenText chosen = brindlemark::chosenStoredText(c.copies);
+            QCOMPARE(chosen.text + ' ' + QString::number(chosen.fromUserDefaults),
+                     c.text + ' ' + QString::number(c.fromUserDefaults));
+        }
     }
 
     void leftoversOfKilledWritesGo() {
