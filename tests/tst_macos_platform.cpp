@@ -1,6 +1,7 @@
 // The macOS platform, run here with stand-ins for open, osascript, pluginkit and killall in a
-// temporary home: its preferences domains and places, the command line of every operation, the
-// Finder's front folder, the settings fallback, and the URLs the system hands the application.
+// temporary home: its preferences domains and template files, the command line of every
+// operation, the Finder's front folder, the settings fallback, and the URLs the system hands the
+// application.
 #include "TestSupport.h"
 
 #include "platform/macos/MacPlatform.h"
@@ -46,7 +47,7 @@ class MacPlatformTest : public QObject {
 
 private slots:
     void frontFolder() {
-        // What osascript does (nothing: it is missing), and the folder it gives ("-": none).
+        // What osascript does, and the folder it gives ("-": none); then osascript missing.
         MacPlatform platform(m_bin, m_openLink);
         expectEach(
             [&](const QString& osascript) {
