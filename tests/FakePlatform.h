@@ -1,11 +1,8 @@
 #pragma once
 
+#include "TestSupport.h"
 #include "platform/Platform.h"
 #include "templates/TemplateStore.h"
-
-#include <QEventLoop>
-#include <QMap>
-#include <QTimer>
 
 // A recording stand-in for the operating system: settings in memory, files under the test's
 // home, alerts and file-manager requests written down instead of shown.
@@ -15,8 +12,7 @@ public:
 
     QVariant userDefaultsValue(const QString& key) override { return userDefaults.value(key); }
     StoreOutcome storeTemplatesJSONText(const QString& key, const QString& text) override {
-        userDefaults[key] = text;
-        extensionPreferences[key] = text;
+        userDefaults[key] = extensionPreferences[key] = text;
         return {true,
                 brindlemark::writeTemplatesJSONFiles(text, templateConfigFilePaths()).isEmpty()};
     }
@@ -44,9 +40,7 @@ public:
         modal.exec();
         --m_openAlerts;
     }
-    std::optional<int> handOffToRunningInstance(const QStringList&) override {
-        return std::nullopt;
-    }
+    std::optional<int> handOffToRunningInstance(const QStringList&) override { return {}; }
     void receiveLaterLaunches(std::function<void(const QStringList&)> deliver) override {
         laterLaunch = deliver;
     }

@@ -4,11 +4,6 @@
 // and one start of the application.
 #include "app/AppDelegate.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QScopeGuard>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
@@ -19,13 +14,10 @@ class TestHome {
 public:
     TestHome() {
         QVERIFY2(m_dir.isValid(), "no temporary folder");
-        m_path = QDir(m_dir.path()).canonicalPath();
+        QDir().mkdir(m_path + "/run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("HOME", m_path.toUtf8());
         qputenv("XDG_CONFIG_HOME", (m_path + "/config").toUtf8());
         qputenv("XDG_DATA_HOME", (m_path + "/data").toUtf8());
-        QDir().mkpath(m_path + "/run");
-        QFile::setPermissions(m_path + "/run", QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ExeOwner);
         qputenv("XDG_RUNTIME_DIR", (m_path + "/run").toUtf8());
     }
     QString path() const { return m_path; }
@@ -33,7 +25,7 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QString m_path;
+    QString m_path = QDir(m_dir.path()).canonicalPath();
 };
 
 inline QByteArray readFile(const QString& path) {
@@ -43,9 +35,9 @@ inline QByteArray readFile(const QString& path) {
 
 inline bool writeFile(const QString& path, const QByteArray& bytes,
                       QFileDevice::Permissions added = {}) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+    return QDir().mkpath(QFileInfo(path).absolutePath()) &&
+           file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
            file.write(bytes) == bytes.size() && file.setPermissions(file.permissions() | added);
 }
 
@@ -61,10 +53,9 @@ inline QString storedSetting(const QString& path) {
 
 // The running instance's process id, from its lock file; 0 when none ran.
 inline pid_t instancePid() {
-    return pid_t(readFile(qEnvironmentVariable("XDG_RUNTIME_DIR") +
-                          "/org.brindlemark.Brindlemark.socket.lock")
-                     .split('\n')[0]
-                     .toLongLong());
+    const QString lock =
+        qEnvironmentVariable("XDG_RUNTIME_DIR") + "/org.brindlemark.Brindlemark.socket.lock";
+    return pid_t(readFile(lock).split('\n')[0].toLongLong());
 }
 
 // Ends the instance a test started, when the guard goes (also when the test fails early).

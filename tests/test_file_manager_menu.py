@@ -106,9 +106,8 @@ class FileManagerMenuTest(unittest.TestCase):
             p, f = self.load_extension(manager, name), fake_file(self.folder)
             # Nautilus 43 and later pass (folder) and (files); older ones, Nemo and Caja pass the window first; Thunar
             # has its own names for them.
-            menus = [p.get_background_items(f), p.get_background_items(None, f), p.get_file_items([f]), p.get_file_items(None, [f])]
-            if name == "Thunarx":
-                menus = [p.get_folder_menu_items(None, f), p.get_file_menu_items(None, [f])]
+            menus = ([p.get_folder_menu_items(None, f), p.get_file_menu_items(None, [f])] if name == "Thunarx" else
+                     [p.get_background_items(f), p.get_background_items(None, f), p.get_file_items([f]), p.get_file_items(None, [f])])
             self.assertEqual([[i.label for i in m + m[0].submenu] for m in menus], len(menus) * [MENU_LABELS], manager)
         [item.activate() for item in menus[0][0].submenu + menus[0][1:]]
         self.assertOpened(OPENED_BY_TEMPLATES + [("terminal", None, None)])

@@ -17,14 +17,14 @@ private slots:
         // "record|entries there": an entry "x/" is a folder, "x->y" a link to y. Under a umask of
         // 077 a new file's mode is 0600, the user's default for new files, shown when it differs:
         // a script is 0755 whatever the umask (Qt's permission bits read like the octal mode in
-        // hexadecimal).
+        // hexadecimal). The new file is empty and nothing else appears: one that was there would
+        // have been overwritten under its own name.
         const mode_t oldMask = ::umask(077);
         const auto restoreMask = qScopeGuard([&] { ::umask(oldMask); });
         expectEach(
             [](const QString& input) {
                 TestHome home;
-                const QStringList existing = input.section('|', 1).split(',', Qt::SkipEmptyParts);
-                for (const QString& entry : existing) {
+                for (const QString& entry : input.section('|', 1).split(',', Qt::SkipEmptyParts)) {
                     if (entry.endsWith('/'))
                         QDir().mkpath(home.file(entry));
                     else if (entry.contains("->"))
@@ -32,16 +32,14 @@ private slots:
                     else
                         writeFile(home.file(entry), "kept");
                 }
+                const auto all =
+                    QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot;
+                const qsizetype before = QDir(home.path()).entryList(all).size();
                 const FileCreation made =
                     createFileFromTemplate(json(input.section('|', 0, 0)), home.path());
-                bool intact = made.status == FileCreation::Created &&
-                              readFile(made.filePath).isEmpty() &&
-                              QDir(home.path())
-                                      .entryList(QDir::AllEntries | QDir::System | QDir::Hidden |
-                                                 QDir::NoDotAndDotDot)
-                                      .size() == existing.size() + 2; // the new file and "run"
-                for (const QString& entry : existing.filter(QRegularExpression("^[^/>]*$")))
-                    intact = intact && readFile(home.file(entry)) == "kept";
+                const bool intact = made.status == FileCreation::Created &&
+                                    readFile(made.filePath).isEmpty() &&
+                                    QDir(home.path()).entryList(all).size() == before + 1;
                 const QString mode =
                     QString::number(int(QFileInfo(made.filePath).permissions() & 0x777), 16);
                 return made.filePath.section('/', -1) + (mode == "600" ? "" : " mode " + mode) +
@@ -50,7 +48,6 @@ private slots:
             {{R"({"prefix":"a b","suffix":"txt"}|a b.txt,a b 1.txt,a b 3.txt)", "a b 2.txt"},
              {R"({"prefix":"a b","suffix":"txt"}|a b 1.txt)", "a b.txt"},
              {R"({"title":"Notes","prefix":"  ","suffix":"md"}|)", "Notes.md"},
-             {R"({"prefix":"base","suffix":"."}|base)", "base 1"},
              {R"({"prefix":"x","suffix":"..txt"}|x.txt)", "x 1.txt"},
              {R"({"prefix":"x","suffix":"...txt"}|)", "x..txt"},
              // A folder, a link to a file and a dangling link all take their names.
@@ -66,9 +63,9 @@ private slots:
     }
 
     void numberingFollowsTheFolder() {
-        // One burst's steps -> the files it made. "+" makes a file, "-x" removes x, "=x" makes x,
-        // "x>y" renames x to y, "@" puts a new empty folder in the old one's place. Between the
-        // burst's files the folder changes behind its back: the first free name all the same.
+        // One burst's steps -> the files it made: "+" makes a file, any other step is a shell
+        // command run in the folder, which changes it behind the burst's back between its files.
+        // The first free name all the same.
         expectEach(
             [](const QString& steps) -> QString {
                 TestHome home;
@@ -77,29 +74,22 @@ private slots:
                 QStringList made;
                 bool done = QDir().mkpath(folder);
                 for (const QString& step : steps.split(';')) {
-                    const QString name = folder + '/' + step.mid(1);
                     if (step == "+")
                         made << createFileFromTemplate(Template{{"prefix", "p"}, {"suffix", "txt"}},
                                                        folder, &burst)
                                     .filePath.section('/', -1);
-                    else if (step == "@")
-                        done = done && QDir().rename(folder, home.file("old")) &&
-                               QDir().mkpath(folder);
-                    else if (step.startsWith('-'))
-                        done = done && QFile::remove(name);
-                    else if (step.startsWith('='))
-                        done = done && writeFile(name, "");
                     else
-                        done = done && QFile::rename(folder + '/' + step.section('>', 0, 0),
-                                                     folder + '/' + step.section('>', 1));
+                        done = done &&
+                               QProcess::execute("sh", {"-c", "cd \"$0\" && " + step, folder}) == 0;
                 }
                 return made.join(',') + (done ? "" : " (a step failed)");
             },
-            {{"+;+;-p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
-             {"+;+;+;-p 1.txt;+", "p.txt,p 1.txt,p 2.txt,p 1.txt"},
-             {"+;=p 1.txt;=p 2.txt;+", "p.txt,p 3.txt"},
-             {"+;+;p 1.txt>q;+;q>p 3.txt;+;+", "p.txt,p 1.txt,p 1.txt,p 2.txt,p 4.txt"},
-             {"+;+;@;+", "p.txt,p 1.txt,p.txt"}});
+            {{"+;+;rm p.txt;+;+", "p.txt,p 1.txt,p.txt,p 2.txt"},
+             {"+;+;+;rm 'p 1.txt';+", "p.txt,p 1.txt,p 2.txt,p 1.txt"},
+             {"+;touch 'p 1.txt';touch 'p 2.txt';+", "p.txt,p 3.txt"},
+             {"+;+;mv 'p 1.txt' q;+;mv q 'p 3.txt';+;+", "p.txt,p 1.txt,p 1.txt,p 2.txt,p 4.txt"},
+             // A new, empty folder in the old one's place.
+             {"+;+;mv ../f ../old && mkdir ../f;+", "p.txt,p 1.txt,p.txt"}});
     }
 
     void pendingShows() {
@@ -119,26 +109,19 @@ private slots:
     }
 
     void failures() {
+        // Not a folder, or a folder where the file cannot be made: nothing is made anywhere.
         TestHome home;
-        QDir().mkpath(home.file("folder"));
-        writeFile(home.file("file"), "x");
-        // "folder|prefix" gives the status: 1 not a folder, 2 could not create.
-        expectEach(
-            [&](const QString& input) {
-                QString folder =
-                    input.section('|', 0, 0).replace("~", home.path()).replace("\\0", QChar(0));
-                return QString::number(
-                    createFileFromTemplate(Template{{"prefix", input.section('|', 1)}}, folder)
-                        .status);
-            },
-            {{"~/missing|x", "1"},
-             {"~/file|x", "1"},
-             {"|x", "1"},
-             {"relative/folder|x", "1"},
-             {"/tmp\\0/x|x", "1"},
-             {"/proc|x", "2"},
-             {"~/folder|../escaped", "2"}});
-        QCOMPARE(entries(home.file("folder")), QStringList());
+        writeFile(home.file("folder/file"), "x");
+        const auto status = [&](QString folder, const QString& prefix) {
+            folder.replace("~", home.path()).replace("\\0", QChar(0));
+            return createFileFromTemplate(Template{{"prefix", prefix}}, folder).status;
+        };
+        for (const QString folder :
+             {"~/missing", "~/folder/file", "", "relative/folder", "/tmp\\0/x"})
+            QVERIFY2(status(folder, "x") == FileCreation::NotAFolder, qPrintable(folder));
+        QCOMPARE(status("/proc", "x"), FileCreation::CouldNotCreate);
+        QCOMPARE(status("~/folder", "../escaped"), FileCreation::CouldNotCreate);
+        QCOMPARE(entries(home.file("folder")), QStringList{"file"});
         QVERIFY(!QFile::exists(home.file("escaped")));
     }
 };

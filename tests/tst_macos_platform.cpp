@@ -1,26 +1,16 @@
 // The macOS platform, run here with stand-ins for open, osascript, pluginkit and killall in a
-// temporary home: its preferences domains and places, the command line of every operation, the
-// Finder's front folder, the settings fallback, and the URLs the system hands the application.
+// temporary home: its preferences domains and template files, the command line of every
+// operation, the Finder's front folder, the settings fallback, and the URLs the system hands the
+// application.
 #include "TestSupport.h"
 
 #include "platform/macos/MacPlatform.h"
 
 #include <QApplication>
 #include <QDesktopServices>
-#include <QElapsedTimer>
 #include <QFileOpenEvent>
-#include <QSettings>
 
 using namespace brindlemark;
-
-namespace {
-
-// Qt's native settings name the domain "org.brindlemark.Brindlemark" after these two.
-QSettings domain(const QString& application) {
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org", application);
-}
-
-} // namespace
 
 class MacPlatformTest : public QObject {
     Q_OBJECT
@@ -34,15 +24,20 @@ class MacPlatformTest : public QObject {
         return m_linkOpens;
     };
 
+    // The stored text in a preferences domain: Qt's native settings name the domain
+    // "org.brindlemark.Brindlemark" after these two.
+    static QString stored(const QString& application) {
+        const QSettings domain(QSettings::NativeFormat, QSettings::UserScope, "brindlemark.org",
+                               application);
+        return domain.value("TemplatesJSON").toString();
+    }
     // Every tool's runs, one line each: its name and its arguments in brackets.
     QStringList toolRuns() {
-        return QString::fromUtf8(readFile(m_home.file("tools.log")))
-            .split('\n', Qt::SkipEmptyParts);
+        return QString(readFile(m_home.file("tools.log"))).split('\n', Qt::SkipEmptyParts);
     }
     void useTool(const QString& name, const QByteArray& then = "") {
-        writeScript(m_bin + '/' + name, "line=${0##*/}; for a; do line=\"$line [$a]\"; done; echo "
-                                        "\"$line\" >> \"$HOME/tools.log\"\n" +
-                                            then);
+        const QByteArray log = R"(line=${0##*/}; for a; do line="$line [$a]"; done; echo "$line")";
+        writeScript(m_bin + '/' + name, log + " >>\"$HOME/tools.log\"\n" + then);
     }
     // osascript also keeps its arguments whole, the script's line breaks included.
     void useOsascript(const QByteArray& body) {
@@ -51,111 +46,74 @@ class MacPlatformTest : public QObject {
     }
 
 private slots:
-    void init() {
-        QFile::remove(m_home.file("tools.log"));
-        for (const char* name : {"open", "pluginkit", "killall"})
-            useTool(name);
-        useOsascript("exit 1");
-        domain("Brindlemark").clear();
-        domain("Brindlemark.BrindlemarkFinderSync").clear();
-    }
-
-    void settingsAndPlaces() {
-        // Each domain is named after its bundle identifier ("org.x.Y.Z": "x.org", "Y.Z").
-        MacPlatform platform(m_bin, m_openLink);
-        platform.setUserDefaultsValue("TemplatesJSON", "[1]");
-        platform.setExtensionPreferenceValue("TemplatesJSON", "[2]");
-        QCOMPARE(domain("Brindlemark").value("TemplatesJSON").toString(), "[1]");
-        QCOMPARE(domain("Brindlemark.BrindlemarkFinderSync").value("TemplatesJSON").toString(),
-                 "[2]");
-        QCOMPARE(platform.userDefaultsValue("TemplatesJSON").toString(), "[1]");
-
-        // The two sandbox containers' data, where the extension and the application read, first.
-        const QString home = m_home.path(), support = "/Library/Application Support/Brindlemark",
-                      containers = home + "/Library/Containers/org.brindlemark.Brindlemark";
-        QCOMPARE(
-            platform.templateConfigFilePaths(),
-            QStringList({containers + ".BrindlemarkFinderSync/Data" + support + "/Templates.json",
-                         containers + "/Data" + support + "/Templates.json",
-                         home + support + "/Templates.json"}));
-        QCOMPARE(platform.templateBackupFolder(), home + support);
-        QCOMPARE(platform.desktopFolder(), home + "/Desktop");
-        QVERIFY(!platform.handOffToRunningInstance({"brindlemark://create?path=/tmp"}));
-    }
-
     void frontFolder() {
-        // What osascript does (nothing: it is missing), and the folder it gives ("-": none).
+        // What osascript does, and the folder it gives ("-": none); then osascript missing.
         MacPlatform platform(m_bin, m_openLink);
         expectEach(
             [&](const QString& osascript) {
-                if (osascript.isEmpty())
-                    QFile::remove(m_bin + "/osascript");
-                else
-                    useOsascript(osascript.toUtf8());
+                useOsascript(osascript.toUtf8());
                 return platform.frontFileManagerFolder().value_or("-");
             },
             {{"echo 'a warning' >&2; printf '/Users/me/a b \\303\\274/\\n'", "/Users/me/a b ü"},
              {"printf '/\\n'", "/"},
              {"printf '/Volumes/x /\\n'", "/Volumes/x "},
              {"true", "-"},
-             {"printf '/tmp/\\n'; exit 1", "-"}, // the Finder refused, or the user did
-             {"", "-"}});
+             {"printf '/tmp/\\n'; exit 1", "-"}}); // the Finder refused, or the user did
         // The script is one argument after "-e", its line breaks kept, none after its end.
-        const QList<QByteArray> arguments = readFile(m_home.file("osascript.args")).split('\0');
-        QCOMPARE(arguments.size(), 3); // two, each ended by a NUL
-        QCOMPARE(arguments[0], "-e");
-        QVERIFY2(arguments[1].startsWith("tell application \"Finder\"\n") &&
-                     arguments[1].endsWith("\nend tell"),
-                 arguments[1]);
+        const QByteArray arguments = readFile(m_home.file("osascript.args"));
+        QVERIFY2(arguments.startsWith(QByteArray("-e\0tell application \"Finder\"\n", 29)) &&
+                     arguments.endsWith(QByteArray("\nend tell\0", 10)) &&
+                     arguments.count('\0') == 2,
+                 arguments);
+        QVERIFY(QFile::remove(m_bin + "/osascript") && !platform.frontFileManagerFolder());
     }
 
-    void openSettings() {
-        // The extensions pane; when the system cannot open that link, System Settings itself.
-        for (const bool linkOpens : {true, false}) {
-            QFile::remove(m_home.file("tools.log"));
-            m_linkOpens = linkOpens;
-            m_openedLinks.clear();
-            MacPlatform(m_bin, m_openLink).openSettings();
-            QCOMPARE(
-                m_openedLinks,
-                QStringList{"x-apple.systempreferences:com.apple.LoginItems-Settings.extension"});
-            QCOMPARE(toolRuns(),
-                     linkOpens ? QStringList()
-                               : QStringList{"open [/System/Applications/System Settings.app]"});
-        }
-    }
-
-    // The controller on this platform: its template files after a start (the two preferences
-    // domains are the platform's own, above), then every tool it runs.
+    // The controller on this platform: the built-ins stored at its start, in the preferences
+    // domains named after the bundle identifiers ("org.x.Y.Z": "x.org", "Y.Z") and in the three
+    // files, then every tool it runs. The system keeps one instance: nothing is handed on.
     void controller() {
         const QString folder = m_home.file("a b");
         QDir().mkpath(folder);
+        for (const char* name : {"open", "pluginkit", "killall"})
+            useTool(name);
         useOsascript("printf '%s/\\n' \"$HOME/a b\"");
         MacPlatform platform(m_bin, m_openLink);
+        QVERIFY(!platform.handOffToRunningInstance({"brindlemark://create?path=/tmp"}));
         const auto app = start(platform, true);
+        platform.setExtensionPreferenceValue("TemplatesJSON", "[2]");
+        QCOMPARE(stored("Brindlemark") + ' ' + stored("Brindlemark.BrindlemarkFinderSync") + ' ' +
+                     platform.userDefaultsValue("TemplatesJSON").toString(),
+                 builtInTemplatesJSON + QString(" [2] ") + builtInTemplatesJSON);
+        QByteArray files;
         for (const QString& file : platform.templateConfigFilePaths())
-            QCOMPARE(readFile(file), builtInTemplatesJSON);
-
+            files += readFile(file);
+        QCOMPARE(files, QByteArray(builtInTemplatesJSON).repeated(3));
         app->enableExtension();
         QTRY_VERIFY(!app->isEnablingExtension());
         app->openTerminalInFinderFolder();
+        // The extensions pane; when the system cannot open that link, System Settings itself.
+        app->openSettings();
+        m_linkOpens = false;
+        app->openSettings();
+        QCOMPARE(
+            m_openedLinks,
+            QStringList(2, "x-apple.systempreferences:com.apple.LoginItems-Settings.extension"));
         // The new file is shown in the Finder without waiting for open, which takes its time.
         useTool("open", "[ \"$1\" != -R ] || { exec >/dev/null 2>&1; sleep 5; }");
-        QElapsedTimer clock;
-        clock.start();
+        const QDeadlineTimer soon(2500);
         app->createInFinderFolder();
-        QVERIFY(clock.elapsed() < 2500);
+        QVERIFY(!soon.hasExpired());
         const QString list = "pluginkit [-mAD] [-p] [com.apple.FinderSync]",
                       add = "pluginkit [-a] [" +
-                            QDir::cleanPath(QCoreApplication::applicationDirPath() +
-                                            "/../PlugIns/BrindlemarkFinderSync.appex") +
-                            "]";
+                            QDir::cleanPath(qApp->applicationDirPath() + "/..") +
+                            "/PlugIns/BrindlemarkFinderSync.appex]";
         QTRY_COMPARE(
             toolRuns(),
             QStringList(
                 {list, add, list, add, list,
                  "pluginkit [-e] [use] [-i] [org.brindlemark.Brindlemark.BrindlemarkFinderSync]",
                  "killall [Finder]", list, "open [-a] [Terminal] [" + folder + "]",
+                 "open [/System/Applications/System Settings.app]",
                  "open [-R] [" + folder + "/New Text File.txt]"}));
     }
 

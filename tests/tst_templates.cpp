@@ -7,8 +7,6 @@
 #include "templates/TemplateStore.h"
 #include "templates/TemplateSync.h"
 
-#include <QJsonArray>
-
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -16,32 +14,24 @@ using namespace brindlemark;
 
 namespace {
 
-QString ids(const TemplateList& templates) {
-    QStringList list;
-    for (const Template& t : templates)
-        list << t.value("id").toString();
-    return list.join(',');
-}
-
-const QString builtIns = "text,markdown,json,shell,python,ruby";
-
-// Rows as "id:title:prefix" separated by commas; the other members are left out.
+// Rows as "id:title:prefix," one after another; the other members are the same in every row.
 TemplateList rows(const QString& written) {
     TemplateList list;
     for (const QString& row : written.split(',', Qt::SkipEmptyParts)) {
-        const QStringList members = row.split(':');
-        list << Template{{"id", members[0]}, {"title", members[1]}, {"prefix", members[2]},
-                         {"suffix", "txt"},  {"enabled", true},     {"executable", false}};
+        const QStringList m = row.split(':');
+        list << Template{{"id", m[0]},      {"title", m[1]},   {"prefix", m[2]},
+                         {"suffix", "txt"}, {"enabled", true}, {"executable", false}};
     }
     return list;
 }
 
-QString rowsText(const TemplateList& list) {
-    QStringList out;
+// The rows back in that form, with the members named.
+QString text(const TemplateList& list, const QStringList& keys = {"id", "title", "prefix"}) {
+    QString out;
     for (const Template& row : list)
-        out << row.value("id").toString() + ':' + row.value("title").toString() + ':' +
-                   row.value("prefix").toString();
-    return out.join(',');
+        for (const QString& key : keys)
+            out += row.value(key).toVariant().toString() + (key == keys.last() ? ',' : ':');
+    return out;
 }
 
 } // namespace
@@ -51,284 +41,210 @@ class TemplatesTest : public QObject {
 
 private slots:
     void boolFromValue() {
-        // The value as JSON text -> the result with the default false, then with the default true.
-        expectEach(
-            [](const QString& json) {
-                const QJsonValue value =
-                    QJsonDocument::fromJson(("[" + json + "]").toUtf8()).array().first();
-                return QString("%1%2")
-                    .arg(brindlemark::boolFromValue(value, false))
-                    .arg(brindlemark::boolFromValue(value, true));
-            },
-            {{"2", "11"},           {"-1", "11"},
-             {"0.5", "11"},         {"true", "11"},
-             {R"("  YES ")", "11"}, {R"("On")", "11"},
-             {R"("1")", "11"},      {R"("\u00a0true\u2028")", "11"},
-             {"0", "00"},           {"false", "00"},
-             {R"("oFF")", "00"},    {R"(" no ")", "00"},
-             {R"("FALSE")", "00"},  {R"("0")", "00"},
-             {R"("2")", "01"},      {R"("")", "01"},
-             {R"("tru")", "01"},    {"null", "01"},
-             {"[true]", "01"},      {R"({"a":1})", "01"}});
+        // JSON values that read as true, as false, and as neither: then the default decides.
+        const QStringList yes{
+            "-1", "0.5", "true", R"("  YES ")", R"("On")", R"("1")", R"("\u00a0true\u2028")"},
+            no{"0", "false", R"("oFF")", R"(" no ")", R"("FALSE")", R"("0")"};
+        for (const QString& json :
+             yes + no +
+                 QStringList{R"("2")", R"("")", R"("tru")", "null", "[true]", R"({"a":1})"}) {
+            const QJsonValue v = QJsonDocument::fromJson(("[" + json + "]").toUtf8()).array()[0];
+            QVERIFY2(brindlemark::boolFromValue(v, false) == yes.contains(json) &&
+                         brindlemark::boolFromValue(v, true) == !no.contains(json),
+                     qPrintable(json));
+        }
     }
 
     void normalizedTemplate() {
+        // Six members, the flags as booleans; a generated id shows as "*".
         expectEach(
             [](const QString& input) {
-                const Template in = json(input), before = in;
-                const Template out = brindlemark::normalizedTemplate(in);
-                const bool canonical = in == before && out.size() == 6 &&
-                                       out.value("enabled").isBool() &&
-                                       out.value("executable").isBool();
+                const Template out = brindlemark::normalizedTemplate(json(input));
+                const bool canonical =
+                    out.size() == 6 && out["enabled"].isBool() && out["executable"].isBool();
                 return describe(out) + (canonical ? "" : " (not canonical)");
             },
-            {{R"({"title":"  Text File  "})", "*|Text File|Text File||0|0"},
-             {"{}", "*|New File|New File||0|0"},
-             {R"({"id":" \u2029 ","title":"x"})", "*|x|x||0|0"},
-             {R"({"id":7.0,"title":-0.25,"prefix":true,"suffix":{"a":[false,1]}})",
-              "7|-0.25|1|{\"a\":[false,1]}|0|0"},
-             {R"({"id":"a","suffix":" .txt"})", "a|New File|New File|txt|0|0"},
-             {R"({"id":"a","suffix":"."})", "a|New File|New File||0|0"},
-             {R"({"id":"a","suffix":"..md"})", "a|New File|New File|.md|0|0"},
-             {R"({"id":"a","suffix":". py"})", "a|New File|New File| py|0|0"},
-             {R"({"id":"a","enabled":"YeS","executable":"On"})", "a|New File|New File||1|1"},
-             {R"({"id":"a","enabled":"2","executable":1})", "a|New File|New File||0|1"},
-             {R"({"id":" Id\u00a0\u0085","prefix":"\u2028\u3000 p\u202f\t","title":"\u00a0a\u2028b ","colour":1})",
+            {{R"({"title":"  Text File  ","suffix":" .txt"})", "*|Text File|Text File|txt|0|0"},
+             {R"({"id":" \u2029 ","prefix":false,"suffix":"..md","x":1})", "*|New File|0|.md|0|0"},
+             {R"({"id":7.0,"title":{"a":[1]},"prefix":true,"suffix":"."})", "7|{\"a\":[1]}|1||0|0"},
+             {R"({"title":"T","suffix":". py","enabled":"YeS","executable":1})", "*|T|T| py|1|1"},
+             {R"({"id":" Id\u00a0\u0085","prefix":"\u2028\u3000 p\u202f\t","title":"\u00a0a\u2028b "})",
               "Id|a\u2028b|p||0|0"},
-             {R"({"id":"\u200bx\u001f","prefix":false})", "\u200bx\u001f|New File|0||0|0"},
-             {R"({"id":"a","title":null,"prefix":["p"]})", "a|New File|[\"p\"]||0|0"}});
+             {R"({"id":"\u200b\u001f","title":-0.25,"prefix":[1]})",
+              "\u200b\u001f|-0.25|[1]||0|0"}});
         QVERIFY(brindlemark::normalizedTemplate({}).value("id") !=
                 brindlemark::normalizedTemplate({}).value("id"));
     }
 
     void loadedTemplates() {
+        // An empty list gives the built-ins; elements that are no objects are left out, and then
+        // the text counts as unreadable. Qt's reader alone takes a raw tab in a string: the text
+        // must be strict JSON.
         expectEach(
             [](const QString& stored) {
-                const LoadedTemplates loaded =
-                    brindlemark::loadedTemplates(stored == "<none>" ? QString() : stored);
-                return ids(loaded.templates) + (loaded.storedTextUnreadable ? " (unreadable)" : "");
+                const LoadedTemplates loaded = brindlemark::loadedTemplates(stored);
+                const QString ids = text(loaded.templates, {"id"});
+                return (ids == "text,markdown,json,shell,python,ruby," ? "built-ins" : ids) +
+                       (loaded.storedTextUnreadable ? "?" : "");
             },
-            {{"<none>", builtIns},
-             {"[]", builtIns},
-             {"[{\"id\":", builtIns + " (unreadable)"},
-             {"[] x", builtIns + " (unreadable)"},
-             {R"({"id":"mine"})", builtIns + " (unreadable)"},
-             {R"("mine")", builtIns + " (unreadable)"},
-             {R"([{"id":"b"},{"id":"a"},{"id":"b"}])", "b,a,b"},
-             {R"([1,{"id":"a"},"x",null])", "a (unreadable)"},
-             {"[1,2]", builtIns + " (unreadable)"},
-             {"[{\"id\":\"a\tb\"}]", builtIns + " (unreadable)"},
-             {"[{\"id\":\"a\",\"n\":1.}]", builtIns + " (unreadable)"},
-             {"[{\"id\":\"\\u0061\\ud83d\\ude00\"}]", "a😀"}});
+            {{"[]", "built-ins"},
+             {R"({"id":"a"})", "built-ins?"},
+             {"[1,2]", "built-ins?"},
+             {"[{\"id\":\"a\tb\"}]", "built-ins?"},
+             {R"([{"id":"b"},{"id":"a"},{"id":"b"}])", "b,a,b,"},
+             {R"([1,{"id":"\u0061\ud83d\ude00"},null])", "a😀,?"}});
         QCOMPARE(templatesJSONText({}), QString("[]"));
     }
 
     void strictJson() {
-        // Bytes written as Latin-1, so that broken UTF-8 can be written too.
-        QList<std::pair<QString, QString>> cases{
-            {QString(512, '[') + QString(512, ']'), "strict"},
-            {QString("[{\"a\":").repeated(256) + "1" + QString("}]").repeated(256), "strict"},
-            {QString(513, '[') + QString(513, ']'), "broken"},
-            {QString::fromLatin1("[]\0", 3), "broken"}};
-        for (const char* good :
-             {"[]", " \t\n\r{ } \r\n", "[0,-0,1.5,-0.25e+10,2E-3,1e5,10]",
+        // Beyond what nlohmann::json reads: at most 512 levels of nesting, no NUL byte, no
+        // byte-order mark; lone surrogates and numbers of any size taken, and what their
+        // rewriting must not let through. Then what Qt's reader alone lets through, and UTF-8.
+        QByteArrayList strict{QByteArray(512, '[') + QByteArray(512, ']'),
+                              QByteArray("[{\"a\":").repeated(256) + "1" +
+                                  QByteArray("}]").repeated(256)},
+            broken{QByteArray(513, '[') + QByteArray(513, ']'), QByteArray("[]\0", 3)};
+        for (const char* json :
+             {" \t\n\r{ } \r\n", "\"top\"", "[0,-0,1.5,-0.25e+10,2E-3,1e5,10]",
               "[1e400,-1E+999,0.5e999,-1e-400,123456789012345678901234567890]",
-              "{\"a\":{\"b\":[true,false,null,{}]},\"\":\"\"}",
-              "[\"\\\"\\\\\\/"
-              "\\b\\f\\n\\r\\t\\u00e9\\ud83d\\ude00\\uDBFF\\uDFFF\\udc00\\ud800\\u0041\\ud800\"]",
-              "\"top\"", "1", "null",
+              "[\"\\udc00\\ud800\\u0041\\ud800\"]",
+              "[\"\\ud83d\\ude00\\uDBFF\\uDFFF\\ud800\\ue000\"]",
+              "{\"a\":[true,false,null,{}],\"\":\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00e9\",\"a\":1}",
               "[\"\xDF\xBF\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF"
-              "\xBF\x7F\"]",
-              "{ \"a\" : 1 , \"b\" : [ ] , \"a\" : 2 }", "[\"\\ud800\\ue000\"]"})
-            cases.append({QString::fromLatin1(good), "strict"});
-        // In groups of fewer than 20 (clang-format packs those): ends and control characters,
-        // numbers and escapes, structure, white space and UTF-8, what nlohmann::json alone reads.
-        const std::initializer_list<const char*> broken[]{
-            {"", " ", "[", "[\"abc", "[\"a\\", "[\"a\tb\"]", "[\"\x01\"]", "[\"\x1f\"]"},
-            {"[1.]", "[.5]", "[01]", "[-01]", "[+1]", "[1e]", "[1e+]", "[-]", "[1.e5]", "[0x1]",
-             "[NaN]", "[\"\\a\"]", "[\"\\u00e\"]", "[\"\\u00G0\"]", "[\"\\u00e", "[\"\\U0041\"]",
-             "[\"\\'\"]"},
-            {"[TRUE]", "[nul]", "[truex]", "[] x", "[][]", "1 2", "[1,]", "[,1]", "{\"a\":1,}",
-             "{\"a\"}", "{a:1}", "{\"a\" 1}", "{\"a\":}", "{1:2}", "{:1}", "['a']", "[}", "{]",
-             "[1}"},
-            {"\f[]", "\xEF\xBB\xBF[]", "[\v1]", "[\xA0\x31]", "[\xC3\xBC]", "[\"\xC0\xAF\"]",
-             "[\"\xE0\x80\xAF\"]", "[\"\xED\xA0\x80\"]", "[\"\xF4\x90\x80\x80\"]",
-             "[\"\xF5\x80\x80\x80\"]", "[\"\xFF\"]", "[\"\x80\"]", "[\"\xC3\"]",
-             "[\"\xE2\x82\xC0\"]", "[\"\xF0\x9F\x98\"]"},
-            {"[\\ud800]", "[\"\\ud800\\u00G0\"]", "[1e400.5]", "[-1e400e1]", "[--1e400]",
-             "[1e-400e-4]"}};
-        for (const auto& group : broken)
-            for (const char* bad : group)
-                cases.append({QString::fromLatin1(bad), "broken"});
-        expectEach(
-            [](const QString& text) {
-                return isStrictJson(text.toLatin1().toStdString()) ? "strict" : "broken";
-            },
-            cases);
+              "\xBF\x7F\"]"})
+            strict << json;
+        for (const char* json :
+             {"\xEF\xBB\xBF[]", "\f[]", "[\\ud800]", "[\"\\ud800\\u00G0\"]", "[\"\\u00e\"]",
+              "[\"\\u00e", "[\"a\\", "[1e400.5]", "[-1e400e1]", "[--1e400]", "[1e-400e-4]",
+              "[\"a\tb\"]", "[\"\x01\"]", "[\"\\a\"]", "[1.]", "[.5]", "", "[\"\xC0\xAF\"]",
+              "[\"\xED\xA0\x80\"]"})
+            broken << json;
+        for (const QByteArray& json : strict + broken)
+            QVERIFY2(isStrictJson(json.toStdString()) == strict.contains(json),
+                     json.left(40).toPercentEncoding());
     }
 
     void queries() {
-        const TemplateList mine{
-            json(R"({"id":"json","title":"My JSON","enabled":true,"suffix":".j"})"),
-            json(R"({"id":"dup","title":"first"})"),
-            json(R"({"id":"dup","title":"second","enabled":"on"})"),
-            json(R"({"id":"U1","title":"Mine"})")};
-        expectEach(
-            [&](const QString& identifier) {
-                const Template found =
-                    templateWithIdentifier(mine, identifier == "<null>" ? QString() : identifier);
-                return found.value("id").toString() + "|" + found.value("title").toString() + "|" +
-                       found.value("suffix").toString();
-            },
-            {{"json", "json|My JSON|j"},
-             {"dup", "dup|first|"},
-             {"markdown", "markdown|Markdown Document|md"},
-             {"u1", "text|Text File|txt"},
-             {" U1", "text|Text File|txt"},
-             {"<null>", "text|Text File|txt"}});
-        const TemplateList enabled = enabledTemplates(mine);
-        QCOMPARE(ids(enabled) + enabled[0].value("suffix").toString() +
-                     enabled[1].value("title").toString(),
-                 QString("json,dupjsecond"));
+        // Found by the exact id (the first of two), normalised; else a built-in of that id; else
+        // the first built-in, also for a null id. Enabled: normalised copies, in order.
+        const TemplateList mine{json(R"({"id":"a","title":"A","enabled":true,"suffix":".j"})"),
+                                json(R"({"id":"a","title":"B","enabled":"on"})")};
+        QString found;
+        for (const QString& id :
+             {QString("a"), QString("json"), QString("A"), QString(" a"), QString()})
+            found += text({templateWithIdentifier(mine, id)}, {"id", "title", "suffix"});
+        QCOMPARE(found + text(enabledTemplates(mine), {"id", "title", "suffix"}),
+                 "a:A:j,json:JSON File:json,text:Text File:txt,text:Text File:txt,"
+                 "text:Text File:txt,a:A:j,a:B:,");
     }
 
     void mergedTemplates() {
-        // "ours | theirs", both made from the same base: this instance's change on top of theirs.
-        const TemplateList base = rows("a:A:p,b:B:p,c:C:p");
+        // "base|ours|theirs", ours and theirs both made from the base: this instance's change
+        // on top of theirs. Different rows, different members of one row, the same cell (ours,
+        // the later edit), removed there and edited here, removed here and edited there, added
+        // on both sides, all removed here, an emptied title (stored as the fallback title: no
+        // change), rows sharing an id (told apart by their order).
         expectEach(
-            [&](const QString& sides) {
-                const QStringList both = sides.split('|');
-                return rowsText(brindlemark::mergedTemplates(base, rows(both[0]), rows(both[1])));
+            [](const QString& sides) {
+                const QStringList s = sides.split('|');
+                return text(brindlemark::mergedTemplates(rows(s[0]), rows(s[1]), rows(s[2])));
             },
-            {{"a:A:p,b:B:p,c:C:p|a:A:p,b:B:p,c:C:p", "a:A:p,b:B:p,c:C:p"},
-             {"a:X:p,b:B:p,c:C:p|a:A:p,b:Y:p,c:C:p", "a:X:p,b:Y:p,c:C:p"}, // different rows
-             {"a:X:p,b:B:p,c:C:p|a:A:q,b:B:p,c:C:p",
-              "a:X:q,b:B:p,c:C:p"}, // different members of one row
-             {"a:A:p,b:O:p,c:C:p|a:A:p,b:T:p,c:C:p",
-              "a:A:p,b:O:p,c:C:p"}, // the same cell: the later edit, ours
-             {"a:A:p,b:O:p,c:C:p|a:A:p,c:C:p", "a:A:p,c:C:p"}, // removed there, edited here
-             {"a:A:p,c:C:p|a:A:p,b:T:p,c:C:p", "a:A:p,c:C:p"}, // removed here, edited there
-             {"a:A:p,b:B:p,c:C:p,d:D:p|a:A:p,b:B:p,c:C:p,e:E:p", "a:A:p,b:B:p,c:C:p,e:E:p,d:D:p"},
-             {"|a:A:p,b:B:p,c:C:p,e:E:p", "e:E:p"}}); // all removed here
-        // An emptied title is stored as the fallback title: no change either, theirs stays.
-        QCOMPARE(rowsText(brindlemark::mergedTemplates(rows("a:New File:p"), rows("a::p"),
-                                                       rows("a:T:p"))),
-                 QString("a:T:p"));
-        // Rows sharing an id are told apart by their order.
-        QCOMPARE(rowsText(brindlemark::mergedTemplates(rows("a:1:p,a:2:p"), rows("a:1:p,a:Z:p"),
-                                                       rows("a:Y:p,a:2:p"))),
-                 QString("a:Y:p,a:Z:p"));
+            {{"a:A:p,b:B:p|a:X:p,b:B:p|a:A:p,b:Y:p", "a:X:p,b:Y:p,"},
+             {"a:A:p|a:X:p|a:A:q", "a:X:q,"},
+             {"a:A:p|a:O:p|a:T:p", "a:O:p,"},
+             {"a:A:p,b:B:p|a:A:p,b:O:p|a:A:p", "a:A:p,"},
+             {"a:A:p,b:B:p|a:A:p|a:A:p,b:T:p", "a:A:p,"},
+             {"a:A:p|a:A:p,d:D:p|a:A:p,e:E:p", "a:A:p,e:E:p,d:D:p,"},
+             {"a:A:p,b:B:p||a:A:p,b:B:p,e:E:p", "e:E:p,"},
+             {"a:New File:p|a::p|a:T:p", "a:T:p,"},
+             {"a:1:p,a:2:p|a:1:p,a:Z:p|a:Y:p,a:2:p", "a:Y:p,a:Z:p,"}});
     }
 
     void chosenStoredText() {
-        // The copies as "state text@time" (R read, U unreadable, M missing), the user defaults
-        // first: which text is the stored list. L1..L3 are lists, B is broken.
-        const QMap<QString, QString> texts{
-            {"L1", R"([{"id":"1"}])"}, {"L2", R"([{"id":"2"}])"}, {"L3", "[]"}, {"B", "[{"}};
-        expectEach(
-            [&](const QString& copiesText) {
-                QList<StoredCopy> copies;
-                for (const QString& each : copiesText.split(',')) {
-                    const QStringList parts = each.trimmed().split(QRegularExpression("[ @]"));
-                    StoredCopy copy;
-                    copy.state = parts[0] == "R"   ? StoredCopy::State::Read
-                                 : parts[0] == "U" ? StoredCopy::State::Unreadable
-                                                   : StoredCopy::State::Missing;
-                    if (parts.size() == 3) {
-                        copy.text = texts[parts[1]];
-                        copy.modified = parts[2].toLongLong();
-                    }
-                    copies << copy;
-                }
-                const ChosenText chosen = brindlemark::chosenStoredText(copies);
-                return texts.key(chosen.text, chosen.text.isEmpty() ? "-" : "?") +
-                       (chosen.fromUserDefaults ? "" : " (file)");
-            },
-            {{"R L1@10, R L1@10, R L1@12, R L1@10", "L1"},
-             {"M, R L2@20, R L2@20, R L2@20", "-"},   // nothing stored: the built-ins
-             {"U, R L1@20, R L2@30, M", "L2 (file)"}, // defaults unreadable: the newest list
-             {"U, U, R B@50, M", "- (file)"},
-             {"R L1@10, R L2@20, R L1@10, R L1@10", "L2 (file)"}, // a save that missed the defaults
-             {"R L2@20, R L1@10, R L1@10, R L1@10", "L2"},
-             {"R L1@10, R L3@20, M, M", "L3 (file)"},
-             {"R B@30, R L1@10, R L1@10, R L1@10", "B"}, // broken, and written last
-             {"R L1@10, R B@40, M, M", "L1"},            // a broken copy never counts
-             {"R L1@0, R L2@20, M, M", "L1"}});          // the defaults' time unknown
+        // The copies, the user defaults first (R read, U unreadable, M missing): which text is the
+        // stored list, and whether it is the defaults'. L1..L3 are lists, B is broken. In turn:
+        // the newer copy holds the same text; nothing stored (the built-ins); defaults unreadable
+        // (the newest list); nothing readable; a save that missed the defaults; older copies; an
+        // empty list; broken defaults written last; a broken copy never counts; the defaults'
+        // time unknown.
+        const QString L1 = R"([{"id":"1"}])", L2 = R"([{"id":"2"}])", L3 = "[]", B = "[{";
+        const StoredCopy U{StoredCopy::State::Unreadable, "", 0}, M{};
+        const auto R = [](const QString& text, qint64 time) {
+            return StoredCopy{StoredCopy::State::Read, text, time};
+        };
+        const struct {
+            QList<StoredCopy> copies;
+            QString text;
+            bool fromUserDefaults;
+        } cases[]{{{R(L1, 10), R(L1, 10), R(L1, 12), R(L1, 10)}, L1, true},
+                  {{M, R(L2, 20), R(L2, 20), R(L2, 20)}, "", true},
+                  {{U, R(L1, 20), R(L2, 30), M}, L2, false},
+                  {{U, U, R(B, 50), M}, "", false},
+                  {{R(L1, 10), R(L2, 20), R(L1, 10), R(L1, 10)}, L2, false},
+                  {{R(L2, 20), R(L1, 10), R(L1, 10), R(L1, 10)}, L2, true},
+                  {{R(L1, 10), R(L3, 20), M, M}, L3, false},
+                  {{R(B, 30), R(L1, 10), R(L1, 10), R(L1, 10)}, B, true},
+                  {{R(L1, 10), R(B, 40), M, M}, L1, true},
+                  {{R(L1, 0), R(L2, 20), M, M}, L1, true}};
+        for (const auto& c : cases) {
+            const ChosenText chosen = brindlemark::chosenStoredText(c.copies);
+            QCOMPARE(chosen.text + ' ' + QString::number(chosen.fromUserDefaults),
+                     c.text + ' ' + QString::number(c.fromUserDefaults));
+        }
     }
 
     void leftoversOfKilledWritesGo() {
+        // Only hidden files named after the target with six letters or digits, plain files, and
+        // not held locked by a write still at work.
         TestHome home;
-        const QString folder = home.file("config/Brindlemark"), target = folder + "/Templates.json";
-        const QStringList leftovers{".Templates.json.tmp-Ab3xZ9", ".Templates.json.tmp-000000"};
-        const QStringList kept{"Templates.json",
-                               "Templates.json.backup",
-                               ".Templates.json.tmp-abc",
-                               ".Templates.json.tmp-abcdefg",
-                               ".Other.json.tmp-Ab3xZ9",
-                               ".Templates.json.tmp-InUse1",
-                               ".Templates.json.tmp-Link12"};
-        for (const QString& name : leftovers + kept.mid(0, 6))
-            QVERIFY(writeFile(folder + '/' + name, "x"));
-        QVERIFY(QFile::link(home.file("elsewhere"), folder + "/.Templates.json.tmp-Link12"));
-        // A write still at work holds its temporary file locked.
-        QFile inUse(folder + "/.Templates.json.tmp-InUse1");
-        QVERIFY(inUse.open(QIODevice::ReadOnly) && ::flock(inUse.handle(), LOCK_EX) == 0);
-        QCOMPARE(removeLeftoverTemporaries(QFile::encodeName(target).toStdString()), 2);
+        const QString folder = home.file("config/");
+        const QStringList kept = QString("T.json T.json.backup .T.json.tmp-abc .T.json.tmp-abcdefg "
+                                         ".O.json.tmp-Ab3xZ9 .T.json.tmp-InUse1 .T.json.tmp-Link12")
+                                     .split(' ');
+        for (const QString& name :
+             kept.mid(0, 6) + QStringList{".T.json.tmp-Ab3xZ9", ".T.json.tmp-000000"})
+            QVERIFY(writeFile(folder + name, "x"));
+        QFile inUse(folder + ".T.json.tmp-InUse1");
+        QVERIFY(QFile::link(home.file("elsewhere"), folder + ".T.json.tmp-Link12") &&
+                inUse.open(QIODevice::ReadOnly) && ::flock(inUse.handle(), LOCK_EX) == 0);
+        QCOMPARE(removeLeftoverTemporaries((folder + "T.json").toStdString()), 2);
         const QStringList left = QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System);
         QCOMPARE(QSet<QString>(left.begin(), left.end()), QSet<QString>(kept.begin(), kept.end()));
     }
 
-    void writesEveryPlaceItCan() {
-        TestHome home;
-        QVERIFY(writeFile(home.file("blocker"), "I am a file"));
-        const QStringList paths{home.file("blocker/sub/Templates.json"),
-                                "/proc/brindlemark-no-such-place/Templates.json",
-                                home.file("a/b/c/Templates.json"), home.file("d/Templates.json")};
-        QCOMPARE(writeTemplatesJSONFiles("[]", paths), paths.mid(0, 2));
-        QCOMPARE(readFile(paths[2]) + readFile(paths[3]) + readFile(home.file("blocker")),
-                 QByteArray("[][]I am a file"));
-    }
-
-    void batchKeepsModesLinksAndTheMask() {
+    void batchWritesEveryPlaceItCanKeepingModesLinksAndTheMask() {
         // The files of a batch are written side by side: the creation mask must hold for every
-        // one of them (new folders too), a file keeps the mode the user gave it, and a link stays
-        // a link to the file that is replaced.
+        // one of them (new folders too), a file keeps the mode the user gave it, a link stays a
+        // link to the file that is replaced, and a place that fails stops no other. Each file
+        // is one byte, written by one write that returns 1.
         TestHome home;
-        QVERIFY(writeFile(home.file("kept/Templates.json"), "old"));
-        QVERIFY(QFile::setPermissions(home.file("kept/Templates.json"),
-                                      QFile::ReadOwner | QFile::WriteOwner));
-        QVERIFY(writeFile(home.file("real/Templates.json"), "old"));
-        QVERIFY(QDir().mkpath(home.file("linked")));
-        QVERIFY(QFile::link(home.file("real/Templates.json"), home.file("linked/Templates.json")));
-        const QStringList paths{
-            home.file("new1/a/Templates.json"), home.file("kept/Templates.json"),
-            home.file("linked/Templates.json"), home.file("new2/Templates.json"),
-            home.file("new3/b/Templates.json")};
+        QVERIFY(writeFile(home.file("blocker"), "I am a file") &&
+                writeFile(home.file("kept/Templates.json"), "old") &&
+                QFile::setPermissions(home.file("kept/Templates.json"),
+                                      QFile::ReadOwner | QFile::WriteOwner) &&
+                writeFile(home.file("real/Templates.json"), "old") &&
+                QDir().mkpath(home.file("linked")) &&
+                QFile::link(home.file("real/Templates.json"), home.file("linked/Templates.json")));
+        QStringList paths{home.file("blocker/sub/Templates.json"),
+                          "/proc/brindlemark-no-such-place/Templates.json"};
+        for (const char* path : {"new1/a", "kept", "linked", "new2", "new3/b"})
+            paths << home.file(path + QString("/Templates.json"));
         const mode_t previous = ::umask(027);
-        const QStringList failed = writeTemplatesJSONFiles("[]", paths);
+        const QStringList failed = writeTemplatesJSONFiles("1", paths);
         ::umask(previous);
-        QCOMPARE(failed, QStringList());
-        auto mode = [](const QString& path) {
-            struct stat info {};
-            return ::lstat(QFile::encodeName(path).constData(), &info) == 0
-                       ? QString::number(info.st_mode & 07777, 8)
-                       : QString("none");
-        };
-        expectEach(mode, {{paths[0], "640"},
-                          {home.file("new1"), "750"},
-                          {home.file("new1/a"), "750"},
-                          {paths[1], "600"},
-                          {paths[3], "640"},
-                          {paths[4], "640"},
-                          {home.file("new3/b"), "750"},
-                          {home.file("real/Templates.json"), "644"}});
-        QVERIFY(QFileInfo(paths[2]).isSymLink());
-        QCOMPARE(readFile(home.file("real/Templates.json")), QByteArray("[]"));
-        // A file of one byte is written by one write that returns 1.
-        QVERIFY(replaceFileAtomically(home.file("one").toStdString(), "1"));
-        QCOMPARE(readFile(home.file("one")), QByteArray("1"));
-        QCOMPARE(QDir(home.file("kept")).entryList(QDir::Files | QDir::Hidden),
-                 QStringList{"Templates.json"}); // no temporary left
+        QCOMPARE(failed, paths.mid(0, 2));
+        // The mode (Qt's permission bits read like the octal mode in hexadecimal) and the
+        // contents; a link's are its target's.
+        QStringList modes;
+        for (const QString& path :
+             paths.mid(2) + QStringList{home.file("blocker"), home.file("new1"),
+                                        home.file("new1/a"), home.file("new3/b")})
+            modes << QString::number(QFile::permissions(path).toInt() & 0x7077, 16) +
+                         readFile(path);
+        QCOMPARE(modes, QStringList({"60401", "60001", "60441", "60401", "60401", "6044I am a file",
+                                     "7050", "7050", "7050"}));
+        QVERIFY(QFileInfo(paths[4]).isSymLink());
+        QCOMPARE(entries(home.file("kept")), QStringList{"Templates.json"}); // no temporary left
     }
 
     void unreadableTextIsKeptWithoutOverwritingOlderBackups() {

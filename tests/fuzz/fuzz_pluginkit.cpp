@@ -6,9 +6,7 @@
 // takes, holding the registrations the tool lists, one line each.
 #include "platform/linux/PluginRegistry.h"
 
-#include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -24,26 +22,25 @@ QByteArray contents(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Control characters as the tool shows them.
-std::string escaped(const QString& text) {
-    std::string shown;
-    for (const char c : text.toStdString())
-        shown += static_cast<unsigned char>(c) < 0x20 || c == 0x7f
-                     ? QString::asprintf("\\x%02x", c).toStdString()
-                     : std::string(1, c);
-    return shown;
+bool put(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) &&
+           file.write(bytes) == bytes.size();
 }
 
-// The listing as Qt reads the registry.
+// The listing of the registry as Qt reads it, control characters shown as the tool shows them.
 std::string listingByQt(const QJsonArray& registrations) {
+    const auto shown = [](QString text) {
+        for (char c = 0; c < 0x20; ++c)
+            text.replace(QChar(c), QString::asprintf("\\x%02x", c));
+        return text.replace(QChar(0x7f), "\\x7f").toStdString();
+    };
     std::string listing;
-    for (const QJsonValue& value : registrations) {
-        const QJsonObject r = value.toObject();
-        if (!r.value("identifier").toString().isEmpty())
-            listing += (r.value("elected").toBool() ? "+    " : "-    ") +
-                       escaped(r.value("identifier").toString()) + "(" +
-                       escaped(r.value("version").toString()) + ")\n";
-    }
+    for (const QJsonValue& value : registrations)
+        if (const QJsonObject r = value.toObject(); !r["identifier"].toString().isEmpty())
+            listing += (r["elected"].toBool() ? "+    " : "-    ") +
+                       shown(r["identifier"].toString()) + "(" + shown(r["version"].toString()) +
+                       ")\n";
     return listing;
 }
 
@@ -52,25 +49,17 @@ std::string listingByQt(const QJsonArray& registrations) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static QTemporaryDir home;
     static const QString registry = home.path() + "/data/brindlemark/plugin-registry.json";
-    static const bool prepared = [] {
-        qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8());
-        // One real bundle, at a short path inputs can name, "b"; it has no install step to run.
-        QDir().mkpath(home.path() + "/data/brindlemark");
-        QDir().mkpath(home.path() + "/w/b");
-        QDir::setCurrent(home.path() + "/w");
-        QFile info(home.path() + "/w/b/Info.ini");
-        return info.open(QIODevice::WriteOnly) &&
-               info.write(
-                   "[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") > 0;
-    }();
+    // One real bundle, at a short path inputs can name, "b"; it has no install step to run.
+    static const bool prepared =
+        qputenv("XDG_DATA_HOME", (home.path() + "/data").toUtf8()) &&
+        put(home.path() + "/w/b/Info.ini",
+            "[Extension]\nIdentifier=x.y\nProtocol=com.apple.FinderSync\nVersion=1\n") &&
+        QDir().mkpath(home.path() + "/data/brindlemark") && QDir::setCurrent(home.path() + "/w");
     QByteArray input(reinterpret_cast<const char*>(data), qsizetype(size));
-    if (const qsizetype end = input.indexOf('\0'); end >= 0) {
-        QFile file(registry);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-            file.write(input.left(end)) != end)
-            return 0;
-        input.remove(0, end + 1);
-    }
+    const qsizetype end = input.indexOf('\0');
+    if (end >= 0 && !put(registry, input.left(end)))
+        return 0;
+    input.remove(0, end + 1);
     std::vector<std::string> arguments;
     for (const QByteArray& line : input.split('\n'))
         arguments.push_back(line.toStdString());
@@ -86,28 +75,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         (!result.output.empty() && !result.output.ends_with('\n')) ||
         (!result.notice.empty() && !result.notice.ends_with('\n')))
         std::abort();
-    const auto leadsTo = [](const QString& entry, const QString& file) {
-        return file == entry || file.startsWith(entry + '/');
-    };
-    QDirIterator entries(home.path(),
-                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
+    // Nothing but the registry, the bundle and the folders on their way, and a backup.
+    const QString allowed = registry + '\n' + home.path() + "/w/b/Info.ini\n";
+    for (QDirIterator entries(home.path(),
+                              QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                              QDirIterator::Subdirectories);
+         entries.hasNext();) {
         const QString entry = entries.next();
-        if (entry.startsWith(registry + ".unreadable")) {
-            if (contents(entry) != before)
-                std::abort();
+        const bool backup = entry.startsWith(registry + ".unreadable");
+        if (backup ? contents(entry) != before
+                   : !allowed.contains(entry + '\n') && !allowed.contains(entry + '/'))
+            std::abort();
+        if (backup)
             QFile::remove(entry); // each run starts without one
-        } else if (!leadsTo(entry, registry) && !leadsTo(entry, home.path() + "/w/b/Info.ini")) {
-            std::abort();
-        }
     }
-    if (const QByteArray after = contents(registry); after != before) {
-        QJsonParseError error{};
-        const QJsonDocument written = QJsonDocument::fromJson(after, &error);
-        if (error.error != QJsonParseError::NoError || !written.isArray() ||
-            brindlemark::runPluginKit({"-mAD"}).output != listingByQt(written.array()))
-            std::abort();
-    }
+    // A text Qt cannot read gives no document, and so no array.
+    const QByteArray after = contents(registry);
+    const QJsonDocument written = QJsonDocument::fromJson(after);
+    if (after != before && (!written.isArray() || brindlemark::runPluginKit({"-mAD"}).output !=
+                                                      listingByQt(written.array())))
+        std::abort();
     return 0;
 }

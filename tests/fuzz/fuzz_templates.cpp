@@ -8,29 +8,21 @@
 
 using namespace brindlemark;
 
-namespace {
-
-bool canonical(const Template& t) {
-    return t.size() == 6 && !t.value("id").toString().isEmpty() &&
-           !t.value("title").toString().isEmpty() && !t.value("prefix").toString().isEmpty() &&
-           t.value("suffix").isString() && t.value("enabled").isBool() &&
-           t.value("executable").isBool();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const auto canonical = [](const Template& t) {
+        return t.size() == 6 && !t["id"].toString().isEmpty() && !t["title"].toString().isEmpty() &&
+               !t["prefix"].toString().isEmpty() && t["suffix"].isString() &&
+               t["enabled"].isBool() && t["executable"].isBool();
+    };
     const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));
-    const LoadedTemplates loaded = loadedTemplates(text);
-    const LoadedTemplates again = loadedTemplates(templatesJSONText(loaded.templates));
-    bool ok = !loaded.templates.isEmpty() && !again.storedTextUnreadable &&
-              again.templates.size() == loaded.templates.size() &&
-              canonical(templateWithIdentifier(loaded.templates, text.left(40)));
-    for (qsizetype i = 0; ok && i < again.templates.size(); ++i)
-        ok = canonical(loaded.templates[i]) &&
-             again.templates[i].value("id") == loaded.templates[i].value("id") &&
-             again.templates[i].value("title") == loaded.templates[i].value("title");
-    if (!ok)
+    const TemplateList loaded = loadedTemplates(text).templates;
+    const LoadedTemplates again = loadedTemplates(templatesJSONText(loaded));
+    if (loaded.isEmpty() || again.storedTextUnreadable || again.templates.size() != loaded.size() ||
+        !canonical(templateWithIdentifier(loaded, text.left(40))))
         std::abort();
+    for (qsizetype i = 0; i < loaded.size(); ++i)
+        if (!canonical(loaded[i]) || again.templates[i]["id"] != loaded[i]["id"] ||
+            again.templates[i]["title"] != loaded[i]["title"])
+            std::abort();
     return 0;
 }

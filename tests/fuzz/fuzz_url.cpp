@@ -17,19 +17,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const UrlRequest request =
         interpretCommandUrl(text, {Template{{"id", "mine"}, {"title", "Mine"}, {"enabled", true}}});
     const Template normal = normalizedTemplate(request.record);
-    const bool ok =
-        (!url || (scheme.match(url->scheme).hasMatch() && text.startsWith(url->scheme + ':'))) &&
-        (request.kind == UrlRequest::Ignore ||
-         (url && url->scheme == QLatin1String("brindlemark"))) &&
-        (request.kind <= UrlRequest::MissingFolder || !request.folder.isEmpty()) &&
-        (request.kind != UrlRequest::CreateFromTemplate ||
-         (!request.record.isEmpty() && !normal.value("title").toString().isEmpty() &&
-          !normal.value("prefix").toString().isEmpty()));
     // Anchored at the very end: "$" alone would also match before a final line break.
     static const QRegularExpression base64(
         QRegularExpression::anchoredPattern("[A-Za-z0-9+/]*={0,2}"));
     const std::optional<QByteArray> decoded = strictBase64Decode(text);
-    if (!ok || decoded.has_value() != (text.size() % 4 == 0 && base64.match(text).hasMatch()) ||
+    if ((url && (!scheme.match(url->scheme).hasMatch() || !text.startsWith(url->scheme + ':'))) ||
+        (request.kind != UrlRequest::Ignore &&
+         (!url || url->scheme != QLatin1String("brindlemark"))) ||
+        (request.kind > UrlRequest::MissingFolder && request.folder.isEmpty()) ||
+        (request.kind == UrlRequest::CreateFromTemplate &&
+         (request.record.isEmpty() || normal["title"].toString().isEmpty() ||
+          normal["prefix"].toString().isEmpty())) ||
+        decoded.has_value() != (text.size() % 4 == 0 && base64.match(text).hasMatch()) ||
         (decoded && *decoded != QByteArray::fromBase64(text.toLatin1())))
         std::abort();
     return 0;
