@@ -7,16 +7,9 @@
 #include "Identifiers.h"
 #include "app/Launcher.h"
 #include "app/Symbols.h"
-#include "templates/TemplateStore.h"
 #include "templates/TemplateTableModel.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMenu>
-#include <QPushButton>
-#include <QTableView>
+#include <QtWidgets>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -42,6 +35,19 @@ QString titles(const QMenu* menu) {
     return list.join(", ");
 }
 
+// The colours of an icon's fully opaque and fully clear pixels.
+QString look(const QIcon& icon) {
+    QStringList colours;
+    const QImage image = icon.pixmap(16).toImage();
+    for (int i = 0; i < image.width() * image.height(); ++i)
+        if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
+            pixel.alpha() % 255 == 0)
+            colours << pixel.name(QColor::HexArgb);
+    colours.removeDuplicates();
+    colours.sort();
+    return colours.join(' ');
+}
+
 } // namespace
 
 class AppTest : public QObject {
@@ -57,8 +63,7 @@ class AppTest : public QObject {
     QString saved() { return platform->userDefaults.value("TemplatesJSON").toString(); }
     // Clicks the window's button with this title, else chooses the tray menu's item.
     void press(const QString& title) {
-        for (QPushButton* button :
-             app->window() ? app->window()->findChildren<QPushButton*>() : QList<QPushButton*>())
+        for (QPushButton* button : app->window()->findChildren<QPushButton*>())
             if (button->text() == title)
                 return button->click();
         for (QAction* item : app->statusMenu()->actions())
@@ -187,16 +192,13 @@ private slots:
         app->showError(std::nullopt);
         QVERIFY(platform->alerts.isEmpty());
         QCoreApplication::processEvents();
-        QCOMPARE(platform->alerts.join("\n"),
-                 "New Text File failed: Finder did not provide a target folder.\nNew Text File "
-                 "failed: Not a folder: " +
-                     home->file("nowhere") +
-                     "\nNew Text File failed: Could not create file in /proc\nNew Text File "
-                     "failed: Unknown error.");
+        QCOMPARE(platform->alerts.join("\n").remove("New Text File failed: "),
+                 "Finder did not provide a target folder.\nNot a folder: " + home->file("nowhere") +
+                     "\nCould not create file in /proc\nUnknown error.");
         QCOMPARE(platform->deepestAlerts, 1);
     }
 
-    void terminals() {
+    void commandsThatRunTools() {
         app = start(*platform);
         // "menu item, button or URL|what the tool says" -> the tool's run|the status line|the
         // alert ("~": the home). A failure leaves the status line as it was; a place that is no
@@ -222,9 +224,34 @@ private slots:
              {"brindlemark://iterm?path=~/open.says|",
               "|Opened iTerm2 at ~/Desktop|New Text File failed: Not a folder: ~/open.says"},
              {"Restart Finder|", "killall Finder\n|Finder restarted.|"}});
+
+        // Enabling the extension: the window answers while the tools run, one after another, the
+        // status line following them, and a second press meanwhile changes nothing. The five
+        // tools run once (their command lines: the macOS platform's test of the controller).
+        QVERIFY(writeFile(home->file("slow"), "") && QFile::remove(home->file("tools.log")));
+        QStringList seen;
+        QTimer watch;
+        connect(&watch, &QTimer::timeout, [&] {
+            if (seen.value(seen.size() - 1) != status())
+                seen << status();
+        });
+        watch.start(5);
+        press("Enable Extension");
+        press("Enable Extension");
+        QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
+        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
+                 QStringList(
+                     {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
+        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " +
+                     QString::number(tools().count('\n')),
+                 QString("Finder Extension: Enabled (off) 5"));
+        // Registering shows what pluginkit says when it fails.
+        writeFile(home->file("pluginkit.says"), "no bundle there\n");
+        app->registerExtension();
+        QCOMPARE(status(), QString("no bundle there\n"));
     }
 
-    void folderCommands() {
+    void newFilesFromTheMenu() {
         app = start(*platform);
         const QString desktop = home->file("Desktop");
         press("Create File");
@@ -255,51 +282,9 @@ private slots:
         QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
     }
 
-    void extension() {
-        app = start(*platform);
-        writeFile(home->file("pluginkit.says"), "no bundle there\n");
-        app->registerExtension();
-        QCOMPARE(status(), QString("no bundle there\n"));
-        QFile::remove(home->file("pluginkit.says"));
-        QFile::remove(home->file("tools.log"));
-        // The window answers while the tools run, one after another: the status line follows them,
-        // and a second press meanwhile changes nothing.
-        QVERIFY(writeFile(home->file("slow"), ""));
-        QStringList seen;
-        QTimer watch;
-        connect(&watch, &QTimer::timeout, [&] {
-            if (seen.value(seen.size() - 1) != status())
-                seen << status();
-        });
-        watch.start(5);
-        press("Enable Extension");
-        press("Enable Extension");
-        QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
-        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
-                 QStringList(
-                     {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
-        // The five tools ran once (their command lines: the macOS platform's test of the
-        // controller).
-        QCOMPARE(tools().count('\n'), 5);
-        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
-                 QString("Finder Extension: Enabled (off) Finder extension enabled."));
-        press("Open System Settings");
-        QCOMPARE(platform->settingsOpened, 1);
-    }
-
     void windowAndTable() {
-        // The buttons' font does not follow the desktop's: a title needs its width, the icon's
-        // and 4 px beside it, and 12 px of margins, at 16 pt too.
-        const QFont desktop = QApplication::font();
-        const auto restore = qScopeGuard([&] { QApplication::setFont(desktop); });
-        QApplication::setFont(QFont(desktop.family(), 16));
         app = start(*platform);
         QWidget* window = app->window();
-        for (QPushButton* button : window->findChildren<QPushButton*>())
-            QVERIFY2(QFontMetrics(button->font()).horizontalAdvance(button->text()) + 12 +
-                             (button->icon().isNull() ? 0 : button->iconSize().width() + 4) <=
-                         button->width(),
-                     qPrintable(button->text()));
         QTableView* table = app->templatesTableView();
         TemplateTableModel* model = app->templateTableModel();
         // The first control has the focus and shows it; Tab leaves the table for "+".
@@ -312,18 +297,6 @@ private slots:
         QTest::keyClick(table, Qt::Key_Tab);
         QCOMPARE(QApplication::focusWidget()->property("text"), "+");
 
-        // On a dark base the "Enabled" box of "JSON File", unticked, has lines clearly lighter.
-        QPalette dark(QColor(0xee, 0xee, 0xee), QColor(0x2b, 0x2b, 0x2b));
-        dark.setColor(QPalette::Base, QColor(0x2b, 0x2b, 0x2b));
-        dark.setColor(QPalette::AlternateBase, QColor(0x2b, 0x2b, 0x2b));
-        table->setPalette(dark);
-        const QImage cell =
-            table->viewport()->grab(table->visualRect(model->index(2, 0))).toImage();
-        int light = 0;
-        for (int i = 0; i < cell.width() * cell.height(); ++i)
-            light += qGray(cell.pixel(i % cell.width(), i / cell.width())) > 0x2b + 80;
-        QVERIFY2(light >= 20, qPrintable(QString::number(light)));
-
         // Started again without a URL: the same window again, of a fixed size. Hidden, it comes
         // back with "Show Brindlemark", in the window's menu bar.
         QVERIFY(window->close() && !window->isVisible());
@@ -335,9 +308,6 @@ private slots:
         app->applicationMenu()->actions().first()->trigger();
         QVERIFY(window->isVisible() &&
                 !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
-        // Columns keep their minimum width.
-        table->horizontalHeader()->resizeSection(1, 20);
-        QCOMPARE(table->columnWidth(1), 80);
 
         // "+" adds a row and selects it; "-" removes the selected row, "json", and with nothing
         // selected, nothing. The view learns of each.
@@ -378,21 +348,11 @@ private slots:
     }
 
     void symbols() {
-        // The colours of an icon's fully opaque and fully clear pixels.
-        const auto look = [](const QIcon& icon, QIcon::Mode mode = QIcon::Normal) {
-            QStringList colours;
-            const QImage image = icon.pixmap(16, mode).toImage();
-            for (int i = 0; i < image.width() * image.height(); ++i)
-                if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
-                    pixel.alpha() % 255 == 0)
-                    colours << pixel.name(QColor::HexArgb);
-            colours.removeDuplicates();
-            colours.sort();
-            return colours.join(' ');
-        };
-        // White text on a dark window: symbol, or the tray -> its colours|its theme name
-        const QPalette light = qApp->palette(), dark(Qt::white, QColor(0x30, 0x30, 0x30));
-        qApp->setPalette(dark);
+        // White text on a dark window: symbol, or the tray -> its colours|its theme name. The
+        // full-colour theme icon keeps its colours.
+        const QPalette light = qApp->palette();
+        qApp->setPalette(QPalette(Qt::white, QColor(0x30, 0x30, 0x30)));
+        const QIcon refresh = symbolImage("arrow.clockwise");
         expectEach(
             [&](const QString& symbol) {
                 const QIcon icon = symbol == "tray" ? statusItemIcon() : symbolImage(symbol);
@@ -411,19 +371,9 @@ private slots:
                      .convertToFormat(QImage::Format_Alpha8),
                  QImage(":/icons/symbolic/brindlemark-symbolic-16.png")
                      .convertToFormat(QImage::Format_Alpha8));
-        const QIcon refresh = symbolImage("arrow.clockwise");
-        QCOMPARE(look(refresh, QIcon::Disabled),
-                 "#00000000 " +
-                     dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
-        // Icons handed out earlier follow the palette, and so does the header, once told as a
-        // running application's widgets are.
-        app = start(*platform);
-        QLabel* header = app->window()->findChild<QLabel*>("headerImage");
+        // Icons handed out earlier follow the palette.
         qApp->setPalette(light);
-        QEvent changed(QEvent::PaletteChange);
-        QCoreApplication::sendEvent(header, &changed);
-        QCOMPARE(look(refresh) + " " + look(QIcon(header->pixmap())),
-                 "#00000000 #ff000000 #00000000 #ff000000");
+        QCOMPARE(look(refresh), "#00000000 #ff000000");
     }
 };
 

@@ -32,19 +32,14 @@ struct Child : QProcess {
 
 // Draws windows on the test's X server and plays the window manager's part: the root window's
 // stacking list and active window are what the test says, and everything drawn reaches the
-// server once they are set. The server destroys the windows of a
-// connection that closes; the root's lists go with this object too.
+// server once they are set. The server destroys the windows of a connection that closes.
 class Windows {
 public:
     Windows() : m_c(xcb_connect(nullptr, nullptr)) {
         if (connected())
             m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
     }
-    ~Windows() {
-        if (connected())
-            clearRoot();
-        xcb_disconnect(m_c);
-    }
+    ~Windows() { xcb_disconnect(m_c); }
     bool connected() const { return !xcb_connection_has_error(m_c); }
 
     xcb_atom_t atom(const QByteArray& name) {
@@ -85,38 +80,27 @@ public:
         setWords(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {active});
         sync();
     }
-    void clearRoot() {
-        xcb_delete_property(m_c, m_root, atom("_NET_CLIENT_LIST_STACKING"));
-        xcb_delete_property(m_c, m_root, atom("_NET_ACTIVE_WINDOW"));
+    void clearRoot() { // as without a window manager
+        for (const char* list : {"_NET_CLIENT_LIST_STACKING", "_NET_ACTIVE_WINDOW"})
+            xcb_delete_property(m_c, m_root, atom(list));
         sync();
     }
     void sync() { std::free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
-
-    // The windows shown on the screen (the tests' own are never mapped there).
-    int mappedWindows() {
-        int count = 0;
-        auto* tree = xcb_query_tree_reply(m_c, xcb_query_tree(m_c, m_root), nullptr);
-        for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
-            auto* attributes = xcb_get_window_attributes_reply(
-                m_c, xcb_get_window_attributes(m_c, xcb_query_tree_children(tree)[i]), nullptr);
-            count += attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
-                     !attributes->override_redirect;
-            std::free(attributes);
-        }
-        std::free(tree);
-        return count;
-    }
 
 private:
     xcb_connection_t* m_c;
     xcb_window_t m_root = XCB_WINDOW_NONE;
 };
 
-// A stand-in file manager on the test's bus, described as the helper takes it; its unique bus
-// name once it answers.
+// A stand-in file manager on the test's bus, of this kind, whose windows (Nautilus's by number,
+// Dolphin's by X id) show these locations; its unique bus name once it answers.
 struct FakeFileManager : Child {
     QString busName;
-    bool start(const QJsonObject& setup) {
+    bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false) {
+        QJsonObject list;
+        for (auto it = windows.begin(); it != windows.end(); ++it)
+            list.insert(it.key(), QJsonArray::fromStringList(it.value()));
+        const QJsonObject setup{{"kind", kind}, {"windows", list}, {"hang", hang}};
         QProcess::start(FAKE_FILE_MANAGER, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
         return waitForReadyRead(10'000) && !(busName = readLine().trimmed()).isEmpty();
     }
@@ -129,19 +113,6 @@ xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n,
     x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/" + QByteArray::number(n));
     x.setText(w, "_GTK_UNIQUE_BUS_NAME", nautilus.busName.toUtf8());
     return w;
-}
-
-QString uri(const QString& path) {
-    return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
-}
-
-// A stand-in file manager's setup: the locations its windows show, by window (Nautilus's
-// numbers, Dolphin's X ids).
-QJsonObject showing(const char* kind, const QMap<QString, QStringList>& windows) {
-    QJsonObject list;
-    for (auto it = windows.begin(); it != windows.end(); ++it)
-        list.insert(it.key(), QJsonArray::fromStringList(it.value()));
-    return {{"kind", kind}, {"windows", list}};
 }
 
 // A stacking-list case, "the windows bottom to top|the active window's index", drawn and
@@ -260,8 +231,6 @@ private slots:
              {"file:///srv/x file:///opt/x|x", "none"},
              {"file:///srv/x file:///srv/x|x", "/srv/x"},
              {"file://elsewhere/srv/x|x", "none"},
-             {"recent:///|Recent", "none"},
-             {"|x", "none"},
              {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
              {"a - b - " + h + "/a - b", h + "/a - b"},
              {"/ - /", "/"},
@@ -270,8 +239,7 @@ private slots:
              {"~/alpha", h + "/alpha"},
              {"alpha", "none"},
              {h + "/missing - File Manager", "none"},
-             {h + "/notes.txt", "none"},
-             {"", "none"}});
+             {h + "/notes.txt", "none"}});
     }
 
     void throughTheFileManagers() {
@@ -284,9 +252,8 @@ private slots:
 
         // Nautilus: its windows' tabs, by the object path the window carries.
         FakeFileManager nautilus;
-        QVERIFY(nautilus.start(showing("nautilus", {{"1", {uri(alpha)}},
-                                                    {"2", {uri(alpha), uri(beta), "trash:///"}},
-                                                    {"3", {uri(gone)}}})));
+        QVERIFY(nautilus.start("nautilus",
+                               {{"1", {alpha}}, {"2", {alpha, beta, "trash:///"}}, {"3", {gone}}}));
         const xcb_window_t n1 = nautilusWindow(x, nautilus, 1, "alpha"),
                            n2 = nautilusWindow(x, nautilus, 2, "Beta Folder");
         x.stack({n1, n2});
@@ -305,9 +272,9 @@ private slots:
         const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"),
                            d2 = x.make("dolphin", 0, "Beta Folder — Dolphin"),
                            d3 = x.make("dolphin", 0, gone + " — Dolphin");
-        QVERIFY(dolphin.start(showing("dolphin", {{QString::number(d1), {uri(alpha)}},
-                                                  {QString::number(d2), {uri(alpha), uri(beta)}},
-                                                  {QString::number(d3), {uri(alpha)}}})));
+        QVERIFY(dolphin.start("dolphin", {{QString::number(d1), {alpha}},
+                                          {QString::number(d2), {alpha, beta}},
+                                          {QString::number(d3), {alpha}}}));
         for (xcb_window_t w : {d1, d2, d3})
             x.setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.processId())});
         x.stack({d2, d1});
@@ -333,7 +300,7 @@ private slots:
         QCOMPARE(front(), std::nullopt);
         nautilus.kill();
         nautilus.waitForFinished();
-        QVERIFY(nautilus.start(showing("nautilus", {{"1", {uri(alpha)}}})));
+        QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}}));
         QCOMPARE(front(), alpha);
     }
 
@@ -342,7 +309,7 @@ private slots:
         Windows x;
         // A Nautilus that holds its names and never answers: the query ends at its deadline.
         FakeFileManager hung;
-        QVERIFY(hung.start({{"kind", "nautilus"}, {"hang", true}}));
+        QVERIFY(hung.start("nautilus", {}, true));
         x.stack({nautilusWindow(x, hung, 1, "alpha")});
         QElapsedTimer clock;
         clock.start();
@@ -368,8 +335,8 @@ private slots:
     }
 
     void keyboardShortcutCommands() {
-        // The launcher as a keyboard shortcut runs it: the first one starts Brindlemark without
-        // its window, and each command acts on the front file-manager window's folder.
+        // The launcher as a keyboard shortcut runs it: each command acts on the front
+        // file-manager window's folder; without one, on the Desktop.
         TestHome home;
         const auto stop = instanceStopper();
         const QString alpha = home.file("Pro jects/alpha"), desktop = home.file("Desktop");
@@ -378,13 +345,10 @@ private slots:
         writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
         qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
         qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
-        qputenv("QT_QPA_PLATFORM", "xcb"); // Brindlemark's own windows on the test's X server
-        const auto offscreen = qScopeGuard([] { qputenv("QT_QPA_PLATFORM", "offscreen"); });
         Windows x;
         FakeFileManager nautilus;
-        QVERIFY(nautilus.start(showing("nautilus", {{"1", {uri(alpha)}}})));
+        QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}}));
         x.stack({nautilusWindow(x, nautilus, 1, "alpha")});
-
         const auto launch = [](const QStringList& a) {
             return QProcess::execute(BRINDLEMARK_EXECUTABLE, a);
         };
@@ -395,14 +359,9 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), alpha.toUtf8() + "\n", 20'000);
         QCOMPARE(entries(alpha),
                  QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
-        QCOMPARE(x.mappedWindows(), 0);
-
-        // No file-manager window: the Desktop. A plain launch then shows the window, as always.
         x.stack({});
         QCOMPARE(launch({"--new-file"}), 0);
         QCOMPARE(entries(desktop), QStringList{"New Text File.txt"});
-        QCOMPARE(launch({}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(x.mappedWindows(), 1, 20'000);
     }
 };
 
