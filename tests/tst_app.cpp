@@ -61,12 +61,14 @@ class AppTest : public QObject {
     QString tools() { return QString::fromUtf8(readFile(home->file("tools.log"))); }
     QString status() { return app->statusLabel() ? app->statusLabel()->text() : "<no window>"; }
     QString saved() { return platform->userDefaults.value("TemplatesJSON").toString(); }
-    // Clicks the window's button with this title, else chooses the tray menu's item.
+    // Clicks the window's button with this title, else chooses the tray menu's item or its
+    // New File menu's.
     void press(const QString& title) {
         for (QPushButton* button : app->window()->findChildren<QPushButton*>())
             if (button->text() == title)
                 return button->click();
-        for (QAction* item : app->statusMenu()->actions())
+        for (QAction* item :
+             app->statusMenu()->actions() + app->templateMenuItem()->menu()->actions())
             if (item->text() == title)
                 return item->trigger();
         QFAIL(qPrintable("no control " + title));
@@ -198,8 +200,13 @@ private slots:
         QCOMPARE(platform->deepestAlerts, 1);
     }
 
-    void commandsThatRunTools() {
+    void commands() {
         app = start(*platform);
+        app->setTemplates(
+            {json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
+             json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
+        QDir().mkpath(*(platform->frontFolder = home->file("front")));
+        emit app->statusMenu()->aboutToShow();
         // "menu item, button or URL|what the tool says" -> the tool's run|the status line|the
         // alert ("~": the home). A failure leaves the status line as it was; a place that is no
         // folder gets no tool.
@@ -214,72 +221,46 @@ private slots:
                 return QString(tools() + "|" + status() + "|" + platform->alerts.join(""))
                     .replace(home->path(), "~");
             },
-            {{"brindlemark://terminal?path=~/Desktop/|",
+            {{"Create File|", "|Created New Text File.txt|"},
+             {"Twin|", "|Created two|"},
+             {"R&&D Notes|", "|Created <i>one|"},
+             {"brindlemark://terminal?path=~/Desktop/|",
               "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
-             {"brindlemark://iterm?path=~/Desktop|",
-              "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+             {"Open iTerm|", "open -a iTerm2 ~/front\n|Opened iTerm2 at ~/front|"},
              {"Open Terminal Here|No terminal here.",
-              "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No "
+              "open -a Terminal ~/front\n|Opened iTerm2 at ~/front|New Text File failed: No "
               "terminal here."},
              {"brindlemark://iterm?path=~/open.says|",
-              "|Opened iTerm2 at ~/Desktop|New Text File failed: Not a folder: ~/open.says"},
+              "|Opened iTerm2 at ~/front|New Text File failed: Not a folder: ~/open.says"},
              {"Restart Finder|", "killall Finder\n|Finder restarted.|"}});
-
-        // Enabling the extension: the window answers while the tools run, one after another, the
-        // status line following them, and a second press meanwhile changes nothing. The five
-        // tools run once (their command lines: the macOS platform's test of the controller).
-        QVERIFY(writeFile(home->file("slow"), "") && QFile::remove(home->file("tools.log")));
-        QStringList seen;
-        QTimer watch;
-        connect(&watch, &QTimer::timeout, [&] {
-            if (seen.value(seen.size() - 1) != status())
-                seen << status();
-        });
-        watch.start(5);
-        press("Enable Extension");
-        press("Enable Extension");
-        QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
-        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
-                 QStringList(
-                     {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
-        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " +
-                     QString::number(tools().count('\n')),
-                 QString("Finder Extension: Enabled (off) 5"));
-        // Registering shows what pluginkit says when it fails.
-        writeFile(home->file("pluginkit.says"), "no bundle there\n");
-        app->registerExtension();
-        QCOMPARE(status(), QString("no bundle there\n"));
-    }
-
-    void newFilesFromTheMenu() {
-        app = start(*platform);
-        const QString desktop = home->file("Desktop");
-        press("Create File");
-        // A sender without a template.
-        QPushButton bare;
-        app->createTemplateInFinderFolder(&bare);
-        app->setTemplates(
-            {json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
-             json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
-        // The menu is about to open. Titles are shown as written, without a mnemonic.
-        emit app->statusMenu()->aboutToShow();
+        QCOMPARE(entries(*platform->frontFolder),
+                 (QStringList{"<i>one", "New Text File.txt", "two"}));
+        QVERIFY(QFileInfo(home->file("front/two")).isExecutable() &&
+                app->statusLabel()->textFormat() == Qt::PlainText);
+        // The menu's titles are shown as written, without a mnemonic, with their kind's symbol.
         QMenu* newFile = app->templateMenuItem()->menu();
         QCOMPARE(titles(newFile), QString("R&&D Notes, Twin"));
         QVERIFY(QKeySequence::mnemonic(newFile->actions()[0]->text()).isEmpty());
         QCOMPARE(newFile->actions()[1]->icon().name() + " " + newFile->actions()[0]->icon().name(),
                  "utilities-terminal-symbolic text-x-generic-symbolic");
-        newFile->actions()[1]->trigger();
-        QDir().mkpath(*(platform->frontFolder = home->file("front")));
-        newFile->actions()[0]->trigger();
-        QCOMPARE(entries(desktop),
-                 (QStringList{"New Text File 1.txt", "New Text File.txt", "two"}));
-        QVERIFY(QFileInfo(desktop + "/two").isExecutable());
-        QCOMPARE(entries(*platform->frontFolder), QStringList{"<i>one"});
-        QCOMPARE(status() + QString::number(app->statusLabel()->textFormat()),
-                 "Created <i>one" + QString::number(Qt::PlainText));
         app->setTemplates({});
         app->rebuildNewFileStatusMenu();
         QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
+
+        // Enabling the extension: the window answers while the tools run, one after another, and
+        // a second press meanwhile changes nothing: the five tools run once (their command lines:
+        // the macOS platform's test of the controller).
+        QVERIFY(writeFile(home->file("slow"), "") && QFile::remove(home->file("tools.log")));
+        press("Enable Extension");
+        press("Enable Extension");
+        QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
+        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status() +
+                     QString::number(tools().count('\n')),
+                 QString("Finder Extension: Enabled (off) Finder extension enabled.5"));
+        // Registering shows what pluginkit says when it fails.
+        writeFile(home->file("pluginkit.says"), "no bundle there\n");
+        app->registerExtension();
+        QCOMPARE(status(), QString("no bundle there\n"));
     }
 
     void windowAndTable() {
