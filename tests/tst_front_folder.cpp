@@ -34,19 +34,16 @@ struct Child : QProcess {
 // server once they are set. The server destroys the windows of a connection that closes.
 class Windows {
 public:
-    Windows() : m_c(xcb_connect(nullptr, nullptr)) {
-        if (connected())
-            m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
-    }
+    Windows()
+        : m_c(xcb_connect(nullptr, nullptr)),
+          m_root(xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root) {}
     ~Windows() { xcb_disconnect(m_c); }
-    bool connected() const { return !xcb_connection_has_error(m_c); }
 
     xcb_atom_t atom(const QByteArray& name) {
-        auto* reply = xcb_intern_atom_reply(
-            m_c, xcb_intern_atom(m_c, 0, std::uint16_t(name.size()), name.constData()), nullptr);
-        const xcb_atom_t atom = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-        std::free(reply);
-        return atom;
+        const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
+            xcb_intern_atom_reply(m_c, xcb_intern_atom(m_c, 0, name.size(), name), nullptr),
+            &std::free);
+        return reply->atom;
     }
     void setText(xcb_window_t w, const char* property, const QByteArray& text,
                  const char* type = "STRING") {
@@ -60,16 +57,14 @@ public:
     }
 
     // A top-level window: "instance\0Class\0" and the rest as a file manager sets them.
-    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = QString(),
+    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = {},
                       bool map = false) {
         const xcb_window_t w = xcb_generate_id(m_c);
         xcb_create_window(m_c, XCB_COPY_FROM_PARENT, w, m_root, 0, 0, 50, 50, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
         setText(w, "WM_CLASS", wmClass + '\0' + wmClass + '\0');
-        if (pid)
-            setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
-        if (!title.isNull())
-            setText(w, "_NET_WM_NAME", title.toUtf8(), "UTF8_STRING");
+        setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
+        setText(w, "_NET_WM_NAME", title.toUtf8(), "UTF8_STRING");
         if (map)
             xcb_map_window(m_c, w);
         return w;
@@ -88,7 +83,7 @@ public:
 
 private:
     xcb_connection_t* m_c;
-    xcb_window_t m_root = XCB_WINDOW_NONE;
+    xcb_window_t m_root;
 };
 
 // A stand-in file manager on the test's bus, of this kind, whose windows (Nautilus's by number,
@@ -183,7 +178,7 @@ private slots:
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
         qunsetenv("WAYLAND_DISPLAY");
         qputenv("XDG_SESSION_TYPE", "x11");
-        QVERIFY(Windows().connected() && bus().isConnected());
+        QVERIFY(bus().isConnected());
     }
 
     void frontWindow() {
@@ -200,10 +195,7 @@ private slots:
              {"nemo org.gnome.Nautilus|0", "0"}, // the active one first
              {"dolphin xterm|1", "0"},
              {"thunar own|1", "0"},
-             {"xterm own|1", "none"},
-             {"caja nemo@DOCK dolphin@POPUP_MENU thunar@TOOLTIP nemo@NOTIFICATION "
-              "caja@DROPDOWN_MENU",
-              "0"},
+             {"caja nemo@DOCK caja@POPUP_MENU nemo@TOOLTIP caja@NOTIFICATION", "0"},
              {"caja@DESKTOP|0", "none"}, // the desktop a file manager draws
              {"nemo dolphin!hidden", "0"},
              {"nemo dolphin xterm@DIALOG>0|2", "0"}, // a dialog stands for its owner
@@ -229,13 +221,11 @@ private slots:
             {{"file:///a/Beta%20Folder file:///a/Gr%C3%B6%C3%9Fe file:///a/alpha|Größe",
               "/a/Größe"},
              {"file:///srv/x/ file:///srv/y|x", "/srv/x"},
-             {"file:///srv file:///|/", "/"},
              {"file:///srv/x file:///home/ann|Persönlicher Ordner", "/home/ann"},
              {"file:///home/ann trash:///|Home", "none"},
              {"file:///srv/x file:///srv/y trash:///|Trash", "none"},
              {"file:///srv/x sftp://host/srv/x|x", "none"},
              {"file:///srv/x file:///opt/x|x", "none"},
-             {"file:///srv/x file:///srv/x|x", "/srv/x"},
              {"file://elsewhere/srv/x|x", "none"},
              {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
              {"a - b - " + h + "/a - b", h + "/a - b"},
@@ -339,17 +329,15 @@ private slots:
     }
 
     void quietWithoutXOrBus() {
-        // No X server, or none where DISPLAY points: nothing.
+        // No X server where DISPLAY points: nothing.
         const QByteArray display = qgetenv("DISPLAY"),
                          address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
         const auto restore = qScopeGuard([&] {
             qputenv("DISPLAY", display);
             qputenv("DBUS_SESSION_BUS_ADDRESS", address);
         });
-        for (const char* nowhere : {"", ":4093"}) {
-            qputenv("DISPLAY", nowhere);
-            QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
-        }
+        qputenv("DISPLAY", ":4093");
+        QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
         // No bus named and none in the runtime folder: not connected, and none started.
         TestHome home;
         qunsetenv("DBUS_SESSION_BUS_ADDRESS");

@@ -36,11 +36,9 @@ public:
     QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override {
         const QString member = call.member();
-        // Dolphin's windows are /dolphin/Dolphin_0, _1, ..., in the order of their X ids.
+        // Dolphin's windows are /dolphin/Dolphin_0, _1, ..., in the order of their X ids (the bus
+        // lists them as the children of /dolphin).
         const QString id = windows.keys().value(call.path().section('_', -1).toInt());
-        const auto folder = [](const QVariant& url) {
-            return QUrl(url.toString()).adjusted(QUrl::StripTrailingSlash);
-        };
         QVariant answer;
         if (member == "Get") {
             answer = QVariant::fromValue(QDBusVariant(QVariant::fromValue(windows)));
@@ -48,17 +46,10 @@ public:
             QFile file(log);
             if (file.open(QIODevice::Append))
                 file.write(call.arguments().value(0).toStringList().value(0).toUtf8() + '\n');
-        } else if (member == "Introspect") {
-            QString nodes;
-            for (int n = 0; n < windows.size(); ++n)
-                nodes += QString("<node name=\"Dolphin_%1\"/>").arg(n);
-            answer = "<node>" + nodes + "</node>";
         } else if (member == "winId") {
             answer = id.toLongLong();
         } else if (member == "isUrlOpen") {
-            answer = false;
-            for (const QString& open : windows.value(id))
-                answer = answer.toBool() || folder(open) == folder(call.arguments().value(0));
+            answer = windows.value(id).contains(call.arguments().value(0).toString());
         } else {
             return false;
         }
@@ -80,7 +71,9 @@ int main(int argc, char** argv) {
                 << (place.startsWith('/') ? QUrl::fromLocalFile(place).toString(QUrl::FullyEncoded)
                                           : place);
     QDBusConnection bus = QDBusConnection::sessionBus();
-    bus.registerVirtualObject("/", &manager, QDBusConnection::SubPath);
+    bus.registerVirtualObject("/org/freedesktop/FileManager1", &manager);
+    for (int n = 0; kind == "dolphin" && n < manager.windows.size(); ++n)
+        bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
     // A name whose last owner just quit may take the bus a moment to release.
     const QString name = kind == "nautilus" ? "org.gnome.Nautilus"
                          : kind == "dolphin"
