@@ -4,11 +4,10 @@
 //   window n's tabs at /org/gnome/Nautilus/window/n
 //   {"kind": "dolphin", "windows": {"4194310": ["/a", ...], ...}}: the Dolphin windows of these
 //   X ids, with the folders open in them
-// A location that is a path stands for its file: URI.
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
-// With "hang": true it takes its names and then never answers. It prints its unique bus name
-// once it is ready.
+// A location that is a path stands for its file: URI. With "hang": true it takes its names and then
+// never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -26,8 +25,8 @@
 using Locations = QMap<QString, QStringList>;
 
 // Every object of the file manager, answering the few calls the real ones are asked: Nautilus's
-// OpenWindowsWithLocations property and ShowItems, Dolphin's list of windows under /dolphin, and
-// each window's X id and whether a folder is open in it.
+// OpenWindowsWithLocations property and ShowItems, and each Dolphin window's X id and whether a
+// folder is open in it.
 class FileManager : public QDBusVirtualObject {
 public:
     Locations windows;
@@ -66,7 +65,7 @@ int main(int argc, char** argv) {
     manager.log = setup["log"].toString();
     const QJsonObject windows = setup["windows"].toObject();
     for (auto it = windows.begin(); it != windows.end(); ++it)
-        for (QString place : it.value().toVariant().toStringList())
+        for (const QString& place : it.value().toVariant().toStringList())
             manager.windows[(kind == "dolphin" ? "" : "/org/gnome/Nautilus/window/") + it.key()]
                 << (place.startsWith('/') ? QUrl::fromLocalFile(place).toString(QUrl::FullyEncoded)
                                           : place);
