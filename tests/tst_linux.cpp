@@ -92,26 +92,23 @@ class LinuxTest : public QObject {
 
 private slots:
     void places() {
-        for (bool xdgVariables : {true, false}) {
-            TestHome home;
-            for (const char* variable : {"XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-                if (!xdgVariables)
-                    qunsetenv(variable);
-            const QString config = home.file(xdgVariables ? "config" : ".config"),
-                          data = home.file(xdgVariables ? "data" : ".local/share");
-            // A stored value that reads back as a list, not as text, counts as nothing stored.
-            QVERIFY(writeFile(config + "/org.brindlemark.Brindlemark.conf",
-                              "[General]\nTemplatesJSON=a, b\n"));
-            LinuxPlatform platform;
-            start(platform, true);
-            for (const char* id : {"org.brindlemark.Brindlemark",
-                                   "org.brindlemark.Brindlemark.BrindlemarkFinderSync"}) {
-                QCOMPARE(storedSetting(config + "/" + id + ".conf"), builtInTemplatesJSON);
-                QCOMPARE(readFile(data + "/" + id + "/Templates.json"), builtInTemplatesJSON);
-            }
-            QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), builtInTemplatesJSON);
-            QCOMPARE(platform.desktopFolder(), home.file("Desktop"));
+        // Without XDG variables: the usual folders of the home (with them: every other case).
+        TestHome home;
+        qunsetenv("XDG_CONFIG_HOME");
+        qunsetenv("XDG_DATA_HOME");
+        const QString config = home.file(".config"), data = home.file(".local/share");
+        // A stored value that reads back as a list, not as text, counts as nothing stored.
+        QVERIFY(writeFile(config + "/org.brindlemark.Brindlemark.conf",
+                          "[General]\nTemplatesJSON=a, b\n"));
+        LinuxPlatform platform;
+        start(platform, true);
+        for (const QString id : {"org.brindlemark.Brindlemark", "org.brindlemark.Brindlemark."
+                                                                "BrindlemarkFinderSync"}) {
+            QCOMPARE(storedSetting(config + "/" + id + ".conf"), builtInTemplatesJSON);
+            QCOMPARE(readFile(data + "/" + id + "/Templates.json"), builtInTemplatesJSON);
         }
+        QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), builtInTemplatesJSON);
+        QCOMPARE(platform.desktopFolder(), home.file("Desktop"));
     }
 
     void placesUnderFaults() {
@@ -243,50 +240,45 @@ private slots:
         const QStringList places = platform.templateStoreFilePaths();
         // What killed saves left beside each place and the plugin registry goes at the next start,
         // and nothing else there.
+        const QStringList saved =
+            places + QStringList{home.file("data/brindlemark/plugin-registry.json")};
         QMap<QString, QStringList> before;
-        const QString registry = home.file("data/brindlemark/plugin-registry.json");
-        for (const QString& place : places + QStringList{registry})
+        for (const QString& place : saved)
             before[QFileInfo(place).path()] = everything(QFileInfo(place).path());
-        for (const QString& place : places + QStringList{registry})
-            QVERIFY(writeFile(QFileInfo(place).path() + "/." + QFileInfo(place).fileName() +
-                                  ".tmp-k1LLed",
+        for (QString place : saved)
+            QVERIFY(writeFile(place.replace(QRegularExpression("/([^/]*)$"), "/.\\1.tmp-k1LLed"),
                               "half"));
         const auto app = start(platform, true);
         for (const QString& folder : before.keys())
             QCOMPARE(everything(folder), before[folder]);
 
-        // Which places were written since `then` (a new file renamed over a place gives it a new
-        // inode): "w" for each that was, "-" for the others.
-        const auto inodes = [&] {
-            QList<quint64> numbers;
-            for (const QString& place : places) {
-                struct stat info {};
-                numbers << (::stat(qPrintable(place), &info) == 0 ? quint64(info.st_ino) : 0);
-            }
-            return numbers;
-        };
-        const auto written = [&](const QList<quint64>& then) {
+        // Which places were written since the last look (a new file renamed over a place gives it
+        // a new inode): "w" for each that was, "-" for the others, "?" for one that is missing.
+        QList<ino_t> inodes(places.size());
+        const auto written = [&] {
             QString which;
-            for (const quint64 inode : inodes())
-                which += inode == then[which.size()] ? '-' : 'w';
+            for (int i = 0; i < places.size(); ++i) {
+                struct stat info {};
+                const bool found = ::stat(qPrintable(places[i]), &info) == 0;
+                which += !found ? '?' : info.st_ino == inodes[i] ? '-' : 'w';
+                inodes[i] = info.st_ino;
+            }
             return which;
         };
-        const QList<quint64> first = inodes();
-        QVERIFY(!first.contains(0));
+        QCOMPARE(written(), "wwwww");
         const QString text = templatesJSONText(app->templates());
         QVERIFY(!platform.storeTemplatesJSONText("TemplatesJSON", text).written);
-        QCOMPARE(written(first), "-----");
+        QCOMPARE(written(), "-----");
         // A place changed behind the application's back (written in place: its inode stays) is
         // written again, and only that one. A new file always gets a new inode, as the old file
         // still exists when its replacement is made.
         QVERIFY(writeFile(places[3], "[]"));
         QVERIFY(platform.storeTemplatesJSONText("TemplatesJSON", text).written);
-        QCOMPARE(written(first), "---w-");
-        const QList<quint64> repaired = inodes();
+        QCOMPARE(written(), "---w-");
         TemplateList edited = app->templates();
         edited[0]["title"] = "Edited";
         store(*app, edited);
-        QCOMPARE(written(repaired), "wwwww");
+        QCOMPARE(written(), "wwwww");
         QCOMPARE(readFile(places[4]), templatesJSONText(edited).toUtf8());
         QVERIFY(storedSetting(places[0]).contains("Edited"));
     }
