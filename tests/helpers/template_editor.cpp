@@ -1,7 +1,7 @@
 // A running Brindlemark whose template table is edited through its standard input, for the tests
-// of several instances on one home: the real controller and platform, with an event loop, edits
-// made as the table makes them. One command a line:
-//   set ROW MEMBER VALUE   an edit of one cell (title, prefix or executable: "true" or "false")
+// of several instances on one home: the real controller, platform and window (offscreen), edits
+// made as the window's table makes them. One command a line:
+//   set ROW MEMBER VALUE   an edit of one cell (a flag: "true" or "false")
 //   add ID                 a row added at the end
 //   remove ROW             a row removed
 //   list                   prints the list as the instance holds it, one line of JSON
@@ -24,17 +24,13 @@ int main(int argc, char** argv) {
     const std::unique_ptr<Platform> platform = createPlatform();
     AppDelegate app(*platform);
     app.applicationWillFinishLaunching();
-    app.setHandledURLLaunch(true);
-    app.applicationDidFinishLaunching();
-    // The table's columns that the tests edit, as the window gives them.
-    for (const QString& member : {TemplateKey::title, TemplateKey::prefix, TemplateKey::executable})
-        app.templateTableModel()->appendColumn({member, member, 0, member == "executable"});
+    app.applicationDidFinishLaunching(); // as the user starts it: the window and its table
 
     const auto perform = [&](const QStringList& words) {
         TemplateList list = app.templates();
         if (words[0] == "set") {
             const QVariant value =
-                words[2] == "executable" ? QVariant(words[3] == "true") : words[3];
+                words[3] == "true" || words[3] == "false" ? QVariant(words[3] == "true") : words[3];
             app.templateTableModel()->setObjectValue(value, words[2], words[1].toInt());
         } else if (words[0] == "list") {
             std::cout << templatesJSONText(list).toStdString() << std::endl;
