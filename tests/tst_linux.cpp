@@ -129,12 +129,11 @@ private slots:
             // The data folder took the list: a start shows it, never the older one in the settings.
             QCOMPARE(start(platform, true)->templates().size(), 999);
 
-            // No edit needed.
+            // No edit needed: every place gets it.
             QVERIFY(QFile::remove(config + "/filler"));
             QTRY_VERIFY_WITH_TIMEOUT(!app->isSavePending(), 10'000);
-            QCOMPARE(storedSetting(LinuxPlatform::extensionPreferencesFilePath()), rest);
-            QCOMPARE(storedSetting(LinuxPlatform::userDefaultsFilePath()), rest);
-            QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), rest.toUtf8());
+            for (const QString& place : platform.templateStoreFilePaths())
+                QCOMPARE(place.endsWith(".conf") ? storedSetting(place) : readFile(place), rest);
         }
     }
 
@@ -379,10 +378,7 @@ except OSError: print('refused'))py",
     void alertTextShortenedInTheMiddle() {
         // "limit|text": the start and the end kept, never half a character outside the basic plane.
         expectEach(
-            [](const QString& input) {
-                return shortenedInTheMiddle(input.section('|', 1),
-                                            input.section('|', 0, 0).toInt());
-            },
+            [](const QString& s) { return shortenedInTheMiddle(s.mid(2), s[0].digitValue()); },
             {{"6|abcdef", "abcdef"},
              {"5|abcdef", "ab…ef"},
              {"4|abcdef", "a…ef"},
