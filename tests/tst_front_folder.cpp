@@ -8,7 +8,6 @@
 #include <QElapsedTimer>
 #include <QProcess>
 
-#include <sys/prctl.h>
 #include <xcb/xcb.h>
 
 using namespace brindlemark;
@@ -17,17 +16,6 @@ using namespace brindlemark::frontfolder;
 namespace {
 
 constexpr qint64 OwnPid = 4242; // the pid the tests' "own" windows carry
-
-// A helper process that ends with this object, and with the test even when it crashes.
-struct Child : QProcess {
-    Child() {
-        setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    }
-    ~Child() override {
-        kill();
-        waitForFinished();
-    }
-};
 
 // Draws windows on the test's X server and plays the window manager's part: the root window's
 // stacking list and active window are what the test says, and everything drawn reaches the
@@ -163,18 +151,8 @@ private slots:
                               "-nolisten", "tcp"});
         QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
         qputenv("DISPLAY", ":" + m_xvfb.readLine().trimmed());
-        // A session bus that starts no services: no file manager installed here answers on it.
-        QVERIFY(writeFile(m_busFolder.filePath("bus.conf"),
-                          "<busconfig><type>session</type><listen>unix:path=" +
-                              m_busFolder.filePath("bus").toUtf8() +
-                              "</listen><policy context='default'><allow send_destination='*'/>"
-                              "<allow receive_sender='*'/>"
-                              "<allow own='*'/></policy></busconfig>"));
-        m_bus.start("dbus-daemon", {"--config-file=" + m_busFolder.filePath("bus.conf"), "--nofork",
-                                    "--print-address=1"});
-        QVERIFY2(m_bus.waitForReadyRead(20'000),
-                 "dbus-daemon did not start (Debian package dbus-daemon)");
-        m_busAddress = QString::fromLatin1(m_bus.readLine()).trimmed();
+        m_busAddress = startSessionBus(m_bus, m_busFolder.path());
+        QVERIFY2(!m_busAddress.isEmpty(), "dbus-daemon did not start (Debian package dbus-daemon)");
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
         qunsetenv("WAYLAND_DISPLAY");
         qputenv("XDG_SESSION_TYPE", "x11");

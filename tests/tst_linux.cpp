@@ -74,14 +74,6 @@ QStringList shown(const TestHome& home) {
     return lines;
 }
 
-// A process that ends with the test, also when the test fails early.
-struct Child : QProcess {
-    ~Child() override {
-        kill();
-        waitForFinished();
-    }
-};
-
 } // namespace
 
 class LinuxTest : public QObject {
@@ -484,10 +476,9 @@ print(1100-len(held),'dropped'))py",
         QCOMPARE(::kill(first, SIGKILL), 0);
         QTRY_VERIFY_WITH_TIMEOUT(::kill(first, 0) != 0, 20'000);
         Child bus, manager;
-        bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1",
-                                  "--address=unix:path=" + home.file("bus")});
-        QVERIFY2(bus.waitForReadyRead(20'000), "no dbus-daemon (Debian package dbus-daemon)");
-        qputenv("DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed());
+        const QString address = startSessionBus(bus, home.path());
+        QVERIFY2(!address.isEmpty(), "no dbus-daemon (Debian package dbus-daemon)");
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address.toUtf8());
         QCOMPARE(launch({url("create", c)}), 0);
         QTRY_COMPARE_WITH_TIMEOUT(shown(home).count(c), 2, 20'000);
         QVERIFY(instancePid() != first);
