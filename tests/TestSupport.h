@@ -4,9 +4,11 @@
 // and one start of the application.
 #include "app/AppDelegate.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <csignal>
+#include <sys/prctl.h>
 
 // A fresh, empty home for one test: HOME and the XDG folders point into a temporary folder
 // that disappears with this object. Nothing a test does reaches the real home.
@@ -111,6 +113,30 @@ inline std::unique_ptr<brindlemark::AppDelegate> start(brindlemark::Platform& pl
         delegate->setHandledURLLaunch(true);
     delegate->applicationDidFinishLaunching();
     return delegate;
+}
+
+// A helper process that ends with this object, and with the test even when it crashes.
+struct Child : QProcess {
+    Child() {
+        setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    }
+    ~Child() override {
+        kill();
+        waitForFinished();
+    }
+};
+
+// A session bus of the test's own, in `folder`, that starts no services: a file manager installed
+// on the machine would otherwise be started on it, in the real home. Its address, once it runs.
+inline QString startSessionBus(Child& bus, const QString& folder) {
+    writeFile(folder + "/bus.conf",
+              "<busconfig><type>session</type><listen>unix:path=" + folder.toUtf8() +
+                  "/bus</listen><policy context='default'>"
+                  "<allow send_destination='*'/><allow receive_sender='*'/>"
+                  "<allow own='*'/></policy></busconfig>");
+    bus.start("dbus-daemon",
+              {"--config-file=" + folder + "/bus.conf", "--nofork", "--print-address=1"});
+    return bus.waitForReadyRead(20'000) ? QString::fromLatin1(bus.readLine()).trimmed() : QString();
 }
 
 // Widget tests always run on the offscreen platform, whatever display the developer has (the

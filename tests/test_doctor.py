@@ -63,8 +63,7 @@ def run_doctor(home, packages=(), gone=(), handler="org.brindlemark.Brindlemark.
     [write(f"{data}/{path}", "# menu\n") for name, (path, _) in MENUS.items() if name not in deleted]
     os.makedirs(data + "/kio/servicemenus", exist_ok=True) if not no_folder else None
     write(data + "/brindlemark/installed-integration", "".join(f"{data}/{p}\n" for name, (p, _) in MENUS.items() if name not in unlisted))
-    registry = json.dumps([{"identifier": ID, "path": "/x.appex", "protocol": "com.apple.FinderSync", "version": "0.1.0",
-                            "elected": elected}], indent=4) if registry == "" else registry  # as brindlemark-pluginkit writes it
+    registry = json.dumps([{"identifier": ID, "elected": elected}], indent=4) if registry == "" else registry
     if registry == "<fifo>":  # nothing ever written into it: reading it must not wait
         os.mkfifo(data + "/brindlemark/plugin-registry.json")
     elif registry is not None:

@@ -4,19 +4,11 @@
 #include "FakePlatform.h"
 #include "TestSupport.h"
 
-#include "Identifiers.h"
 #include "app/Launcher.h"
 #include "app/Symbols.h"
-#include "templates/TemplateStore.h"
 #include "templates/TemplateTableModel.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMenu>
-#include <QPushButton>
-#include <QTableView>
+#include <QtWidgets>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -35,11 +27,17 @@ case "${0##*/} $1" in
   "pluginkit -a" | "open -a") cat "$HOME/${0##*/}.says" 2>/dev/null ;;
 esac)sh";
 
-QString titles(const QMenu* menu) {
-    QStringList list;
-    for (QAction* action : menu->actions())
-        list << action->text() + (action->isEnabled() ? "" : " (off)");
-    return list.join(", ");
+// The colours of an icon's fully opaque and fully clear pixels.
+QString look(const QIcon& icon) {
+    QStringList colours;
+    const QImage image = icon.pixmap(16).toImage();
+    for (int i = 0; i < image.width() * image.height(); ++i)
+        if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
+            pixel.alpha() % 255 == 0)
+            colours << pixel.name(QColor::HexArgb);
+    colours.removeDuplicates();
+    colours.sort();
+    return colours.join(' ');
 }
 
 } // namespace
@@ -48,20 +46,20 @@ class AppTest : public QObject {
     Q_OBJECT
 
     std::unique_ptr<TestHome> home;
-    std::unique_ptr<FakePlatform> platform;
+    std::unique_ptr<FakePlatform> os; // the recording platform
     std::unique_ptr<AppDelegate> app;
-    QTemporaryDir iconTheme; // the tests' own icon theme, made once by initTestCase()
 
     QString tools() { return QString::fromUtf8(readFile(home->file("tools.log"))); }
     QString status() { return app->statusLabel() ? app->statusLabel()->text() : "<no window>"; }
-    QString saved() { return platform->userDefaults.value("TemplatesJSON").toString(); }
-    // Clicks the window's button with this title, else chooses the tray menu's item.
+    QString saved() { return os->userDefaults.value("TemplatesJSON").toString(); }
+    // Clicks the window's button with this title, else chooses the tray menu's item or its
+    // New File menu's.
     void press(const QString& title) {
-        for (QPushButton* button :
-             app->window() ? app->window()->findChildren<QPushButton*>() : QList<QPushButton*>())
+        for (QPushButton* button : app->window()->findChildren<QPushButton*>())
             if (button->text() == title)
                 return button->click();
-        for (QAction* item : app->statusMenu()->actions())
+        for (QAction* item :
+             app->statusMenu()->actions() + app->templateMenuItem()->menu()->actions())
             if (item->text() == title)
                 return item->trigger();
         QFAIL(qPrintable("no control " + title));
@@ -71,33 +69,18 @@ private slots:
     void initTestCase() {
         // As the launcher sets the application up: its style draws the table's check boxes.
         setUpApplication(*qApp);
-        // An icon theme of the tests' own: symbolic icons as black squares (GTK's pre-rendered
-        // files, and one under the name Qt looks for), full-colour ones as red squares:
-        // "emblem-system" and the application's own icon.
-        QVERIFY(writeFile(iconTheme.filePath("t/index.theme"),
-                          "[Icon Theme]\nDirectories=16\n[16]\nSize=16\n") &&
-                QDir().mkpath(iconTheme.filePath("t/16")));
-        for (const QString name :
-             {"view-refresh-symbolic.symbolic", "text-x-generic-symbolic.symbolic",
-              "utilities-terminal-symbolic", "emblem-system", ApplicationBundleIdentifier}) {
-            QImage square(8, 8, QImage::Format_ARGB32);
-            square.fill(name.contains("symbolic") ? Qt::black : Qt::red);
-            QVERIFY(square.copy(-4, -4, 16, 16)
-                        .save(iconTheme.filePath("t/16/" + name + ".png"))); // clear around it
-        }
-        QIcon::setThemeSearchPaths({iconTheme.path()});
-        QIcon::setThemeName("t");
+        // No icon theme: the symbols are the application's own.
+        QIcon::setThemeName("none");
     }
 
     void init() {
         app.reset();
         home = std::make_unique<TestHome>();
-        platform = std::make_unique<FakePlatform>(home->path());
+        os = std::make_unique<FakePlatform>(home->path());
         for (auto [tool, name] : {std::pair{Platform::Tool::Open, "open"},
                                   {Platform::Tool::PluginKit, "pluginkit"},
                                   {Platform::Tool::KillAll, "killall"}})
-            writeScript(platform->tools[int(tool)] = home->file(QString("bin/") + name),
-                        recordingTool);
+            writeScript(os->tools[int(tool)] = home->file(QString("bin/") + name), recordingTool);
         QDir().mkpath(home->file("Desktop"));
     }
 
@@ -112,10 +95,10 @@ private slots:
                  {R"([{"id":"a","suffix":".x","enabled":"on"},7])", normalised}}) {
             init();
             if (!stored.isNull())
-                platform->userDefaults["TemplatesJSON"] = stored;
-            app = start(*platform, true);
-            QCOMPARE(saved() + platform->extensionPreferences.value("TemplatesJSON"), text + text);
-            for (const QString& file : platform->templateConfigFilePaths())
+                os->userDefaults["TemplatesJSON"] = stored;
+            app = start(*os, true);
+            QCOMPARE(saved() + os->extensionPreferences.value("TemplatesJSON"), text + text);
+            for (const QString& file : os->templateConfigFilePaths())
                 QCOMPARE(readFile(file), text.toUtf8());
             QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), stored.toUtf8());
             app->saveTemplates();
@@ -125,7 +108,7 @@ private slots:
     }
 
     void savesWaitForOtherInstancesAndKeepWhatTheyCannotRead() {
-        app = start(*platform, true);
+        app = start(*os, true);
         TemplateList edited = app->templates();
         // Another instance holds the store's lock: the save writes nothing meanwhile and is
         // written by itself once the lock is free, by its retry (the start's own writes are
@@ -142,235 +125,132 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!app->isSavePending(), 10'000);
         QVERIFY(saved().contains("While locked"));
         // Text that is no list, stored by someone meanwhile: kept aside, and the list put back.
-        platform->userDefaults["TemplatesJSON"] = "{written elsewhere";
+        os->userDefaults["TemplatesJSON"] = "{written elsewhere";
         app->saveTemplates();
         QCOMPARE(readFile(home->file("plain/Templates.json.unreadable")), "{written elsewhere");
         QCOMPARE(saved(), templatesJSONText(edited));
         // Another instance unticks the first box: the table hears that every cell, the boxes'
         // column included, may show something new.
-        platform->laterLaunch({}); // the window, and so the table's columns
+        os->laterLaunch({}); // the window, and so the table's columns
         TemplateTableModel* model = app->templateTableModel();
         QSignalSpy cells(model, &QAbstractItemModel::dataChanged);
         edited[0]["enabled"] = false;
-        platform->userDefaults["TemplatesJSON"] = templatesJSONText(edited);
+        os->userDefaults["TemplatesJSON"] = templatesJSONText(edited);
         app->saveTemplates();
         QCOMPARE(model->index(0, 0).data(Qt::CheckStateRole), Qt::Unchecked);
         QVERIFY(!cells.isEmpty() && cells.last()[0].toModelIndex() == model->index(0, 0));
     }
 
     void urlCommandsAndTheirAlerts() {
-        platform->userDefaults["TemplatesJSON"] =
-            R"([{"id":"mine","prefix":"Mine","suffix":"md"}])";
-        app = std::make_unique<AppDelegate>(*platform);
+        os->userDefaults["TemplatesJSON"] = R"([{"id":"mine","prefix":"Mine","suffix":"md"}])";
+        app = std::make_unique<AppDelegate>(*os);
         const QString folder = home->file("My Folder ü"),
                       path = QUrl::toPercentEncoding(folder, "/");
         QDir().mkpath(folder);
         // A launch that comes before the templates are loaded gets the built-in ones only.
         app->applicationWillFinishLaunching();
-        platform->laterLaunch({"brindlemark://template?path=" + path + "&id=mine"});
+        os->laterLaunch({"brindlemark://template?path=" + path + "&id=mine"});
         app->applicationDidFinishLaunching();
-        platform->laterLaunch({"brindlemark://template?path=" + path + "/&id=mine",
-                               "brindlemark://create?path=" + path + "//"});
+        os->laterLaunch({"brindlemark://template?path=" + path + "/&id=mine",
+                         "brindlemark://create?path=" + path + "//"});
         QCOMPARE(entries(folder),
                  (QStringList{"Mine.md", "New Text File 1.txt", "New Text File.txt"}));
         // Shown after the commands, once for the folder: its last file.
-        QVERIFY(platform->shownFiles.isEmpty());
+        QVERIFY(os->shownFiles.isEmpty());
         QCoreApplication::processEvents();
-        QCOMPARE(platform->shownFiles, QStringList{folder + "/New Text File 1.txt"});
+        QCOMPARE(os->shownFiles, QStringList{folder + "/New Text File 1.txt"});
         QVERIFY(app->handledURLLaunch() && !app->window());
 
         // An unknown command is ignored silently. The alerts are queued, never shown inside the
         // action, and shown one after another, never on top of each other.
-        platform->laterLaunch({"brindlemark://create", "brindlemark://nothing?path=/tmp",
-                               "brindlemark://template?path=" + home->file("nowhere"),
-                               "brindlemark://template?path=/proc"});
+        os->laterLaunch({"brindlemark://create", "brindlemark://nothing?path=/tmp",
+                         "brindlemark://template?path=" + home->file("nowhere"),
+                         "brindlemark://template?path=/proc"});
         app->showError(std::nullopt);
-        QVERIFY(platform->alerts.isEmpty());
+        QVERIFY(os->alerts.isEmpty());
         QCoreApplication::processEvents();
-        QCOMPARE(platform->alerts.join("\n"),
-                 "New Text File failed: Finder did not provide a target folder.\nNew Text File "
-                 "failed: Not a folder: " +
-                     home->file("nowhere") +
-                     "\nNew Text File failed: Could not create file in /proc\nNew Text File "
-                     "failed: Unknown error.");
-        QCOMPARE(platform->deepestAlerts, 1);
+        QCOMPARE(os->alerts.join("\n").remove("New Text File failed: "),
+                 "Finder did not provide a target folder.\nNot a folder: " + home->file("nowhere") +
+                     "\nCould not create file in /proc\nUnknown error.");
+        QCOMPARE(os->deepestAlerts, 1);
     }
 
-    void terminals() {
-        app = start(*platform);
-        // "menu item or URL|what the tool says" -> the tool's run|the status line|the
-        // alert ("~": the home). A failure leaves the status line as it was.
+    void commands() {
+        app = start(*os);
+        app->setTemplates(
+            {json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
+             json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
+        QDir().mkpath(*(os->frontFolder = home->file("front")));
+        emit app->statusMenu()->aboutToShow();
+        // "menu item, button or URL|what the tool says" -> the tool's run|the status line|the
+        // alert after its title, "New Text File failed" ("~": the home). A failure leaves the
+        // status line as it was; a place that is no folder gets no tool.
         expectEach(
             [&](const QString& input) {
                 writeFile(home->file("open.says"), input.section('|', 1).toUtf8());
                 QFile::remove(home->file("tools.log"));
-                platform->alerts.clear();
+                os->alerts.clear();
                 const QString command = input.section('|', 0, 0).replace("~", home->path());
                 command.startsWith("brindlemark:") ? app->handleURL(command) : press(command);
                 QCoreApplication::processEvents();
-                return QString(tools() + "|" + status() + "|" + platform->alerts.join(""))
-                    .replace(home->path(), "~");
+                return QString(tools() + "|" + status() + "|" + os->alerts.join(""))
+                    .replace(home->path(), "~")
+                    .remove("New Text File failed: ");
             },
-            {{"brindlemark://terminal?path=~/Desktop/|",
+            {{"Create File|", "|Created New Text File.txt|"},
+             {"Twin|", "|Created two|"},
+             {"R&&D Notes|", "|Created <i>one|"},
+             {"brindlemark://terminal?path=~/Desktop/|",
               "open -a Terminal ~/Desktop\n|Opened Terminal at ~/Desktop|"},
-             {"brindlemark://iterm?path=~/Desktop|",
-              "open -a iTerm2 ~/Desktop\n|Opened iTerm2 at ~/Desktop|"},
+             {"Open iTerm|", "open -a iTerm2 ~/front\n|Opened iTerm2 at ~/front|"},
              {"Open Terminal Here|No terminal here.",
-              "open -a Terminal ~/Desktop\n|Opened iTerm2 at ~/Desktop|New Text File failed: No "
-              "terminal here."}});
-        // The file manager's folder, when it has one; one that is not a folder gets no tool.
-        platform->frontFolder = home->file("tools.log");
-        press("Open iTerm");
-        QCoreApplication::processEvents();
-        QCOMPARE(platform->alerts.last(),
-                 "New Text File failed: Not a folder: " + home->file("tools.log"));
-        QVERIFY(!tools().contains("iTerm2 " + home->file("tools.log")));
-    }
+              "open -a Terminal ~/front\n|Opened iTerm2 at ~/front|No terminal here."},
+             {"brindlemark://iterm?path=~/open.says|",
+              "|Opened iTerm2 at ~/front|Not a folder: ~/open.says"},
+             {"Restart Finder|", "killall Finder\n|Finder restarted.|"}});
+        QCOMPARE(entries(*os->frontFolder), (QStringList{"<i>one", "New Text File.txt", "two"}));
+        QVERIFY(QFileInfo(home->file("front/two")).isExecutable() &&
+                app->statusLabel()->textFormat() == Qt::PlainText);
+        // The menu's titles are shown as written.
+        QCOMPARE(app->templateMenuItem()->menu()->actions().first()->text(), "R&&D Notes");
 
-    void folderCommands() {
-        app = start(*platform);
-        const QString desktop = home->file("Desktop");
-        press("Create File");
-        // A sender without a template.
-        QPushButton bare;
-        app->createTemplateInFinderFolder(&bare);
-        app->setTemplates(
-            {json(R"({"id":"a","title":"R&D Notes","prefix":"<i>one","enabled":true})"),
-             json(R"({"id":"b","title":"Twin","prefix":"two","enabled":1,"executable":"yes"})")});
-        // The menu is about to open. Titles are shown as written, without a mnemonic.
-        emit app->statusMenu()->aboutToShow();
-        QMenu* newFile = app->templateMenuItem()->menu();
-        QCOMPARE(titles(newFile), QString("R&&D Notes, Twin"));
-        QVERIFY(QKeySequence::mnemonic(newFile->actions()[0]->text()).isEmpty());
-        QCOMPARE(newFile->actions()[1]->icon().name() + " " + newFile->actions()[0]->icon().name(),
-                 "utilities-terminal-symbolic text-x-generic-symbolic");
-        newFile->actions()[1]->trigger();
-        QDir().mkpath(*(platform->frontFolder = home->file("front")));
-        newFile->actions()[0]->trigger();
-        QCOMPARE(entries(desktop),
-                 (QStringList{"New Text File 1.txt", "New Text File.txt", "two"}));
-        QVERIFY(QFileInfo(desktop + "/two").isExecutable());
-        QCOMPARE(entries(*platform->frontFolder), QStringList{"<i>one"});
-        QCOMPARE(status() + QString::number(app->statusLabel()->textFormat()),
-                 "Created <i>one" + QString::number(Qt::PlainText));
-        app->setTemplates({});
-        app->rebuildNewFileStatusMenu();
-        QCOMPARE(titles(newFile), QString("No Templates Enabled (off)"));
-    }
-
-    void extension() {
-        app = start(*platform);
-        writeFile(home->file("pluginkit.says"), "no bundle there\n");
-        app->registerExtension();
-        QCOMPARE(status(), QString("no bundle there\n"));
-        QFile::remove(home->file("pluginkit.says"));
-        QFile::remove(home->file("tools.log"));
-        // The window answers while the tools run, one after another: the status line follows them,
-        // and a second press meanwhile changes nothing.
-        QVERIFY(writeFile(home->file("slow"), ""));
-        QStringList seen;
-        QTimer watch;
-        connect(&watch, &QTimer::timeout, [&] {
-            if (seen.value(seen.size() - 1) != status())
-                seen << status();
-        });
-        watch.start(5);
+        // Enabling the extension: the window answers while the tools run, one after another, and
+        // a second press meanwhile changes nothing: the five tools run once (their command lines:
+        // the macOS platform's test of the controller).
+        QVERIFY(writeFile(home->file("slow"), "") && QFile::remove(home->file("tools.log")));
         press("Enable Extension");
         press("Enable Extension");
         QTRY_VERIFY_WITH_TIMEOUT(!app->isEnablingExtension(), 5000);
-        QCOMPARE(seen.mid(seen.indexOf("Extension registered.")),
-                 QStringList(
-                     {"Extension registered.", "Finder restarted.", "Finder extension enabled."}));
-        // The five tools ran once (their command lines: the macOS platform's test of the
-        // controller).
-        QCOMPARE(tools().count('\n'), 5);
-        QCOMPARE(titles(app->statusMenu()).section(", ", 4, 4) + " " + status(),
-                 QString("Finder Extension: Enabled (off) Finder extension enabled."));
-        QLabel* state = app->extensionStateLabel();
-        QCOMPARE(state->text() + " " + state->palette().color(state->foregroundRole()).name(),
-                 QString("Enabled #34c759"));
-        press("Restart Finder");
-        QCOMPARE(status() + tools().section('\n', -2),
-                 QString("Finder restarted.killall Finder\n"));
-        press("Open System Settings");
-        QCOMPARE(platform->settingsOpened, 1);
+        QCOMPARE(app->extensionMenuItem()->text() + " " + status() +
+                     QString::number(tools().count('\n')),
+                 QString("Finder Extension: Enabled Finder extension enabled.5"));
     }
 
     void windowAndTable() {
-        // The buttons' font does not follow the desktop's: what fits at 16 pt fits at any size.
-        // A title needs its width, the icon's and 4 px beside it, and 12 px of margins.
-        const QFont desktop = QApplication::font();
-        const auto restore = qScopeGuard([&] { QApplication::setFont(desktop); });
-        QFont large = desktop;
-        large.setPointSize(16);
-        QApplication::setFont(large);
-        app = start(*platform);
-        for (QPushButton* button : app->window()->findChildren<QPushButton*>()) {
-            const int icon = button->icon().isNull() ? 0 : button->iconSize().width() + 4;
-            QVERIFY2(QFontMetrics(button->font()).horizontalAdvance(button->text()) + icon + 12 <=
-                         button->width(),
-                     qPrintable(button->text()));
-        }
+        app = start(*os);
         QWidget* window = app->window();
         QTableView* table = app->templatesTableView();
         TemplateTableModel* model = app->templateTableModel();
-        // The first control has the focus and shows it; Tab leaves the table for "+".
-        QVERIFY(QTest::qWaitForWindowActive(window));
-        const auto focused = [] {
-            return QApplication::focusWidget()
-                       ? QApplication::focusWidget()->property("text").toString()
-                       : "none";
-        };
-        QCOMPARE(focused() + QString::number(window->testAttribute(Qt::WA_KeyboardFocusChange)),
-                 "Enable Extension1");
-        table->setFocus();
-        table->setCurrentIndex(model->index(0, 1));
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QCOMPARE(focused(), "+");
-
-        // On a dark base the "Enabled" box of "JSON File", unticked, has lines clearly lighter.
-        QPalette dark = table->palette();
-        for (const auto role :
-             {QPalette::Window, QPalette::Base, QPalette::AlternateBase, QPalette::Button})
-            dark.setColor(role, QColor(0x2b, 0x2b, 0x2b));
-        dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
-        table->setPalette(dark);
-        const QImage cell =
-            table->viewport()->grab(table->visualRect(model->index(2, 0))).toImage();
-        int light = 0;
-        for (int i = 0; i < cell.width() * cell.height(); ++i)
-            light += qGray(cell.pixel(i % cell.width(), i / cell.width())) > 0x2b + 80;
-        QVERIFY2(light >= 20, qPrintable(QString::number(light)));
-
-        // Started again without a URL: the same window again, of a fixed size.
-        QVERIFY(window->isVisible() && window->close() && !window->isVisible());
-        platform->laterLaunch({});
+        // Started again without a URL: the same window again, of a fixed size. Hidden, it comes
+        // back with "Show Brindlemark", in the window's menu bar.
+        QVERIFY(window->close() && !window->isVisible());
+        os->laterLaunch({});
         QVERIFY(app->window() == window && window->isVisible() &&
                 window->minimumSize() == window->maximumSize());
         press("Hide Window");
         QVERIFY(!window->isVisible());
-        // "Show Brindlemark", in the window's menu bar.
-        QAction* show = app->applicationMenu()->actions().first();
-        show->trigger();
+        app->applicationMenu()->actions().first()->trigger();
         QVERIFY(window->isVisible() &&
                 !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
-        QCOMPARE(show->shortcut(), QKeySequence("Ctrl+,"));
-        // Columns keep their minimum width.
-        table->horizontalHeader()->resizeSection(1, 20);
-        QCOMPARE(table->columnWidth(1), 80);
 
-        // The view must learn of new and removed rows.
+        // "+" adds a row and selects it; "-" removes the selected row, "json", and with nothing
+        // selected, nothing. The view learns of each.
         QSignalSpy told(model, &QAbstractItemModel::modelReset);
         press("+");
         QCOMPARE(table->selectionModel()->selectedRows().value(0).row(), 6);
-        QCOMPARE(told.count(), 1);
         QVERIFY(saved().endsWith(R"("prefix":"NewFile","suffix":"txt","title":"New Template"}])"));
-        QCOMPARE(titles(app->templateMenuItem()->menu()),
-                 QString("Text File, Markdown Document, New Template"));
-        // "-" removes the selected row, "json"; with nothing selected, nothing.
         table->selectRow(2);
         press("-");
-        QCOMPARE(told.count(), 2);
         QVERIFY(!saved().contains("JSONFile") && saved().contains("MarkdownDocument") &&
                 saved().count("script") == 3);
         table->clearSelection();
@@ -378,77 +258,35 @@ private slots:
         QCOMPARE(QString("%1 resets, %2 templates").arg(told.count()).arg(app->templates().size()),
                  "2 resets, 6 templates");
 
-        // Text is trimmed in memory, and a suffix normalised when saved.
+        // A title is trimmed as it is typed; the boxes untick.
         QVERIFY(model->setData(model->index(0, 1), "  Notes  ", Qt::EditRole));
-        QCOMPARE(app->templates().first().value("title").toString() +
-                     app->templateMenuItem()->menu()->actions().first()->text(),
-                 "NotesNotes");
-        QVERIFY(model->setData(model->index(0, 3), ".md", Qt::EditRole));
-        QVERIFY(model->setData(model->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
-        QVERIFY(model->setData(model->index(2, 4), Qt::Unchecked, Qt::CheckStateRole));
-        QCOMPARE(model->index(0, 3).data().toString() +
-                     model->index(2, 4).data(Qt::CheckStateRole).toString(),
-                 ".md0");
+        QCOMPARE(app->templateMenuItem()->menu()->actions().first()->text(), "Notes");
+        QVERIFY(model->setData(model->index(0, 0), Qt::Unchecked, Qt::CheckStateRole) &&
+                model->setData(model->index(2, 4), Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(saved().startsWith(
-            R"([{"enabled":false,"executable":false,"id":"text","prefix":"New Text File","suffix":"md","title":"Notes"})"));
+            R"([{"enabled":false,"executable":false,"id":"text","prefix":"New Text File","suffix":"txt","title":"Notes"})"));
         QVERIFY(saved().contains(R"({"enabled":false,"executable":false,"id":"shell")"));
         // Every change reaches the file managers' menus; a row that is gone stores nothing.
-        QCOMPARE(platform->changeNotices.size(), 7);
         model->setObjectValue("x", "title", 99);
-        QCOMPARE(platform->changeNotices.size(), 7);
-        QCOMPARE(status(),
-                 QString("Templates saved. Finder menu updates on the next right-click."));
+        QCOMPARE(os->changeNotices.size(), 6);
     }
 
     void symbols() {
-        // The colours of an icon's fully opaque and fully clear pixels.
-        const auto look = [](const QIcon& icon, QIcon::Mode mode = QIcon::Normal) {
-            QStringList colours;
-            const QImage image = icon.pixmap(16, mode).toImage();
-            for (int i = 0; i < image.width() * image.height(); ++i)
-                if (const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
-                    pixel.alpha() % 255 == 0)
-                    colours << pixel.name(QColor::HexArgb);
-            colours.removeDuplicates();
-            colours.sort();
-            return colours.join(' ');
-        };
-        // White text on a dark window.
-        const QPalette light = qApp->palette(), dark(Qt::white, QColor(0x30, 0x30, 0x30));
-        qApp->setPalette(dark);
-        // symbol, or the tray -> its colours in the dark palette|its theme name
-        expectEach(
-            [&](const QString& symbol) {
-                const QIcon icon = symbol == "tray" ? statusItemIcon() : symbolImage(symbol);
-                return look(icon) + "|" + icon.name();
-            },
-            {{"arrow.clockwise", "#00000000 #ffffffff|view-refresh-symbolic"},
-             {"terminal", "#00000000 #ffffffff|utilities-terminal-symbolic"},
-             {"doc.badge.plus", "#00000000 #ffffffff|"},
-             {"tray", "#00000000 #ffbebebe|"},
-             {"gearshape", "#00000000 #ffff0000|emblem-system"},
-             {"power", "|"},
-             {"no.such.symbol", "|"}});
+        // White text on a dark window: the application's mark, or the tray's -> its colours
+        const QPalette light = qApp->palette();
+        qApp->setPalette(QPalette(Qt::white, QColor(0x30, 0x30, 0x30)));
+        const QIcon mark = symbolImage("doc.badge.plus");
+        QCOMPARE(look(mark) + " " + look(statusItemIcon()),
+                 "#00000000 #ffffffff #00000000 #ffbebebe");
         // The mark at 16 pixels is its 16-pixel file, not a larger one scaled down.
-        QCOMPARE(symbolImage("doc.badge.plus")
-                     .pixmap(16)
-                     .toImage()
-                     .convertToFormat(QImage::Format_Alpha8),
-                 QImage(":/icons/symbolic/brindlemark-symbolic-16.png")
-                     .convertToFormat(QImage::Format_Alpha8));
-        const QIcon refresh = symbolImage("arrow.clockwise");
-        QCOMPARE(look(refresh, QIcon::Disabled),
-                 "#00000000 " +
-                     dark.color(QPalette::Disabled, QPalette::WindowText).name(QColor::HexArgb));
-        // Icons handed out earlier follow the palette, and so does the header, once told as a
-        // running application's widgets are.
-        app = start(*platform);
-        QLabel* header = app->window()->findChild<QLabel*>("headerImage");
+        const auto alpha = [](const QImage& image) {
+            return image.convertToFormat(QImage::Format_Alpha8);
+        };
+        QCOMPARE(alpha(mark.pixmap(16).toImage()),
+                 alpha(QImage(":/icons/symbolic/brindlemark-symbolic-16.png")));
+        // Icons handed out earlier follow the palette.
         qApp->setPalette(light);
-        QEvent changed(QEvent::PaletteChange);
-        QCoreApplication::sendEvent(header, &changed);
-        QCOMPARE(look(refresh) + " " + look(QIcon(header->pixmap())),
-                 "#00000000 #ff000000 #00000000 #ff000000");
+        QCOMPARE(look(mark), "#00000000 #ff000000");
     }
 };
 

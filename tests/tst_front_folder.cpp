@@ -5,12 +5,9 @@
 
 #include "platform/linux/FrontFolder.h"
 
-#include <QDBusConnection>
 #include <QElapsedTimer>
 #include <QProcess>
 
-#include <memory>
-#include <sys/prctl.h>
 #include <xcb/xcb.h>
 
 using namespace brindlemark;
@@ -20,30 +17,19 @@ namespace {
 
 constexpr qint64 OwnPid = 4242; // the pid the tests' "own" windows carry
 
-// A helper process that ends with the test, even when the test crashes.
-void tiedToTheTest(QProcess& process) {
-    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-}
-
 // Draws windows on the test's X server and plays the window manager's part: the root window's
-// stacking list and active window are what the test says.
+// stacking list and active window are what the test says, and everything drawn reaches the
+// server once they are set. The server destroys the windows of a connection that closes.
 class Windows {
 public:
-    Windows() : m_c(xcb_connect(nullptr, nullptr)) {
-        if (connected())
-            m_root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
-    }
-    ~Windows() { // the server destroys the windows of a connection that closes
-        if (connected())
-            clearRoot();
-        xcb_disconnect(m_c);
-    }
-    bool connected() const { return !xcb_connection_has_error(m_c); }
+    Windows()
+        : m_c(xcb_connect(nullptr, nullptr)),
+          m_root(xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root) {}
+    ~Windows() { xcb_disconnect(m_c); }
 
-    xcb_atom_t atom(const char* name) {
-        std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
-            xcb_intern_atom_reply(
-                m_c, xcb_intern_atom(m_c, 0, std::uint16_t(std::strlen(name)), name), nullptr),
+    xcb_atom_t atom(const QByteArray& name) {
+        const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
+            xcb_intern_atom_reply(m_c, xcb_intern_atom(m_c, 0, name.size(), name), nullptr),
             &std::free);
         return reply->atom;
     }
@@ -51,29 +37,22 @@ public:
                  const char* type = "STRING") {
         xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, w, atom(property), atom(type), 8,
                             std::uint32_t(text.size()), text.constData());
-        sync();
-    }
-    void setTitle(xcb_window_t w, const QString& title) {
-        setText(w, "_NET_WM_NAME", title.toUtf8(), "UTF8_STRING");
     }
     void setWords(xcb_window_t w, const char* property, xcb_atom_t type,
                   const QList<std::uint32_t>& words) {
         xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, w, atom(property), type, 32,
                             std::uint32_t(words.size()), words.constData());
-        sync();
     }
 
     // A top-level window: "instance\0Class\0" and the rest as a file manager sets them.
-    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = QString(),
+    xcb_window_t make(const QByteArray& wmClass, qint64 pid, const QString& title = {},
                       bool map = false) {
         const xcb_window_t w = xcb_generate_id(m_c);
         xcb_create_window(m_c, XCB_COPY_FROM_PARENT, w, m_root, 0, 0, 50, 50, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
         setText(w, "WM_CLASS", wmClass + '\0' + wmClass + '\0');
-        if (pid)
-            setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
-        if (!title.isNull())
-            setTitle(w, title);
+        setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(pid)});
+        setText(w, "_NET_WM_NAME", title.toUtf8(), "UTF8_STRING");
         if (map)
             xcb_map_window(m_c, w);
         return w;
@@ -81,102 +60,73 @@ public:
     void stack(const QList<xcb_window_t>& bottomToTop, xcb_window_t active = XCB_WINDOW_NONE) {
         setWords(m_root, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, bottomToTop);
         setWords(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {active});
+        sync();
     }
-    void clearRoot() {
-        xcb_delete_property(m_c, m_root, atom("_NET_CLIENT_LIST_STACKING"));
-        xcb_delete_property(m_c, m_root, atom("_NET_ACTIVE_WINDOW"));
+    void clearRoot() { // as without a window manager
+        for (const char* list : {"_NET_CLIENT_LIST_STACKING", "_NET_ACTIVE_WINDOW"})
+            xcb_delete_property(m_c, m_root, atom(list));
         sync();
     }
     void sync() { std::free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
 
-    // The windows shown on the screen (the tests' own are never mapped there).
-    int mappedWindows() {
-        int count = 0;
-        auto* tree = xcb_query_tree_reply(m_c, xcb_query_tree(m_c, m_root), nullptr);
-        for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
-            auto* attributes = xcb_get_window_attributes_reply(
-                m_c, xcb_get_window_attributes(m_c, xcb_query_tree_children(tree)[i]), nullptr);
-            count += attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
-                     !attributes->override_redirect;
-            std::free(attributes);
-        }
-        std::free(tree);
-        return count;
-    }
-
 private:
     xcb_connection_t* m_c;
-    xcb_window_t m_root = XCB_WINDOW_NONE;
+    xcb_window_t m_root;
 };
 
-// A stand-in file manager on the test's bus, described as the helper takes it; its unique bus
-// name and pid once it answers.
-struct FakeFileManager {
-    QProcess process;
+// A stand-in file manager on the test's bus, of this kind, whose windows (Nautilus's by number,
+// Dolphin's by X id) show these locations; its unique bus name once it answers.
+struct FakeFileManager : Child {
     QString busName;
-    bool start(const QJsonObject& setup) {
-        tiedToTheTest(process);
-        process.start(FAKE_FILE_MANAGER,
-                      {QString::fromUtf8(QJsonDocument(setup).toJson(QJsonDocument::Compact))});
-        if (!process.waitForReadyRead(10'000))
-            return false;
-        busName = QString::fromUtf8(process.readLine()).trimmed();
-        return !busName.isEmpty();
-    }
-    qint64 pid() const { return process.processId(); }
-    ~FakeFileManager() {
-        process.kill();
-        process.waitForFinished();
+    bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false) {
+        QJsonObject list;
+        for (auto it = windows.begin(); it != windows.end(); ++it)
+            list.insert(it.key(), QJsonArray::fromStringList(it.value()));
+        const QJsonObject setup{{"kind", kind}, {"windows", list}, {"hang", hang}};
+        QProcess::start(FAKE_FILE_MANAGER, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
+        return waitForReadyRead(10'000) && !(busName = readLine().trimmed()).isEmpty();
     }
 };
 
 // Nautilus's window `n`, as it marks its windows for its D-Bus objects.
 xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n,
                             const QString& title) {
-    const xcb_window_t w = x.make("org.gnome.Nautilus", nautilus.pid(), title);
+    const xcb_window_t w = x.make("org.gnome.Nautilus", nautilus.processId(), title);
     x.setText(w, "_GTK_WINDOW_OBJECT_PATH", "/org/gnome/Nautilus/window/" + QByteArray::number(n));
     x.setText(w, "_GTK_UNIQUE_BUS_NAME", nautilus.busName.toUtf8());
     return w;
 }
 
-QString uri(const QString& path) {
-    return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
-}
-
-// A stand-in Nautilus whose windows 1, 2, ... show these locations in their tabs.
-QJsonObject nautilusShowing(const QList<QStringList>& tabsOfWindows) {
-    QJsonObject windows;
-    for (int n = 0; n < tabsOfWindows.size(); ++n)
-        windows.insert("/org/gnome/Nautilus/window/" + QString::number(n + 1),
-                       QJsonArray::fromStringList(tabsOfWindows[n]));
-    return {{"kind", "nautilus"}, {"windows", windows}};
-}
-
-// The windows of a stacking-list case, bottom to top, in a few words each:
-//   NAME[@TYPE][!hidden|!mapped][>N]   NAME a file manager's class, "xterm", or "own" (this
-//   process's); @TYPE a _NET_WM_WINDOW_TYPE suffix; !mapped shown on the screen; >N transient for
-//   the N-th window.
+// A stacking-list case, "the windows bottom to top|the active window's index", drawn and
+// stacked. A window in a few words: NAME[@TYPE][!hidden|!mapped][>N], NAME a file manager's
+// class, "xterm", or "own" (a Nemo window of this process); @TYPE a _NET_WM_WINDOW_TYPE suffix;
+// !mapped shown on the screen; >N transient for the N-th window. With "no window manager" for
+// the active window the root lists nothing.
 QList<xcb_window_t> makeStack(Windows& x, const QString& description) {
-    const QStringList words = description.split(u' ', Qt::SkipEmptyParts);
+    const QStringList words = description.section('|', 0, 0).split(u' ', Qt::SkipEmptyParts);
+    static const QRegularExpression form(R"(^([\w.]+)(?:@(\w+))?(!hidden|!mapped)?(?:>(\d+))?$)");
     QList<xcb_window_t> made;
     for (const QString& word : words) {
-        static const QRegularExpression form(
-            R"(^([\w.]+)(?:@(\w+))?(!hidden|!mapped)?(?:>(\d+))?$)");
         const QRegularExpressionMatch m = form.match(word);
         const bool own = m.captured(1) == "own";
-        const xcb_window_t w = x.make(own ? QByteArray("brindlemark-app") : m.captured(1).toUtf8(),
-                                      own ? OwnPid : 100, QString(), m.captured(3) == "!mapped");
+        made << x.make(own ? QByteArray("nemo") : m.captured(1).toUtf8(), own ? OwnPid : 100,
+                       QString(), m.captured(3) == "!mapped");
         if (m.hasCaptured(2))
-            x.setWords(w, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM,
+            x.setWords(made.last(), "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM,
                        {x.atom(("_NET_WM_WINDOW_TYPE_" + m.captured(2)).toLatin1())});
         if (m.captured(3) == "!hidden")
-            x.setWords(w, "_NET_WM_STATE", XCB_ATOM_ATOM, {x.atom("_NET_WM_STATE_HIDDEN")});
-        made << w;
+            x.setWords(made.last(), "_NET_WM_STATE", XCB_ATOM_ATOM,
+                       {x.atom("_NET_WM_STATE_HIDDEN")});
     }
     for (int i = 0; i < words.size(); ++i)
         if (const qsizetype at = words[i].indexOf(u'>'); at > 0)
             x.setWords(made[i], "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW,
                        {made[words[i].mid(at + 1).toInt()]});
+    const QString active = description.section('|', 1);
+    if (active == "no window manager")
+        x.clearRoot();
+    else
+        x.stack(made, active.isEmpty() ? xcb_window_t(XCB_WINDOW_NONE) : made[active.toInt()]);
     return made;
 }
 
@@ -185,54 +135,37 @@ QList<xcb_window_t> makeStack(Windows& x, const QString& description) {
 class FrontFolderTest : public QObject {
     Q_OBJECT
 
-    QProcess m_xvfb, m_bus;
+    Child m_xvfb, m_bus;
     QTemporaryDir m_busFolder;
     QString m_busAddress;
 
     QDBusConnection bus() {
         return QDBusConnection::connectToBus(m_busAddress, "front-folder-test");
     }
+    std::optional<QString> front() { return frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)); }
 
 private slots:
     void initTestCase() {
         // One X server and one session bus of the test's own, for the whole program.
-        tiedToTheTest(m_xvfb);
-        tiedToTheTest(m_bus);
         m_xvfb.start("Xvfb", {"-displayfd", "1", "-noreset", "-screen", "0", "640x480x24",
                               "-nolisten", "tcp"});
         QVERIFY2(m_xvfb.waitForReadyRead(20'000), "Xvfb did not start (Debian package xvfb)");
         qputenv("DISPLAY", ":" + m_xvfb.readLine().trimmed());
-        m_bus.start("dbus-daemon", {"--session", "--nofork", "--print-address=1",
-                                    "--address=unix:path=" + m_busFolder.filePath("bus")});
-        QVERIFY2(m_bus.waitForReadyRead(20'000),
-                 "dbus-daemon did not start (Debian package dbus-daemon)");
-        m_busAddress = QString::fromLatin1(m_bus.readLine()).trimmed();
+        m_busAddress = startSessionBus(m_bus, m_busFolder.path());
+        QVERIFY2(!m_busAddress.isEmpty(), "dbus-daemon did not start (Debian package dbus-daemon)");
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toUtf8());
         qunsetenv("WAYLAND_DISPLAY");
         qputenv("XDG_SESSION_TYPE", "x11");
-    }
-    void cleanupTestCase() {
-        m_bus.kill();
-        m_xvfb.kill();
-        m_bus.waitForFinished();
-        m_xvfb.waitForFinished();
+        QVERIFY(bus().isConnected());
     }
 
     void frontWindow() {
         // "the stack|the active window's index" -> the chosen window's index in the stack. With
-        // "no window manager" the root lists nothing: the mapped windows in the server's order.
+        // no window manager, the mapped windows in the server's order.
         expectEach(
             [](const QString& input) {
                 Windows x;
-                if (!x.connected())
-                    return QString("no X server");
-                const QList<xcb_window_t> made = makeStack(x, input.section('|', 0, 0));
-                const QString active = input.section('|', 1);
-                if (active == "no window manager")
-                    x.clearRoot();
-                else
-                    x.stack(made, active.isEmpty() ? xcb_window_t(XCB_WINDOW_NONE)
-                                                   : made[active.toInt()]);
+                const QList<xcb_window_t> made = makeStack(x, input);
                 const std::optional<Window> front = frontFileManagerWindow(OwnPid);
                 return front ? QString::number(made.indexOf(front->id)) : QString("none");
             },
@@ -240,208 +173,155 @@ private slots:
              {"nemo org.gnome.Nautilus|0", "0"}, // the active one first
              {"dolphin xterm|1", "0"},
              {"thunar own|1", "0"},
-             {"caja nemo@DOCK dolphin@POPUP_MENU thunar@TOOLTIP nemo@NOTIFICATION "
-              "caja@DROPDOWN_MENU",
-              "0"},
+             {"caja nemo@DOCK caja@POPUP_MENU nemo@TOOLTIP caja@NOTIFICATION", "0"},
              {"caja@DESKTOP|0", "none"}, // the desktop a file manager draws
              {"nemo dolphin!hidden", "0"},
              {"nemo dolphin xterm@DIALOG>0|2", "0"}, // a dialog stands for its owner
              {"caja xterm>2 xterm>1", "0"},          // transients in a loop
-             {"xterm own|1", "none"},
              {"nemo!mapped caja|no window manager", "0"}});
     }
 
-    void nautilusTabs() {
-        // "the tabs' URIs, blank-separated|the window's title" -> the folder, or nothing
-        expectEach(
-            [](const QString& input) {
-                const QStringList tabs = input.section('|', 0, 0).split(' ', Qt::SkipEmptyParts);
-                return nautilusFolder(tabs, input.section('|', 1), "/home/ann/").value_or("");
-            },
-            {{"file:///a/Beta%20Folder file:///a/Gr%C3%B6%C3%9Fe file:///a/alpha|Größe",
-              "/a/Größe"},
-             {"file:///srv/x/ file:///srv/y|x", "/srv/x"},
-             {"file:///srv file:///|/", "/"},
-             {"file:///srv/x file:///home/ann|Persönlicher Ordner", "/home/ann"},
-             {"file:///home/ann trash:///|Home", ""},
-             {"file:///srv/x file:///srv/y trash:///|Trash", ""},
-             {"file:///srv/x sftp://host/srv/x|x", ""},
-             {"file:///srv/x file:///opt/x|x", ""},
-             {"file:///srv/x file:///srv/x|x", "/srv/x"},
-             {"file://elsewhere/srv/x|x", ""},
-             {"recent:///|Recent", ""},
-             {"|x", ""}});
-    }
-
-    void fullPathTitles() {
+    void whatAWindowShows() {
+        // A Nautilus window, "the tabs' URIs, blank-separated|its title", or another file
+        // manager's title -> the folder, or "none"
         TestHome home;
         for (const char* folder : {"alpha", "Beta Folder", "a - b", "Größe"})
             QVERIFY(QDir().mkpath(home.file(folder)));
         QVERIFY(writeFile(home.file("notes.txt"), "x"));
         const QString h = home.path();
         expectEach(
-            [](const QString& title) { return folderFromFullPathTitle(title).value_or("none"); },
-            {
-                {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
-                {"a - b - " + h + "/a - b", h + "/a - b"},
-                {"/ - /", "/"},
-                {h + "/a - b — Dolphin", h + "/a - b"},
-                {h + "/Größe – Caja", h + "/Größe"},
-                {"~/alpha", h + "/alpha"},
-                {"alpha", "none"},
-                {h + "/missing - File Manager", "none"},
-                {h + "/notes.txt", "none"},
-                {"", "none"},
-            });
+            [](const QString& in) {
+                const QStringList tabs = in.section('|', 0, 0).split(' ', Qt::SkipEmptyParts);
+                return (in.contains('|') ? nautilusFolder(tabs, in.section('|', 1), "/home/ann/")
+                                         : folderFromFullPathTitle(in))
+                    .value_or("none");
+            },
+            {{"file:///a/Beta%20Folder file:///a/Gr%C3%B6%C3%9Fe file:///a/alpha|Größe",
+              "/a/Größe"},
+             {"file:///srv/x/ file:///srv/y|x", "/srv/x"},
+             {"file:///srv/x file:///home/ann|Persönlicher Ordner", "/home/ann"},
+             {"file:///home/ann trash:///|Home", "none"},
+             {"file:///srv/x file:///srv/y trash:///|Trash", "none"},
+             {"file:///srv/x sftp://host/srv/x|x", "none"},
+             {"file:///srv/x file:///opt/x|x", "none"},
+             {"file://elsewhere/srv/x|x", "none"},
+             {h + "/Beta Folder - Thunar", h + "/Beta Folder"},
+             {"a - b - " + h + "/a - b", h + "/a - b"},
+             {"/ - /", "/"},
+             {h + "/a - b — Dolphin", h + "/a - b"},
+             {h + "/Größe – Caja", h + "/Größe"},
+             {"~/alpha", h + "/alpha"},
+             {"alpha", "none"},
+             {h + "/missing - File Manager", "none"},
+             {h + "/notes.txt", "none"}});
     }
 
     void throughTheFileManagers() {
         TestHome home;
+        const auto stop = instanceStopper();
         const QString alpha = home.file("alpha"), beta = home.file("Beta Folder"),
-                      gone = home.file("gone");
-        for (const QString& folder : {alpha, beta, gone})
+                      gone = home.file("gone"), desktop = home.file("Desktop");
+        for (const QString& folder : {alpha, beta, gone, desktop})
             QVERIFY(QDir().mkpath(folder));
         Windows x;
-        QVERIFY(x.connected());
-        QDBusConnection connection = bus();
-        QVERIFY(connection.isConnected());
-        const auto front = [&] { return frontFolder(OwnPid, connection, QDeadlineTimer(5'000)); };
 
-        // Nautilus: two windows, the second with several tabs; its object path in both places.
+        // Nautilus: its windows' tabs, by the object path the window carries.
         FakeFileManager nautilus;
-        QVERIFY(
-            nautilus.start(nautilusShowing({{uri(alpha)}, {uri(alpha), uri(beta), "trash:///"}})));
+        QVERIFY(nautilus.start("nautilus",
+                               {{"1", {alpha}}, {"2", {alpha, beta, "trash:///"}}, {"3", {gone}}}));
         const xcb_window_t n1 = nautilusWindow(x, nautilus, 1, "alpha"),
                            n2 = nautilusWindow(x, nautilus, 2, "Beta Folder");
-        x.stack({n1, n2});
-        QCOMPARE(front(), beta);
         x.stack({n2, n1});
         QCOMPARE(front(), alpha);
-        x.stack({n1, nautilusWindow(x, nautilus, 3, "alpha")}); // a window Nautilus does not list
-        QCOMPARE(front(), std::nullopt);
-        x.stack({n1});
         QCOMPARE(frontFolder(OwnPid, QDBusConnection("no bus"), QDeadlineTimer(5'000)),
                  std::nullopt);
-
-        // Dolphin: its windows by their X ids; a title that is a full path, confirmed; a title
-        // that is a folder name, confirmed when exactly one such folder is open.
-        FakeFileManager dolphin;
-        const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"),
-                           d2 = x.make("dolphin", 0, "Beta Folder — Dolphin");
-        QVERIFY(dolphin.start(
-            {{"kind", "dolphin"},
-             {"windows",
-              QJsonArray{QJsonObject{{"winId", qint64(d1)}, {"open", QJsonArray{uri(alpha)}}},
-                         QJsonObject{{"winId", qint64(d2)},
-                                     {"open", QJsonArray{uri(alpha), uri(beta)}}}}}}));
-        for (xcb_window_t w : {d1, d2})
-            x.setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.pid())});
-        x.stack({d2, d1});
-        QCOMPARE(front(), alpha);
-        x.stack({d1, d2});
-        QCOMPARE(front(), beta);
-        x.setTitle(d2, gone + " — Dolphin"); // not open there
-        QCOMPARE(front(), std::nullopt);
-        x.setTitle(d2, "Home — Dolphin"); // neither is the home folder
+        x.stack({n1, nautilusWindow(x, nautilus, 4, "alpha")}); // a window Nautilus does not list
         QCOMPARE(front(), std::nullopt);
 
-        // The others by their titles (the folder shown in full); a folder removed meanwhile is
-        // no answer.
-        x.stack({d1, x.make("nemo", 100, gone)});
-        QCOMPARE(front(), gone);
-        QVERIFY(QDir(gone).removeRecursively());
-        QCOMPARE(front(), std::nullopt);
-    }
+        // The launcher as a keyboard shortcut runs it: each command acts on the front window's
+        // folder; without one, on the Desktop.
+        x.stack({n1, n2});
+        writeScript(home.file("bin/xdg-open"), "exit 0");
+        writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
+        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
+        qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
+        const auto launch = [](const QStringList& a) {
+            return QProcess::execute(BRINDLEMARK_EXECUTABLE, a);
+        };
+        QCOMPARE(launch({"--new-file"}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(entries(beta), QStringList{"New Text File.txt"}, 20'000);
+        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}),
+                 0);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), beta.toUtf8() + "\n", 20'000);
+        QCOMPARE(entries(beta),
+                 QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
+        x.stack({});
+        QCOMPARE(launch({"--new-file"}), 0);
+        QCOMPARE(entries(desktop), QStringList{"New Text File.txt"});
 
-    void boundedAndQuietWithoutAnswers() {
-        TestHome home;
-        Windows x;
-        QVERIFY(x.connected());
-        // A Nautilus that holds its names and never answers: the query ends at its deadline.
+        // A file manager that never answers: the query ends at its deadline.
         FakeFileManager hung;
-        QVERIFY(hung.start({{"kind", "nautilus"}, {"hang", true}}));
+        QVERIFY(hung.start("dolphin", {}, true)); // a name of its own
         x.stack({nautilusWindow(x, hung, 1, "alpha")});
         QElapsedTimer clock;
         clock.start();
         QCOMPARE(frontFolder(OwnPid, bus()), std::nullopt);
         QVERIFY2(clock.elapsed() < 2'000, qPrintable(QString::number(clock.elapsed()))); // not 25 s
 
-        // No X server, or none where DISPLAY points: nothing.
-        const QByteArray display = qgetenv("DISPLAY");
-        const auto restore = qScopeGuard([&] { qputenv("DISPLAY", display); });
-        for (const char* nowhere : {"", ":4093"}) {
-            qputenv("DISPLAY", nowhere);
-            QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
-        }
+        // Dolphin: its windows by their X ids; a title that is a full path, or a folder of the
+        // home folder by its name, counts only when Dolphin confirms it is open there.
+        FakeFileManager dolphin;
+        const xcb_window_t d1 = x.make("dolphin", 0, alpha + " — Dolphin"),
+                           d2 = x.make("dolphin", 0, "Beta Folder — Dolphin"),
+                           d3 = x.make("dolphin", 0, gone + " — Dolphin");
+        QVERIFY(dolphin.start("dolphin", {{QString::number(d1), {alpha}},
+                                          {QString::number(d2), {alpha, beta}},
+                                          {QString::number(d3), {alpha}}}));
+        for (xcb_window_t w : {d1, d2, d3})
+            x.setWords(w, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.processId())});
+        x.stack({d2, d1});
+        QCOMPARE(front(), alpha);
+        x.stack({d1, d2});
+        QCOMPARE(front(), beta);
+        x.stack({d3}); // not open there
+        QCOMPARE(front(), std::nullopt);
 
+        // The others by their titles (the folder shown in full). A folder removed meanwhile is
+        // no answer, whoever names it.
+        x.stack({x.make("nemo", 100, gone)});
+        QCOMPARE(front(), gone);
+        QVERIFY(QDir(gone).removeRecursively());
+        x.stack({nautilusWindow(x, nautilus, 3, "gone")});
+        QCOMPARE(front(), std::nullopt);
+
+        // On Wayland the X windows say nothing: only a Nautilus showing one place in one window
+        // is certain.
+        x.stack({x.make("nemo", 100, "/")});
+        qputenv("XDG_SESSION_TYPE", "wayland");
+        const auto x11 = qScopeGuard([] { qputenv("XDG_SESSION_TYPE", "x11"); });
+        QCOMPARE(front(), std::nullopt);
+        nautilus.kill();
+        nautilus.waitForFinished();
+        QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}}));
+        QCOMPARE(front(), alpha);
+    }
+
+    void quietWithoutXOrBus() {
+        // No X server where DISPLAY points: nothing.
+        const QByteArray display = qgetenv("DISPLAY"),
+                         address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+        const auto restore = qScopeGuard([&] {
+            qputenv("DISPLAY", display);
+            qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        });
+        qputenv("DISPLAY", ":4093");
+        QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
         // No bus named and none in the runtime folder: not connected, and none started.
-        const QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-        const auto restoreBus = qScopeGuard([&] { qputenv("DBUS_SESSION_BUS_ADDRESS", address); });
+        TestHome home;
         qunsetenv("DBUS_SESSION_BUS_ADDRESS");
         QVERIFY(!sessionBusIfRunning().isConnected());
         qputenv("XDG_RUNTIME_DIR", m_busFolder.path().toUtf8()); // the bus at its standard place
         QVERIFY(sessionBusIfRunning().isConnected());
-    }
-
-    void onWaylandOnlyWhatIsCertain() {
-        TestHome home;
-        const QString alpha = home.file("alpha");
-        QVERIFY(QDir().mkpath(alpha));
-        qputenv("XDG_SESSION_TYPE", "wayland");
-        const auto restore = qScopeGuard([] { qputenv("XDG_SESSION_TYPE", "x11"); });
-        const auto front = [&] { return frontFolder(OwnPid, bus(), QDeadlineTimer(5'000)); };
-        Windows x;
-        QVERIFY(x.connected());
-        x.stack({x.make("nemo", 100, "/")}); // X windows say nothing about Wayland's front window
-        QCOMPARE(front(), std::nullopt);
-        {
-            FakeFileManager one;
-            QVERIFY(one.start(nautilusShowing({{uri(alpha)}})));
-            QCOMPARE(front(), alpha);
-        }
-        FakeFileManager two;
-        QVERIFY(two.start(nautilusShowing({{uri(alpha)}, {uri(home.path())}})));
-        QCOMPARE(front(), std::nullopt);
-    }
-
-    void keyboardShortcutCommands() {
-        // The launcher as a keyboard shortcut runs it: the first one starts Brindlemark without
-        // its window, and each command acts on the front file-manager window's folder.
-        TestHome home;
-        const auto stop = instanceStopper();
-        const QString alpha = home.file("Pro jects/alpha"), desktop = home.file("Desktop");
-        QVERIFY(QDir().mkpath(alpha) && QDir().mkpath(desktop));
-        writeScript(home.file("bin/xdg-open"), "exit 0");
-        writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
-        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
-        qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
-        qputenv("QT_QPA_PLATFORM", "xcb"); // Brindlemark's own windows on the test's X server
-        const auto offscreen = qScopeGuard([] { qputenv("QT_QPA_PLATFORM", "offscreen"); });
-
-        Windows x;
-        QVERIFY(x.connected());
-        FakeFileManager nautilus;
-        QVERIFY(nautilus.start(nautilusShowing({{uri(alpha)}})));
-        x.stack({nautilusWindow(x, nautilus, 1, "alpha")});
-
-        const auto launch = [](const QStringList& a) {
-            return QProcess::execute(BRINDLEMARK_EXECUTABLE, a);
-        };
-        QCOMPARE(launch({"--new-file"}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(entries(alpha), QStringList{"New Text File.txt"}, 20'000);
-        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}),
-                 0);
-        QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), alpha.toUtf8() + "\n", 20'000);
-        QCOMPARE(entries(alpha),
-                 QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
-        QCOMPARE(x.mappedWindows(), 0);
-
-        // No file-manager window: the Desktop. A plain launch then shows the window, as always.
-        x.stack({});
-        QCOMPARE(launch({"--new-file"}), 0);
-        QCOMPARE(entries(desktop), QStringList{"New Text File.txt"});
-        QCOMPARE(launch({}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(x.mappedWindows(), 1, 20'000);
     }
 };
 

@@ -1,17 +1,20 @@
 // A stand-in for a file manager on the session bus, for the front-folder tests. It answers what
 // the real ones answer about their windows, from one JSON argument:
-//   {"kind": "nautilus", "windows": {"/org/gnome/Nautilus/window/1": ["file:///a", ...], ...}}
-//   {"kind": "dolphin",  "windows": [{"winId": 4194310, "open": ["file:///a", ...]}, ...]}
+//   {"kind": "nautilus", "windows": {"1": ["/a", "trash:///", ...], ...}}: org.gnome.Nautilus,
+//   window n's tabs at /org/gnome/Nautilus/window/n
+//   {"kind": "dolphin", "windows": {"4194310": ["/a", ...], ...}}: the Dolphin windows of these
+//   X ids, with the folders open in them
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
-// With "hang": true it takes its names and then never answers. It prints its unique bus name
-// once it is ready.
+// A location that is a path stands for its file: URI. With "hang": true it takes its names and then
+// never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
-#include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusVariant>
+#include <QDBusVirtualObject>
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
@@ -21,97 +24,64 @@
 
 using Locations = QMap<QString, QStringList>;
 
-// org.freedesktop.FileManager1, as Nautilus has it: its windows' locations, and ShowItems.
-class FileManager1 : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
-    Q_PROPERTY(Locations OpenWindowsWithLocations READ openWindowsWithLocations)
+// Every object of the file manager, answering the few calls the real ones are asked: Nautilus's
+// OpenWindowsWithLocations property and ShowItems, and each Dolphin window's X id and whether a
+// folder is open in it.
+class FileManager : public QDBusVirtualObject {
 public:
-    FileManager1(Locations windows, QString log)
-        : m_windows(std::move(windows)), m_log(std::move(log)) {}
-    Locations openWindowsWithLocations() const { return m_windows; }
-public slots:
-    void ShowItems(const QStringList& uris, const QString&) {
-        QFile log(m_log);
-        if (log.open(QIODevice::Append))
-            log.write(uris.value(0).toUtf8() + '\n');
+    Locations windows;
+    QString log;
+
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override {
+        const QString member = call.member();
+        // Dolphin's windows are /dolphin/Dolphin_0, _1, ..., in the order of their X ids (the bus
+        // lists them as the children of /dolphin).
+        const QString id = windows.keys().value(call.path().section('_', -1).toInt());
+        QVariant answer;
+        if (member == "Get") {
+            answer = QVariant::fromValue(QDBusVariant(QVariant::fromValue(windows)));
+        } else if (member == "ShowItems") {
+            QFile file(log);
+            if (file.open(QIODevice::Append))
+                file.write(call.arguments().value(0).toStringList().value(0).toUtf8() + '\n');
+        } else if (member == "winId") {
+            answer = id.toLongLong();
+        } else if (member == "isUrlOpen") {
+            answer = windows.value(id).contains(call.arguments().value(0).toString());
+        } else {
+            return false;
+        }
+        return bus.send(answer.isValid() ? call.createReply(answer) : call.createReply());
     }
-
-private:
-    Locations m_windows;
-    QString m_log;
 };
-
-class KMainWindow : public QDBusAbstractAdaptor {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.KMainWindow")
-public:
-    KMainWindow(QObject* window, qlonglong id) : QDBusAbstractAdaptor(window), m_id(id) {}
-public slots:
-    qlonglong winId() { return m_id; }
-
-private:
-    qlonglong m_id;
-};
-
-class DolphinMainWindow : public QDBusAbstractAdaptor {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.dolphin.MainWindow")
-public:
-    DolphinMainWindow(QObject* window, QStringList open)
-        : QDBusAbstractAdaptor(window), m_open(std::move(open)) {}
-public slots:
-    bool isUrlOpen(const QString& url) {
-        return m_open.contains(QUrl(url).adjusted(QUrl::StripTrailingSlash).toString());
-    }
-
-private:
-    QStringList m_open;
-};
-
-// Takes a well-known name; one whose last owner just quit may take the bus a moment to release.
-bool take(QDBusConnection& bus, const QString& name) {
-    for (int attempt = 0; attempt < 250; ++attempt) {
-        if (bus.registerService(name))
-            return true;
-        QThread::msleep(20);
-    }
-    return false;
-}
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     qDBusRegisterMetaType<Locations>();
     const QJsonObject setup = QJsonDocument::fromJson(argc > 1 ? argv[1] : "{}").object();
+    const QString kind = setup["kind"].toString();
+    FileManager manager;
+    manager.log = setup["log"].toString();
+    const QJsonObject windows = setup["windows"].toObject();
+    for (auto it = windows.begin(); it != windows.end(); ++it)
+        for (const QString& place : it.value().toVariant().toStringList())
+            manager.windows[(kind == "dolphin" ? "" : "/org/gnome/Nautilus/window/") + it.key()]
+                << (place.startsWith('/') ? QUrl::fromLocalFile(place).toString(QUrl::FullyEncoded)
+                                          : place);
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected())
-        return 2;
-
-    if (setup["kind"] == "nautilus" || setup["kind"] == "showitems") {
-        Locations windows;
-        const QJsonObject list = setup["windows"].toObject();
-        for (auto it = list.begin(); it != list.end(); ++it)
-            windows.insert(it.key(), it.value().toVariant().toStringList());
-        bus.registerObject("/org/freedesktop/FileManager1",
-                           new FileManager1(windows, setup["log"].toString()),
-                           QDBusConnection::ExportAllProperties | QDBusConnection::ExportAllSlots);
-        if (!take(bus, setup["kind"] == "nautilus" ? "org.gnome.Nautilus"
-                                                   : "org.freedesktop.FileManager1"))
+    bus.registerVirtualObject("/org/freedesktop/FileManager1", &manager);
+    for (int n = 0; kind == "dolphin" && n < manager.windows.size(); ++n)
+        bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
+    // A name whose last owner just quit may take the bus a moment to release.
+    const QString name = kind == "nautilus" ? "org.gnome.Nautilus"
+                         : kind == "dolphin"
+                             ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
+                             : "org.freedesktop.FileManager1";
+    for (int attempt = 0; !bus.registerService(name); ++attempt) {
+        if (attempt == 250)
             return 3;
-    } else if (setup["kind"] == "dolphin") {
-        int n = 0;
-        for (const QJsonValue& value : setup["windows"].toArray()) {
-            auto* window = new QObject(&application);
-            QStringList open;
-            for (const QJsonValue& url : value["open"].toArray())
-                open << QUrl(url.toString()).adjusted(QUrl::StripTrailingSlash).toString();
-            new KMainWindow(window, value["winId"].toInteger());
-            new DolphinMainWindow(window, open);
-            bus.registerObject(QString("/dolphin/Dolphin_%1").arg(++n), window,
-                               QDBusConnection::ExportAdaptors);
-        }
-        if (!take(bus, QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())))
-            return 3;
+        QThread::msleep(20);
     }
     std::printf("%s\n", qPrintable(bus.baseService()));
     std::fflush(stdout);
@@ -119,5 +89,3 @@ int main(int argc, char** argv) {
         QThread::sleep(600);
     return application.exec();
 }
-
-#include "fake_file_manager.moc"
