@@ -65,9 +65,10 @@ inline auto instanceStopper() {
     return qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
 }
 
+// Every name in the folder, hidden ones too: a save's temporary files are hidden.
 inline QStringList entries(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot,
-                                  QDir::Name);
+    return QDir(folder).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 
 // A table of cases: each input, given to `f`, must give its expected text. A failure names the

@@ -29,12 +29,6 @@ mode_t modeOf(const QString& path) {
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
 }
 
-// Every entry of the folder, hidden ones too.
-QStringList listing(const QString& folder) {
-    return QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
 bool bindSocket(const QString& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -131,7 +125,7 @@ private slots:
         QCOMPARE(modeOf(made.filePath), executable ? mode_t(0755) : newFileMode());
         // Nothing else is left, and what was there first is as it was: no temporary file, the
         // link still leads nowhere.
-        QCOMPARE(listing(folder).size(), name == "Note.txt" ? 1 : 2);
+        QCOMPARE(entries(folder).size(), name == "Note.txt" ? 1 : 2);
         QVERIFY(!QFileInfo::exists(home->file("nowhere")));
         if (QFileInfo(folder + "/Note.txt").isFile() && name != "Note.txt")
             QCOMPARE(readFile(folder + "/Note.txt"), QByteArray("theirs"));
@@ -157,8 +151,8 @@ private slots:
             QVERIFY(content().write(id, id.toUtf8()));
         for (const QString& id : ids)
             QCOMPARE(content().read(id).bytes, id.toUtf8());
-        QCOMPARE(listing(platform->templateContentFolder()).size(), ids.size());
-        QCOMPARE(listing(home->file("data")), QStringList{"content"});
+        QCOMPARE(entries(platform->templateContentFolder()).size(), ids.size());
+        QCOMPARE(entries(home->file("data")), QStringList{"content"});
     }
 
     void contentThatCannotBeUsedGivesAnAlertAndNoFile_data() {
@@ -193,7 +187,7 @@ private slots:
         QTRY_COMPARE(platform->alerts,
                      QStringList{"New Text File failed: The content of \"Text File\" " + reason +
                                  ": " + path});
-        QCOMPARE(listing(home->file("Desktop")), QStringList());
+        QCOMPARE(entries(home->file("Desktop")), QStringList());
         // Refused as well as the content of a template, and said so.
         QVERIFY(!app->setContentFromFile(1, path));
         QCOMPARE(status(), "Not used: \"text\" " + reason + ".");
@@ -305,7 +299,7 @@ private slots:
                 writeFile(folder + "/.text.tmp-abc12", "not ours") &&
                 writeFile(folder + "/text", "x"));
         platform->removeInterruptedSaves();
-        QCOMPARE(listing(folder), QStringList({".text.tmp-abc12", "text"}));
+        QCOMPARE(entries(folder), QStringList({".text.tmp-abc12", "text"}));
     }
 };
 

@@ -35,11 +35,6 @@ void store(AppDelegate& app, const TemplateList& templates) {
     app.saveTemplates();
 }
 
-// Every name in a folder, hidden ones (where a save's temporary file goes) included.
-QStringList everything(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-}
-
 // A launch's message on the channel, as hex digits for a Python client.
 QString hexMessage(const std::vector<std::string>& urls) {
     return QByteArray::fromStdString(channel::encodeMessage(urls)).toHex();
@@ -117,7 +112,7 @@ private slots:
             QCOMPARE(readFile(LinuxPlatform::userDefaultsFilePath()), settings);
             QCOMPARE(readFile(config + "/Brindlemark/Templates.json"), thousandJSON);
             // No half-written file left beside them.
-            QCOMPARE(everything(config).size() + everything(config + "/Brindlemark").size(), 5);
+            QCOMPARE(entries(config).size() + entries(config + "/Brindlemark").size(), 5);
             // The data folder took the list: a start shows it, never the older one in the settings.
             QCOMPARE(start(platform, true)->templates().size(), 999);
 
@@ -221,13 +216,13 @@ private slots:
         const QStringList saved = places + QStringList{data + "/brindlemark/plugin-registry.json"};
         QMap<QString, QStringList> before;
         for (const QString& place : saved)
-            before[QFileInfo(place).path()] = everything(QFileInfo(place).path());
+            before[QFileInfo(place).path()] = entries(QFileInfo(place).path());
         for (QString place : saved)
             QVERIFY(writeFile(place.replace(QRegularExpression("/([^/]*)$"), "/.\\1.tmp-k1LLed"),
                               "half"));
         const auto app = start(platform, true);
         for (const QString& folder : before.keys())
-            QCOMPARE(everything(folder), before[folder]);
+            QCOMPARE(entries(folder), before[folder]);
 
         // Which places were written since the last look (a new file renamed over a place gives it
         // a new inode): "w" for each that was, "-" for the others, "?" for one that is missing.
