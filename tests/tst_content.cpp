@@ -14,10 +14,7 @@
 #include <QMimeData>
 #include <QTableView>
 
-#include <cstring>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using namespace brindlemark;
@@ -29,26 +26,16 @@ mode_t modeOf(const QString& path) {
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
 }
 
-bool bindSocket(const QString& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const QByteArray native = QFile::encodeName(path);
-    std::memcpy(address.sun_path, native.constData(), size_t(native.size()));
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    return fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-           ::close(fd) == 0;
-}
-
-mode_t newFileMode() {
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
-}
-
-Template record(const QString& id, const QString& prefix, bool executable = false) {
-    return {{"id", id},        {"title", prefix}, {"prefix", prefix},
-            {"suffix", "txt"}, {"enabled", true}, {"executable", executable}};
-}
+// Files with content: their bytes, whether executable, the name they get, and what appears at the
+// free name just before they are named.
+const struct {
+    QByteArray bytes;
+    bool executable;
+    const char *name, *meanwhile;
+} wholeFiles[] = {{"Hi\n", false, "Note.txt", ""},
+                  {QByteArray("\x7f\x45LF\0\xff", 6), true, "Note.txt", ""},
+                  {"#!/bin/sh\n", true, "Note 1.txt", "file"},
+                  {"x", false, "Note 1.txt", "link"}};
 
 } // namespace
 
@@ -61,17 +48,17 @@ class ContentTest : public QObject {
 
     QString status() { return app->statusLabel()->text(); }
     TemplateContent content() { return TemplateContent(platform->templateContentFolder()); }
+    std::unique_ptr<QMenu> menu; // the last one asked for
     QAction* item(int row, const QString& title) {
-        static std::unique_ptr<QMenu> menu;
         menu = app->templateContextMenu(row);
-        for (QAction* action : menu->actions())
-            if (action->text() == title)
-                return action;
-        return nullptr;
+        const QList<QAction*> items = menu->actions();
+        return *std::find_if(items.begin(), items.end(),
+                             [&](auto* a) { return a->text() == title; });
     }
 
 private slots:
     void init() {
+        menu.reset();
         app.reset();
         home = std::make_unique<TestHome>();
         platform = std::make_unique<FakePlatform>(home->path());
@@ -80,30 +67,19 @@ private slots:
     }
 
     void aFileHoldsTheContentAndAppearsOnlyWhole_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("executable");
-        QTest::addColumn<QString>("meanwhile"); // what appears at the free name just before
-        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("row");
         QTest::addColumn<bool>("unnamed"); // written as a file without a name first
-        const QByteArray binary("\x7f\x45LF\0\xff", 6);
-        for (const bool unnamed : {true, false}) {
-            QTest::addRow("text %d", unnamed) << QByteArray("Hi\n") << false << ""
-                                              << "Note.txt" << unnamed;
-            QTest::addRow("binary %d", unnamed) << binary << true << ""
-                                                << "Note.txt" << unnamed;
-            QTest::addRow("file meanwhile %d", unnamed)
-                << QByteArray("#!/bin/sh\n") << true << "file"
-                << "Note 1.txt" << unnamed;
-            QTest::addRow("link meanwhile %d", unnamed) << QByteArray("x") << false << "link"
-                                                        << "Note 1.txt" << unnamed;
-        }
+        for (const bool unnamed : {true, false})
+            for (int row = 0; row < 4; ++row)
+                QTest::addRow("%d %s, unnamed %d", row, wholeFiles[row].meanwhile, unnamed)
+                    << row << unnamed;
     }
     void aFileHoldsTheContentAndAppearsOnlyWhole() {
-        QFETCH(QByteArray, bytes);
-        QFETCH(bool, executable);
-        QFETCH(QString, meanwhile);
-        QFETCH(QString, name);
+        QFETCH(int, row);
         QFETCH(bool, unnamed);
+        const auto& [bytes, executable, file, then] = wholeFiles[row];
+        const QString name = file;
+        QString meanwhile = then;
         testing::withoutUnnamedFiles = !unnamed;
         const QString folder = home->file("f");
         QDir().mkpath(folder);
@@ -118,11 +94,14 @@ private slots:
             testing::beforeNamingWholeFile = nullptr;
             testing::withoutUnnamedFiles = false;
         });
-        const FileCreation made =
-            createFileFromTemplate(record("c", "Note", executable), folder, nullptr, &bytes);
+        const FileCreation made = createFileFromTemplate(
+            {{"prefix", "Note"}, {"suffix", "txt"}, {"executable", executable}}, folder, nullptr,
+            &bytes);
         QCOMPARE(made.filePath, folder + "/" + name);
         QCOMPARE(readFile(made.filePath), bytes);
-        QCOMPARE(modeOf(made.filePath), executable ? mode_t(0755) : newFileMode());
+        // Else the mode of any new file.
+        QVERIFY(writeFile(home->file("mode"), "x"));
+        QCOMPARE(modeOf(made.filePath), executable ? mode_t(0755) : modeOf(home->file("mode")));
         // Nothing else is left, and what was there first is as it was: no temporary file, the
         // link still leads nowhere.
         QCOMPARE(entries(folder).size(), name == "Note.txt" ? 1 : 2);
@@ -133,18 +112,16 @@ private slots:
 
     void anyIdHasAPlaceOfItsOwn() {
         const QString longId(300, u'é');
-        expectEach(
-            contentFileName,
-            {{"text", "text"},
-             {"A-b_9", "A-b_9"},
-             {"a/b", "a%2Fb"},
-             {"a%2Fb", "a%252Fb"},
-             {"..", "%2E%2E"},
-             {" x~", "%20x%7E"},
-             {"ü", "%C3%BC"},
-             {longId,
-              "~" +
-                  QCryptographicHash::hash(longId.toUtf8(), QCryptographicHash::Sha256).toHex()}});
+        expectEach(contentFileName, {{"text", "text"},
+                                     {"A-b_9", "A-b_9"},
+                                     {"a/b", "a%2Fb"},
+                                     {"a%2Fb", "a%252Fb"},
+                                     {"..", "%2E%2E"},
+                                     {" x~", "%20x%7E"},
+                                     {"ü", "%C3%BC"}});
+        QCOMPARE(contentFileName(longId),
+                 "~" +
+                     QCryptographicHash::hash(longId.toUtf8(), QCryptographicHash::Sha256).toHex());
         // Each id reads back what was written for it, and nothing leaves the folder.
         const QStringList ids{"a/b", "a%2Fb", "..", ".", "x y", longId, "../../escape"};
         for (const QString& id : ids)
@@ -180,7 +157,7 @@ private slots:
         else if (kind == "device")
             QVERIFY(QFile::link("/dev/zero", path));
         else if (kind == "socket")
-            QVERIFY(bindSocket(path));
+            QCOMPARE(::mknod(QFile::encodeName(path).constData(), S_IFSOCK | 0644, 0), 0);
         else
             QVERIFY(writeFile(path, "x") && QFile::resize(path, ContentSizeLimit + 1));
         app->handleURL("brindlemark://create?path=" + home->file("Desktop"));
@@ -208,8 +185,7 @@ private slots:
 
         // Editing opens a copy named as the template's files are; what is saved there is used.
         item(1, "Edit Content")->trigger();
-        QCOMPARE(platform->openedFiles.size(), 1);
-        const QString copy = platform->openedFiles[0];
+        const QString copy = platform->openedFiles.value(0);
         QVERIFY(copy.endsWith("/MarkdownDocument.md"));
         QCOMPARE(readFile(copy), QByteArray("# Title\n"));
         // An editor's own files beside the copy are not the edit, however new.
@@ -226,8 +202,6 @@ private slots:
 
         item(1, "Remove Content")->trigger();
         QVERIFY(!content().has("markdown") && !QFileInfo::exists(copy));
-        app->createTemplateWithIdentifier("markdown", home->file("Desktop"));
-        QCOMPARE(readFile(home->file("Desktop/MarkdownDocument 2.md")), QByteArray());
 
         // Removing a template removes its content, unless another template has the same id.
         app->setTemplates({app->templates()[0], app->templates()[0]});
@@ -241,10 +215,10 @@ private slots:
 
     void droppedFilesBecomeTemplates() {
         app->showWindow();
-        QVERIFY(writeFile(home->file("in/Letter.odt"), QByteArray("PK\x03\x04", 4)));
-        QVERIFY(writeFile(home->file("in/build.sh"), "#!/bin/sh\n", QFile::ExeOwner));
-        QVERIFY(writeFile(home->file("in/.profile"), "umask 022\n"));
-        QDir().mkpath(home->file("in/folder"));
+        QVERIFY(writeFile(home->file("in/Letter.odt"), QByteArray("PK\x03\x04", 4)) &&
+                writeFile(home->file("in/build.sh"), "#!/bin/sh\n", QFile::ExeOwner) &&
+                writeFile(home->file("in/.profile"), "umask 022\n") &&
+                QDir().mkpath(home->file("in/folder")));
         QMimeData drop;
         drop.setUrls({QUrl::fromLocalFile(home->file("in/Letter.odt")),
                       QUrl::fromLocalFile(home->file("in/build.sh")),
@@ -254,18 +228,12 @@ private slots:
         QVERIFY(!model->dropMimeData(&drop, Qt::MoveAction, -1, -1, {}));
         QVERIFY(model->dropMimeData(&drop, Qt::CopyAction, -1, -1, {}));
         QCOMPARE(status(), "Added 3 templates. Not added: \"folder\" is a folder.");
-        const TemplateList added = app->templates().mid(6);
-        QStringList described;
-        for (const Template& record : added) {
-            described << describe(record);
-            QCOMPARE(content().read(record["id"].toString()).bytes,
-                     readFile(home->file("in/" + record["prefix"].toString() +
-                                         (record["suffix"].toString().isEmpty()
-                                              ? ""
-                                              : "." + record["suffix"].toString()))));
-        }
-        QCOMPARE(described, QStringList({"*|Letter|Letter|odt|1|0", "*|build|build|sh|1|1",
-                                         "*|.profile|.profile||1|0"}));
+        QStringList added;
+        for (const Template& record : app->templates().mid(6))
+            added << describe(record) + "|" + content().read(record["id"].toString()).bytes;
+        QCOMPARE(added, QStringList({"*|Letter|Letter|odt|1|0|PK\x03\x04",
+                                     "*|build|build|sh|1|1|#!/bin/sh\n",
+                                     "*|.profile|.profile||1|0|umask 022\n"}));
         QVERIFY(platform->userDefaults.value("TemplatesJSON").toString().contains("\"Letter\""));
     }
 
@@ -275,9 +243,9 @@ private slots:
         QCOMPARE(status(), QString("No Templates folder: there is nothing to add."));
         const QString folder = home->file("Vorlagen");
         platform->templatesFolder = folder;
-        QVERIFY(writeFile(folder + "/Brief.odt", "letter"));
-        QVERIFY(writeFile(folder + "/Skripte/run.py", "#!/usr/bin/python3\n", QFile::ExeOwner));
-        QVERIFY(writeFile(folder + "/.hidden", "x") && writeFile(folder + "/.git/HEAD", "x"));
+        QVERIFY(writeFile(folder + "/Brief.odt", "letter") && writeFile(folder + "/.hidden", "x") &&
+                writeFile(folder + "/Skripte/run.py", "#!/usr/bin/python3\n", QFile::ExeOwner) &&
+                writeFile(folder + "/.git/HEAD", "x"));
         const QStringList before = entries(folder);
         app->handleFolderCommand("--import-templates");
         QCOMPARE(status(), "Added 2 templates from " + folder + ".");
