@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QContextMenuEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QMimeData>
@@ -211,6 +212,32 @@ private slots:
             app->removeTemplate();
             QCOMPARE(content().has("text"), left);
         }
+    }
+
+    void theMenuIsForTheRowUnderThePointerOrTheSelectedOne() {
+        app->showWindow();
+        QVERIFY(writeFile(home->file("x"), "x") && app->setContentFromFile(1, home->file("x")));
+        QTableView* table = app->templatesTableView();
+        QStringList shown; // whether each menu could remove content: only for row 1
+        const auto readMenu = [&] {
+            QTimer::singleShot(0, [&] {
+                auto* open = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+                shown << (open ? QString::number(open->actions()[2]->isEnabled()) : "none");
+                open && open->close();
+            });
+        };
+        QVERIFY(QTest::qWaitForWindowActive(app->window()));
+        table->setFocus();
+        table->selectRow(1);
+        readMenu();
+        QTest::keyClick(table, Qt::Key_F10, Qt::ShiftModifier);
+        const QPoint row0 = table->visualRect(table->model()->index(0, 1)).center();
+        QContextMenuEvent click(QContextMenuEvent::Mouse, row0,
+                                table->viewport()->mapToGlobal(row0));
+        readMenu();
+        QApplication::sendEvent(table->viewport(), &click);
+        QCOMPARE(shown, QStringList({"1", "0"}));
+        QCOMPARE(app->selectedTemplateRow(), 0);
     }
 
     void droppedFilesBecomeTemplates() {
