@@ -196,9 +196,17 @@ private slots:
         app->createTemplateWithIdentifier("markdown", home->file("Desktop"));
         QCOMPARE(readFile(home->file("Desktop/MarkdownDocument 1.md")), QByteArray("# Edited\n"));
 
+        // Edited again under another suffix: one copy, the new name, holding the edit.
+        app->templateTableModel()->setData(app->templateTableModel()->index(1, 3), "txt",
+                                           Qt::EditRole);
+        item(1, "Edit Content")->trigger();
+        QCOMPARE(entries(copy.section('/', 0, -2)).filter("Markdown"),
+                 QStringList{"MarkdownDocument.txt"});
+        QCOMPARE(readFile(platform->openedFiles.value(1)), QByteArray("# Edited\n"));
+
         // A row without content gets an empty one to edit.
         item(0, "Edit Content")->trigger();
-        QCOMPARE(readFile(platform->openedFiles.value(1)), QByteArray());
+        QCOMPARE(readFile(platform->openedFiles.value(2)), QByteArray());
         QVERIFY(content().has("text"));
 
         item(1, "Remove Content")->trigger();
