@@ -117,6 +117,9 @@ class FileManagerMenuTest(unittest.TestCase):
         for text in (None, "", "{broken", "null", '[1, "x", null, [{"title": "T", "enabled": true}]]'):
             os.remove(self.templates) if text is None else write(self.templates, text)
             self.assertEqual(p.get_background_items(fake_file(self.folder))[0].submenu, [], text)
+        # Disabled: the file is gone, the file manager still has the module loaded, the menus go.
+        os.remove(f"{self.data}/thunarx-python/extensions/brindlemark_menu.py")
+        self.assertEqual(p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)]), [])
 
     def test_menus_follow_template_changes(self):
         """Nemo keeps a folder's menu: a save (several file events) signals once and reloads each window still open."""
@@ -128,7 +131,10 @@ class FileManagerMenuTest(unittest.TestCase):
                                 Gtk=ns(accel_groups_activate=lambda window, key, mods: record("key", window.name, key, mods)))
         windows = [ns(name=name, get_visible=lambda open=open: open) for name, open in (("open", True), ("closed", False))]
         [p.get_background_items(window, fake_file(self.folder)) for window in windows + windows]
-        (_, path, changed), = [event for event in events if event[0] == "watch"]
+        watches = {path: changed for kind, path, changed, *_ in events if kind == "watch"}
+        path, changed = self.templates, watches[self.templates]
+        # Its own file is watched too: removing it (disabling) refreshes the menus as well.
+        self.assertEqual(set(watches), {path, self.data + "/nemo-python/extensions/brindlemark_menu.py"})
         [changed() for _ in range(3)]
         (_, refresh), = [event for event in events if event[0] == "timer"]
         # After the refresh, the next save is followed again.

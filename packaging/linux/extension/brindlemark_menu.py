@@ -105,6 +105,12 @@ def _local_folder(item):
     return path if path and os.path.isdir(path) else None
 
 
+def _installed():
+    """False once disabling has removed this file: a running file manager keeps the module loaded
+    until it quits, and its menus must go at once."""
+    return os.path.exists(os.path.abspath(__file__))
+
+
 def _is_thunar(module):
     return getattr(module, "__name__", "").endswith("Thunarx")
 
@@ -197,12 +203,16 @@ def _make_provider(module):
             self._windows = []  # the windows whose menus this provider filled
             self._passes_windows = False  # Nautilus 43 on names no window
             self._refresh_pending = False
+            # The templates, and this file itself, whose removal takes the menus away.
+            self._monitors = []
             try:
                 from gi.repository import Gio
-                self._monitor = Gio.File.new_for_path(templates_file()).monitor_file(Gio.FileMonitorFlags.NONE, None)
-                self._monitor.connect("changed", lambda *_: self._templates_changed())
+                for path in (templates_file(), os.path.abspath(__file__)):
+                    monitor = Gio.File.new_for_path(path).monitor_file(Gio.FileMonitorFlags.NONE, None)
+                    monitor.connect("changed", lambda *_: self._templates_changed())
+                    self._monitors.append(monitor)
             except Exception:
-                self._monitor = None
+                pass
 
         def _templates_changed(self):
             # One save is several file events: the menus are refreshed once, shortly after.
@@ -237,7 +247,7 @@ def _make_provider(module):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
                 files = args[-1]
-                if len(files) != 1:
+                if len(files) != 1 or not _installed():
                     return []
                 folder = _local_folder(files[0])
                 return build_menu(module, folder, "BrindlemarkItem") if folder else []
@@ -247,7 +257,7 @@ def _make_provider(module):
         def get_background_items(self, *args):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
-                folder = _local_folder(args[-1])
+                folder = _local_folder(args[-1]) if _installed() else None
                 return build_menu(module, folder, "BrindlemarkBackground") if folder else []
             except Exception:
                 return []
