@@ -10,7 +10,6 @@
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
-#include <QRegularExpression>
 #include <QShortcut>
 #include <QStandardPaths>
 #include <QUrl>
@@ -33,16 +32,9 @@ QList<StoredCopy> Platform::storedTemplatesCopies(const QString& key) {
 }
 
 void Platform::removeInterruptedSaves() {
-    QStringList paths = templateStoreFilePaths();
-    // A content file's temporaries are ".NAME.tmp-" and six letters: NAME is the file they were
-    // for, which need not exist yet.
-    const QString content = templateContentFolder();
-    static const QRegularExpression temporary(QStringLiteral("^\\.(.+)\\.tmp-[A-Za-z0-9]{6}$"));
-    for (const QString& name : QDir(content).entryList(QDir::Files | QDir::Hidden))
-        if (const QRegularExpressionMatch match = temporary.match(name); match.hasMatch())
-            paths.append(content + u'/' + match.captured(1));
-    for (const QString& path : paths)
+    for (const QString& path : templateStoreFilePaths())
         removeLeftoverTemporaries(QFile::encodeName(path).toStdString());
+    removeLeftoverTemporariesIn(QFile::encodeName(templateContentFolder()).toStdString());
 }
 
 std::optional<QString> Platform::userTemplatesFolder() {

@@ -1,5 +1,6 @@
 #include "templates/AtomicWrite.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -52,14 +53,48 @@ std::string temporaryNameFor(const std::string& target) {
            std::string(RandomLetters, 'X');
 }
 
-bool isTemporaryNameFor(const std::string& name, const std::string& target) {
-    const std::string stem = "." + nameOf(target) + std::string(TemporaryMark);
-    if (name.size() != stem.size() + RandomLetters || name.compare(0, stem.size(), stem) != 0)
+// The temporary name of a write of some file: "." NAME ".tmp-" and the six random letters.
+bool isTemporaryName(const std::string& name) {
+    const std::size_t stem = name.size() - std::min(name.size(), RandomLetters);
+    if (name.size() < 2 + TemporaryMark.size() + RandomLetters || name[0] != '.' ||
+        name.compare(stem - TemporaryMark.size(), TemporaryMark.size(), TemporaryMark) != 0)
         return false;
-    for (std::size_t i = stem.size(); i < name.size(); ++i)
+    for (std::size_t i = stem; i < name.size(); ++i)
         if (!std::isalnum(static_cast<unsigned char>(name[i])))
             return false;
     return true;
+}
+
+bool isTemporaryNameFor(const std::string& name, const std::string& target) {
+    const std::string stem = "." + nameOf(target) + std::string(TemporaryMark);
+    return name.size() == stem.size() + RandomLetters && name.compare(0, stem.size(), stem) == 0 &&
+           isTemporaryName(name);
+}
+
+// Removes the folder's leftovers that `isLeftover` names: only plain files whose writer is gone
+// (a writer still at work holds its lock). Returns how many.
+int removeUnlockedTemporaries(const std::string& folder,
+                              const std::function<bool(const std::string&)>& isLeftover) {
+    DIR* listing = ::opendir(folder.c_str());
+    if (!listing)
+        return 0;
+    int removed = 0;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (!isLeftover(name))
+            continue;
+        const std::string leftover = folder + "/" + name;
+        const int fd = ::open(leftover.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        struct stat info {};
+        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlink(leftover.c_str()) == 0)
+            ++removed;
+        ::close(fd);
+    }
+    ::closedir(listing);
+    return removed;
 }
 
 // The file a chain of links ends at, however long: the link keeps being a link and only its final
@@ -156,28 +191,13 @@ int removeLeftoverTemporaries(const std::string& path) {
     const std::string target = finalTarget(path);
     if (target.empty())
         return 0;
-    const std::string folder = folderOf(target);
-    DIR* listing = ::opendir(folder.c_str());
-    if (!listing)
-        return 0;
-    int removed = 0;
-    while (const dirent* entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        if (!isTemporaryNameFor(name, target))
-            continue;
-        const std::string leftover = folder + "/" + name;
-        // Only a plain file whose writer is gone: a writer still at work holds its lock.
-        const int fd = ::open(leftover.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0)
-            continue;
-        struct stat info {};
-        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
-            ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlink(leftover.c_str()) == 0)
-            ++removed;
-        ::close(fd);
-    }
-    ::closedir(listing);
-    return removed;
+    return removeUnlockedTemporaries(folderOf(target), [&](const std::string& name) {
+        return isTemporaryNameFor(name, target);
+    });
+}
+
+int removeLeftoverTemporariesIn(const std::string& folder) {
+    return removeUnlockedTemporaries(folder, isTemporaryName);
 }
 
 bool replaceFileAtomically(const std::string& path, std::string_view bytes) {

@@ -31,6 +31,9 @@ bool replaceFileAtomically(const std::string& path, std::string_view bytes);
 // Removes what writes of `path` that were interrupted (the writer killed) left beside it: the
 // hidden temporary files named after it, and only those whose writer has ended. Returns how many.
 int removeLeftoverTemporaries(const std::string& path);
+// The same for every file in a folder that only such writes fill, also those of files that were
+// never written whole.
+int removeLeftoverTemporariesIn(const std::string& folder);
 
 // Writes all the bytes to the descriptor, going on after a partial write or an interruption;
 // false on an error or when nothing more can be written (a full disk).
