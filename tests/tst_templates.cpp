@@ -70,8 +70,9 @@ private slots:
              {R"({"title":"T","suffix":". py","enabled":"YeS","executable":1})", "*|T|T| py|1|1"},
              {R"({"id":" Id\u00a0\u0085","prefix":"\u2028\u3000 p\u202f\t","title":"\u00a0a\u2028b "})",
               "Id|a\u2028b|p||0|0"},
-             {R"({"id":"\u200b\u001f","title":-0.25,"prefix":[1]})",
-              "\u200b\u001f|-0.25|[1]||0|0"}});
+             {R"({"id":"\u200b\u001f","title":-0.25,"prefix":[1]})", "\u200b\u001f|-0.25|[1]||0|0"},
+             {"{\"id\":\" \xEF\xBB\xBF\xEF\xBB\xBF i\",\"title\":\"\\ufeff\\u00a0T\ufeff \"}",
+              "i|T\ufeff|T\ufeff||0|0"}});
         QVERIFY(brindlemark::normalizedTemplate({}).value("id") !=
                 brindlemark::normalizedTemplate({}).value("id"));
     }

@@ -43,8 +43,12 @@ QString cleanedString(const QJsonValue& value) {
         return QString(""); // never null
     }
     // QString::trimmed() strips exactly the whitespace-and-newline set: 9..13, U+0085 and the
-    // Zs/Zl/Zp categories (space and no-break space included).
+    // Zs/Zl/Zp categories (space and no-break space included). A leading U+FEFF goes as well: Qt's
+    // JSON reader drops one at the start of a string, so a value that began with it would read
+    // back different from what was written.
     QString trimmed = text.trimmed();
+    while (trimmed.startsWith(QChar(0xFEFF)))
+        trimmed = trimmed.mid(1).trimmed();
     return trimmed.isNull() ? QString("") : trimmed;
 }
 
