@@ -5,7 +5,11 @@ import json, os, pathlib, shlex, subprocess, sys, tempfile, unittest
 
 DOCTOR = os.environ["BRINDLEMARK_DOCTOR"]
 ID, PK = "org.brindlemark.Brindlemark.BrindlemarkFinderSync", shlex.quote(os.path.dirname(DOCTOR) + "/brindlemark-pluginkit")
-APPEX = shlex.quote(os.path.dirname(DOCTOR) + "/PlugIns/BrindlemarkFinderSync.appex")
+BUNDLE = os.path.dirname(DOCTOR) + "/PlugIns/BrindlemarkFinderSync.appex"
+APPEX = shlex.quote(BUNDLE)
+REINSTALL = f"{PK} -a {APPEX} && {PK} -e use -i {ID}"
+STORED = json.dumps([{"title": "A", "enabled": True}, {"title": " B\\c ", "enabled": "yes"}, {"title": "C", "enabled": False}])
+BUILT_IN = ", ".join(r["title"] for r in json.loads(pathlib.Path(BUNDLE + "/default-templates.json").read_text()) if r["enabled"])
 PACKAGES = ["python3-nautilus", "thunarx-python", "gir1.2-thunarx-3.0"]
 MENUS = {"Nautilus": ("nautilus-python/extensions/brindlemark_menu.py", "restart Nautilus: nautilus -q"),
          "Thunar": ("thunarx-python/extensions/brindlemark_menu.py", "restart Thunar: thunar -q"),
@@ -21,7 +25,16 @@ missing = lambda packages, verdict="missing": f"{SUPPORT[packages]} ... {verdict
 
 CASES = [  # what differs from a machine with everything; the lines with a fix the doctor must print, and no other. A line whose
     # problem the doctor might forget to count (dpkg-query or gdbus missing) is the only problem on its machine.
-    ("everything, and a relative XDG_DATA_HOME means ~/.local/share", {"env": {"XDG_DATA_HOME": "data"}}, []),
+    ("everything, nothing stored yet, and a relative XDG_DATA_HOME means ~/.local/share", {"env": {"XDG_DATA_HOME": "data"}, "stored": None}, []),
+    ("menus of an older Brindlemark, a launcher that is gone, Thunar's terminal action without a terminal",
+     {"older": ["Nautilus", "Dolphin"], "launcher": "/gone/brindlemark", "thunar_action": True},
+     ["Nautilus: New File entries ... the installed menu is not this Brindlemark's — fix: " + REINSTALL,
+      'Thunar: "Open Terminal Here" ... Thunar\'s own cannot start a terminal, so Brindlemark\'s is shown beside it — fix: sudo apt-get '
+      "install xterm && echo TerminalEmulator=xterm >> {home}/config/xfce4/helpers.rc (or remove Thunar's in Edit > Configure custom actions)",
+      "Dolphin: New File entries ... A, but the enabled templates are: A, B\\c — fix: " + REINSTALL,
+      "Launcher the menus run (~/.local/share/brindlemark/launcher) ... /gone/brindlemark, which is gone — fix: " + REINSTALL]),
+    ("enabled before Brindlemark ever ran, by an install without the built-in list", {"stored": None, "built_in": False},
+     [f"{name}: New File entries ... none, but the enabled templates are: {BUILT_IN} — fix: {REINSTALL}" for name in MENUS]),
     ("no python3-nautilus, no gir for Thunar, another URL handler, no tray", {"packages": ["python3-nautilus", "gir1.2-thunarx-3.0"],
      "handler": "firefox.desktop", "tray": "(false,)"}, [missing("python3-nautilus"), SUPPORT["thunarx-python gir1.2-thunarx-3.0"] +
      " ... missing gir1.2-thunarx-3.0 — fix: sudo apt-get install gir1.2-thunarx-3.0", URLS + "handled by firefox.desktop — fix: " + MIME,
@@ -54,23 +67,37 @@ def write(path, text, mode=0o644):
 
 
 def run_doctor(home, packages=(), gone=(), handler="org.brindlemark.Brindlemark.desktop", tray="(true,)", elected=True, registry="",
-               deleted=(), unlisted=(), no_folder=False, env=None):
-    """Builds the machine in HOME and runs the doctor there, with only the fakes on PATH: (exit status, output)."""
+               deleted=(), unlisted=(), no_folder=False, env=None, stored=STORED, built_in=True, older=(), launcher=DOCTOR,
+               thunar_action=False):
+    """Builds the machine in HOME and runs the doctor there, with only the fakes on PATH: (exit status, output). The menus are
+    this Brindlemark's, written for the templates stored (or the built-in ones), except the older ones: a copy of another version,
+    a service menu written before the last template was enabled."""
     data, installed = home + "/.local/share", "|".join(p for p in PACKAGES if p not in packages)
+    environment = {"HOME": home, "PATH": home + "/bin", "XDG_DATA_HOME": data, "XDG_CONFIG_HOME": home + "/config",
+                   "XDG_CONFIG_DIRS": home + "/etc", "XDG_RUNTIME_DIR": home + "/run", "LANG": "C.UTF-8"}
+    templates = data + f"/{ID}/Templates.json"
+    write(templates, STORED.replace('"yes"', "false") if "Dolphin" in older else stored) if stored else None
+    write(data + "/brindlemark/default-templates.json", pathlib.Path(BUNDLE + "/default-templates.json").read_text()) if built_in else None
+    subprocess.run([sys.executable, BUNDLE + "/brindlemark-menu-action", "write-service-menu"], env=environment, check=True, capture_output=True)
+    write(templates, stored) if stored else None
+    write(data + "/brindlemark/launcher", launcher)
+    if thunar_action:
+        write(home + "/etc/Thunar/uca.xml", "<actions><action><name>Open Terminal Here</name><command>exo-open --working-directory %f "
+              "--launch TerminalEmulator</command><directories/></action></actions>")
     fakes = {"nautilus": "", "thunar": "", "dolphin": "", "xdg-mime": f"printf '%s\\n' '{handler}'", "gdbus": f"echo '{tray}'",
              "dpkg-query": f'for p; do :; done\ncase "$p" in {installed}) printf "install ok installed";; *) exit 1;; esac'}
     [write(f"{home}/bin/{name}", f"#!/bin/sh\n{script}\n", 0o755) for name, script in fakes.items() if name not in gone]
-    [write(f"{data}/{path}", "# menu\n") for name, (path, _) in MENUS.items() if name not in deleted]
-    os.makedirs(data + "/kio/servicemenus", exist_ok=True) if not no_folder else None
+    [write(f"{data}/{path}", "# older\n" if name in older else pathlib.Path(BUNDLE + "/brindlemark_menu.py").read_text())
+     for name, (path, _) in MENUS.items() if name not in deleted and name != "Dolphin"]
+    os.remove(f"{data}/{MENUS['Dolphin'][0]}") if "Dolphin" in deleted else None
+    os.rmdir(data + "/kio/servicemenus") if no_folder else None
     write(data + "/brindlemark/installed-integration", "".join(f"{data}/{p}\n" for name, (p, _) in MENUS.items() if name not in unlisted))
     registry = json.dumps([{"identifier": ID, "elected": elected}], indent=4) if registry == "" else registry
     if registry == "<fifo>":  # nothing ever written into it: reading it must not wait
         os.mkfifo(data + "/brindlemark/plugin-registry.json")
     elif registry is not None:
         write(data + "/brindlemark/plugin-registry.json", registry)
-    environment = {"HOME": home, "PATH": home + "/bin", "XDG_DATA_HOME": data, "XDG_CONFIG_HOME": home + "/config",
-                   "XDG_RUNTIME_DIR": home + "/run", "LANG": "C.UTF-8", **(env or {})}
-    result = subprocess.run([sys.executable, DOCTOR], env=environment, capture_output=True, text=True, timeout=30)
+    result = subprocess.run([sys.executable, DOCTOR], env={**environment, **(env or {})}, capture_output=True, text=True, timeout=30)
     return result.returncode, result.stdout + result.stderr
 
 

@@ -71,7 +71,7 @@ class FileManagerMenuTest(unittest.TestCase):
 
     def setUp(self):
         self.home = self.enterContext(tempfile.TemporaryDirectory(ignore_cleanup_errors=True))
-        xdg = {"XDG_" + name: os.path.join(self.home, name.lower()) for name in ("DATA_HOME", "CONFIG_HOME", "RUNTIME_DIR")}
+        xdg = {"XDG_" + name: os.path.join(self.home, name.lower()) for name in ("DATA_HOME", "CONFIG_HOME", "RUNTIME_DIR", "CONFIG_DIRS", "DATA_DIRS")}
         self.enterContext(unittest.mock.patch.dict(os.environ, xdg, HOME=self.home, BRINDLEMARK_URL_OPENER=self.home + "/opener"))
         write(self.home + "/opener", '#!/bin/sh\nprintf "%s\\n" "$1" >> "$HOME/opened"\n', 0o755)
         write(self.home + "/xdg-open", "#!/bin/sh\n", 0o755)  # the file manager showing a new file
@@ -117,9 +117,50 @@ class FileManagerMenuTest(unittest.TestCase):
         for text in (None, "", "{broken", "null", '[1, "x", null, [{"title": "T", "enabled": true}]]'):
             os.remove(self.templates) if text is None else write(self.templates, text)
             self.assertEqual(p.get_background_items(fake_file(self.folder))[0].submenu, [], text)
+        # Nothing stored yet: the built-in templates that install copied; a broken stored list still gives none.
+        defaults = json.loads(read(APPEX + "/default-templates.json"))
+        write(self.data + "/brindlemark/default-templates.json", json.dumps(defaults))
+        built_in = [r["title"] for r in defaults if r["enabled"]]
+        for text, titles in ((None, built_in), ("{broken", [])):
+            os.remove(self.templates) if text is None else write(self.templates, text)
+            self.assertEqual([i.label for i in p.get_background_items(fake_file(self.folder))[0].submenu], titles)
+        self.assertTrue(built_in)
         # Disabled: the file is gone, the file manager still has the module loaded, the menus go.
         os.remove(f"{self.data}/thunarx-python/extensions/brindlemark_menu.py")
         self.assertEqual(p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)]), [])
+
+    def test_thunar_leaves_out_its_terminal_entry_only_beside_a_working_one(self):
+        """Thunar's custom actions come from the first Thunar/uca.xml of the settings folders; its terminal action runs
+        exo-open, which starts the program that the first xfce4/helpers.rc naming one names, or, with Xfce's settings
+        (xfce4-mime-helper), one of the binaries of that helper's description."""
+        config, system, data = os.environ["XDG_CONFIG_HOME"], os.environ["XDG_CONFIG_DIRS"], os.environ["XDG_DATA_DIRS"]
+        exo = "exo-open --working-directory %f --launch TerminalEmulator"
+        action = lambda name, command, folders=True: (f"<actions><action><name>{name}</name><name xml:lang='de'>x</name><command>{command}"
+                                                       f"</command><patterns>*</patterns>{'<directories/>' * folders}</action></actions>")
+        rows = [  # uca.xml files {folder: text}, helpers.rc {folder: text}, programs on PATH, Thunar's action, ours shown
+            ({}, {}, ["myterm"], None, True),
+            ({system: action("Open Terminal Here", exo)}, {}, ["myterm"], "fails", True),
+            ({system: action("Open Terminal Here", exo)}, {system: "X=1\nTerminalEmulator=myterm\n"}, ["myterm"], "works", False),
+            ({system: action("Terminal", exo)}, {config: "TerminalEmulator=gone\n", system: "TerminalEmulator=myterm\n"}, ["myterm"], "fails", True),
+            ({system: action("Open Terminal Here", exo)}, {system: "TerminalEmulator=mine\n"}, ["myterm", "xfce4-mime-helper"], "works", False),
+            ({system: action("Open Terminal Here", exo)}, {system: "TerminalEmulator=mine\n"}, ["xfce4-mime-helper"], "fails", True),
+            ({system: action("Open Terminal Here", "myterm --here %f")}, {}, ["myterm"], "works", False),
+            ({system: action("Open Terminal Here", "myterm --here %f", folders=False)}, {}, ["myterm"], None, True),
+            ({config: action("Say Hello", "true"), system: action("Open Terminal Here", "myterm")}, {}, ["myterm"], None, True),
+            ({config: "<actions><action>", system: action("Open Terminal Here", "myterm")}, {}, ["myterm"], None, True),
+        ]
+        p, bindir = self.load_extension("thunarx-python", "Thunarx"), self.home + "/bin"
+        write(data + "/xfce4/helpers/mine.desktop", "[Desktop Entry]\nX-XFCE-Binaries=gone;myterm;\n")
+        for uca, helpers, programs, state, ours in rows:
+            shutil.rmtree(bindir, ignore_errors=True)
+            [write(f"{bindir}/{name}", "#!/bin/sh\n", 0o755) for name in programs]
+            [os.remove(f) for folder in (config, system) for f in (f"{folder}/Thunar/uca.xml", f"{folder}/xfce4/helpers.rc") if os.path.exists(f)]
+            [write(f"{folder}/Thunar/uca.xml", text) for folder, text in uca.items()]
+            [write(f"{folder}/xfce4/helpers.rc", text) for folder, text in helpers.items()]
+            with self.subTest(uca=uca, helpers=helpers, programs=programs), unittest.mock.patch.dict(os.environ, PATH=bindir):
+                menu = p.get_folder_menu_items(None, fake_file(self.folder))
+                self.assertEqual((type(p).get_background_items.__globals__["thunar_terminal_action"](), [i.label for i in menu]),
+                                 (state, ["New File"] + ["Open Terminal Here"] * ours))
 
     def test_menus_follow_template_changes(self):
         """Nemo keeps a folder's menu: a save (several file events) signals once and reloads each window still open."""
@@ -187,7 +228,8 @@ class FileManagerMenuTest(unittest.TestCase):
         subprocess.run([APPEX + "/install"], check=True,
                        env=dict(os.environ, BRINDLEMARK_LAUNCHER="", BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja thunar dolphin"))
         installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja", "thunarx")}
-        installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher"}
+        installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher",
+                      self.data + "/brindlemark/default-templates.json"}
         self.assertEqual((set(read(manifest).splitlines()), files() - before, read(self.data + "/brindlemark/launcher")),
                          (installed, installed | {manifest}, os.path.realpath(LAUNCHER) + "\n"))
         write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted

@@ -50,13 +50,24 @@ def _flag(value):
     return False
 
 
+def default_templates_file():
+    """The built-in templates, copied here by "install" from what the application itself writes."""
+    return os.path.join(data_home(), "brindlemark", "default-templates.json")
+
+
 def enabled_templates():
-    """The enabled templates in list order; [] when the file is missing, empty or broken."""
-    try:
-        with open(templates_file(), "rb") as stream:
-            records = json.loads(stream.read().decode("utf-8"))
-    except (OSError, ValueError):
-        return []
+    """The enabled templates in list order: from the stored list, or from the built-in ones while
+    Brindlemark has stored none; [] when the stored list is empty or broken."""
+    records = None
+    for path in (templates_file(), default_templates_file()):
+        try:
+            with open(path, "rb") as stream:
+                records = json.loads(stream.read().decode("utf-8"))
+            break
+        except FileNotFoundError:
+            continue
+        except (OSError, ValueError):
+            return []
     if not isinstance(records, list):
         return []
     return [r for r in records if isinstance(r, dict) and _flag(r.get("enabled"))]
@@ -121,8 +132,97 @@ def _menu_item(module, name, label, tip):
     return module.MenuItem(name=name, label=label, tip=tip)
 
 
+def config_folders():
+    """$XDG_CONFIG_HOME, then $XDG_CONFIG_DIRS: where a desktop's settings are looked up, in order."""
+    home = os.environ.get("XDG_CONFIG_HOME") or ""
+    home = home if os.path.isabs(home) else os.path.join(os.path.expanduser("~"), ".config")
+    return [home] + [d for d in (os.environ.get("XDG_CONFIG_DIRS") or "/etc/xdg").split(":") if os.path.isabs(d)]
+
+
+def _data_folders():
+    folders = (os.environ.get("XDG_DATA_DIRS") or "/usr/local/share:/usr/share").split(":")
+    return [data_home()] + [d for d in folders if os.path.isabs(d)]
+
+
+def _first_file(folders, name):
+    return next((path for path in (os.path.join(f, name) for f in folders) if os.path.isfile(path)), None)
+
+
+def _xfce_helper_works(category):
+    """Whether exo-open --launch CATEGORY starts something: the program named in the first
+    xfce4/helpers.rc that names one; through its helper description (xfce4/helpers/NAME.desktop,
+    any of its X-XFCE-Binaries on PATH) where Xfce's settings installed xfce4-mime-helper, else
+    exo runs the named program itself."""
+    import shutil
+    name = None
+    for folder in config_folders():
+        try:
+            with open(os.path.join(folder, "xfce4", "helpers.rc"), encoding="utf-8", errors="replace") as stream:
+                name = next((line.split("=", 1)[1].strip() for line in stream if line.startswith(category + "=")), None)
+        except OSError:
+            continue
+        if name:
+            break
+    if not name:
+        return False
+    if not shutil.which("xfce4-mime-helper"):
+        return shutil.which(name) is not None
+    helper = _first_file(_data_folders(), os.path.join("xfce4", "helpers", name + ".desktop"))
+    try:
+        with open(helper or "", encoding="utf-8", errors="replace") as stream:
+            binaries = next((line.split("=", 1)[1] for line in stream if line.startswith("X-XFCE-Binaries=")), "")
+    except OSError:
+        return False
+    return any(shutil.which(binary.strip()) for binary in binaries.split(";") if binary.strip())
+
+
+def thunar_terminal_action():
+    """Thunar's own "Open Terminal Here" for folders, from the custom actions Thunar reads (the
+    first Thunar/uca.xml of the settings folders): "works", "fails" when its command can start no
+    terminal here, or None when there is none."""
+    import shlex
+    import shutil
+    import xml.etree.ElementTree as ElementTree
+    path = _first_file(config_folders(), os.path.join("Thunar", "uca.xml"))
+    try:
+        actions = ElementTree.parse(path).getroot().findall("action") if path else []
+    except (OSError, ElementTree.ParseError):
+        return None
+    found = None
+    for action in actions:
+        names = [n.text for n in action.findall("name") if not n.attrib]
+        command = (action.findtext("command") or "").strip()
+        if action.find("directories") is None or not ("Open Terminal Here" in names or "TerminalEmulator" in command):
+            continue
+        try:
+            words = shlex.split(command)
+        except ValueError:
+            words = []
+        if "--launch" in words and "TerminalEmulator" in words:
+            works = _xfce_helper_works("TerminalEmulator")
+        else:
+            works = bool(words) and shutil.which(words[0]) is not None
+        found = "works" if works else found or "fails"
+    return found
+
+
+_thunar_terminal = {}  # the answer above, by the state of the files it read
+
+
+def _thunar_has_working_terminal():
+    files = [os.path.join(f, "Thunar", "uca.xml") for f in config_folders()]
+    files += [os.path.join(f, "xfce4", "helpers.rc") for f in config_folders()]
+    key = tuple(os.stat(p).st_mtime_ns if os.path.exists(p) else None for p in files) + (os.environ.get("PATH"),)
+    if key not in _thunar_terminal:
+        _thunar_terminal.clear()
+        _thunar_terminal[key] = thunar_terminal_action() == "works"
+    return _thunar_terminal[key]
+
+
 def build_menu(module, folder, name):
-    """The "Brindlemark" menu entries for one folder, as the file manager's MenuItems."""
+    """The "Brindlemark" menu entries for one folder, as the file manager's MenuItems. In Thunar
+    without "Open Terminal Here": Thunar's own custom action of that name is there, and it is kept
+    whenever it can start a terminal."""
     new_file = _menu_item(module, name + "::NewFile", "New File", "New file from a template")
     submenu = module.Menu()
     (new_file.set_menu if hasattr(new_file, "set_menu") else new_file.set_submenu)(submenu)
@@ -130,6 +230,8 @@ def build_menu(module, folder, name):
         item = _menu_item(module, "%s::Template%d" % (name, index), _menu_title(record), "")
         item.connect("activate", lambda _item, r=record: open_url(command_url("template", folder, r)))
         submenu.append_item(item)
+    if _is_thunar(module) and _thunar_has_working_terminal():
+        return [new_file]
     terminal = _menu_item(module, name + "::Terminal", "Open Terminal Here", "")
     terminal.connect("activate", lambda _item: open_url(command_url("terminal", folder)))
     return [new_file, terminal]

@@ -75,6 +75,13 @@ configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/Info.ini.in ${appex}/Info.i
 foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/extension/${part} ${appex}/${part} COPYONLY)
 endforeach()
+# The built-in templates, which the menus list until the user's own list is stored.
+add_executable(brindlemark-default-templates ${linux}/tools/default-templates/main.cpp)
+target_link_libraries(brindlemark-default-templates PRIVATE brindlemark_core)
+add_custom_command(OUTPUT ${appex}/default-templates.json
+                   COMMAND brindlemark-default-templates ${appex}/default-templates.json
+                   DEPENDS brindlemark-default-templates VERBATIM)
+add_custom_target(brindlemark_default_templates ALL DEPENDS ${appex}/default-templates.json)
 install(DIRECTORY ${appex} DESTINATION ${BRINDLEMARK_TOOLS_DIR}/PlugIns USE_SOURCE_PERMISSIONS)
 
 configure_file(${PROJECT_SOURCE_DIR}/packaging/brindlemark.desktop.in
