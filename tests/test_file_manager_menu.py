@@ -129,7 +129,7 @@ class FileManagerMenuTest(unittest.TestCase):
         os.remove(f"{self.data}/thunarx-python/extensions/brindlemark_menu.py")
         self.assertEqual(p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)]), [])
 
-    def test_thunar_leaves_out_its_terminal_entry_only_beside_a_working_one(self):
+    def test_terminal_entry_left_out_only_beside_a_working_one(self):
         """Thunar's custom actions come from the first Thunar/uca.xml of the settings folders; its terminal action runs
         exo-open, which starts the program that the first xfce4/helpers.rc naming one names, or, with Xfce's settings
         (xfce4-mime-helper), one of the binaries of that helper's description."""
@@ -161,6 +161,16 @@ class FileManagerMenuTest(unittest.TestCase):
                 menu = p.get_folder_menu_items(None, fake_file(self.folder))
                 self.assertEqual((type(p).get_background_items.__globals__["thunar_terminal_action"](), [i.label for i in menu]),
                                  (state, ["New File"] + ["Open Terminal Here"] * ours))
+        # Nemo's "Open in Terminal" starts what Cinnamon's settings name; without its schema, GSettings is never asked.
+        ns = types.SimpleNamespace
+        for schema, command, ours in ((True, "myterm --x", False), (True, "gone", True), (True, "", True), (False, "myterm", True)):
+            asked, name = [], "org.cinnamon.desktop.default-applications.terminal"
+            settings = ns(new=lambda schema_id: asked.append(schema_id) or ns(get_string={"exec": command}.get))
+            gio = ns(SettingsSchemaSource=ns(get_default=lambda: ns(lookup=lambda schema_id, recursive: schema or None)), Settings=settings)
+            p = self.load_extension("nemo-python", "Nemo", Gio=gio)
+            with unittest.mock.patch.dict(os.environ, PATH=bindir):
+                self.assertEqual(([i.label for i in p.get_background_items(fake_file(self.folder))], set(asked)),
+                                 (["New File"] + ["Open Terminal Here"] * ours, {name} if schema else set()))
 
     def test_menus_follow_template_changes(self):
         """Nemo keeps a folder's menu: a save (several file events) signals once and reloads each window still open."""

@@ -219,10 +219,34 @@ def _thunar_has_working_terminal():
     return _thunar_terminal[key]
 
 
+def nemo_terminal_works():
+    """Whether Nemo's own "Open in Terminal" can start the terminal that Cinnamon's settings name.
+    A schema that is not installed is looked up first: asking GSettings for it would abort the
+    file manager."""
+    import shlex
+    import shutil
+    try:
+        from gi.repository import Gio
+        schema = "org.cinnamon.desktop.default-applications.terminal"
+        source = Gio.SettingsSchemaSource.get_default()
+        if source is None or source.lookup(schema, True) is None:
+            return False
+        words = shlex.split(Gio.Settings.new(schema).get_string("exec"))
+    except Exception:
+        return False
+    return bool(words) and shutil.which(words[0]) is not None
+
+
+def _own_terminal_works(module):
+    if _is_thunar(module):
+        return _thunar_has_working_terminal()
+    return getattr(module, "__name__", "").endswith("Nemo") and nemo_terminal_works()
+
+
 def build_menu(module, folder, name):
-    """The "Brindlemark" menu entries for one folder, as the file manager's MenuItems. In Thunar
-    without "Open Terminal Here": Thunar's own custom action of that name is there, and it is kept
-    whenever it can start a terminal."""
+    """The "Brindlemark" menu entries for one folder, as the file manager's MenuItems. Without
+    "Open Terminal Here" where the file manager's own terminal entry can start a terminal: Thunar's
+    custom action of that name, Nemo's "Open in Terminal"."""
     new_file = _menu_item(module, name + "::NewFile", "New File", "New file from a template")
     submenu = module.Menu()
     (new_file.set_menu if hasattr(new_file, "set_menu") else new_file.set_submenu)(submenu)
@@ -230,7 +254,7 @@ def build_menu(module, folder, name):
         item = _menu_item(module, "%s::Template%d" % (name, index), _menu_title(record), "")
         item.connect("activate", lambda _item, r=record: open_url(command_url("template", folder, r)))
         submenu.append_item(item)
-    if _is_thunar(module) and _thunar_has_working_terminal():
+    if _own_terminal_works(module):
         return [new_file]
     terminal = _menu_item(module, name + "::Terminal", "Open Terminal Here", "")
     terminal.connect("activate", lambda _item: open_url(command_url("terminal", folder)))
