@@ -9,6 +9,7 @@
 #include "bridge/UrlCommands.h"
 #include "platform/linux/IniFile.h"
 #include "platform/linux/PluginRegistry.h"
+#include "platform/linux/launcher/CommandLine.h"
 
 #include <QProcess>
 
@@ -180,6 +181,51 @@ private slots:
              {"---",
               {"-style", "-style=Fusion", "/tmp/a:b", "1a://x", "+a:b", "a_b://x", "a b:c", ":x",
                "", "\u00fc:x", "brindlemark", "--in", "--new-files"}}});
+        // The launcher's command line, words split at "|", run from /w: what the launch does, or
+        // what it hands on "=>" what brindlemark-app is given.
+        expectEach(
+            [](const QString& words) {
+                std::vector<std::string> arguments;
+                for (const QString& word : words.split(u'|', Qt::SkipEmptyParts))
+                    arguments.push_back(word.toStdString());
+                const CommandLine line = parseCommandLine(arguments, "/w/");
+                const auto joined = [](const std::vector<std::string>& list) {
+                    QStringList out;
+                    for (const std::string& item : list)
+                        out << QString::fromStdString(item);
+                    return out.join(u' ');
+                };
+                using A = CommandLine::Action;
+                return line.action == A::Misuse ? QString::fromStdString(line.problem)
+                       : line.action == A::Run
+                           ? joined(line.forwarded) + " => " + joined(line.applicationArguments)
+                           : QStringList{"run", "help", "version", "doctor"}[int(line.action)];
+            },
+            {{"--new-file|-h", "help"},
+             {"--version|--help", "help"},
+             {"--version|-style|Fusion", "version"},
+             {"--doctor|--bogus", "doctor"},
+             {"--new-file|--doctor", "unknown option '--doctor'"},
+             {"--bogus|--help", "unknown option '--bogus'"},
+             {"-styles", "unknown option '-styles'"},
+             {"--in", "option '--in' needs a folder"},
+             {"--in=", "option '--in' needs a folder"},
+             {"--new-file|~/x", "unexpected argument '~/x' (a URL begins with a scheme, such as "
+                                "brindlemark://)"},
+             {"", " => "},
+             {"-style|Fusion|--platform=xcb|-reverse|-title|--new-file",
+              " => -style Fusion --platform=xcb -reverse -title --new-file"},
+             {"-style", " => -style"},
+             {"--new-file|--in|a b/ü&|--open-terminal|--import-templates",
+              "brindlemark://create?path=/w/a%20b/%C3%BC%26 brindlemark://terminal?path=/w/a%20b/"
+              "%C3%BC%26 --import-templates => brindlemark://create?path=/w/a%20b/%C3%BC%26 "
+              "brindlemark://terminal?path=/w/a%20b/%C3%BC%26 --import-templates"},
+             {"--new-file=a b|--new-file=|--in=/t",
+              "brindlemark://template?id=a%20b&path=/t brindlemark://create?path=/t => "
+              "brindlemark://template?id=a%20b&path=/t brindlemark://create?path=/t"},
+             {"x:y?q|--in|/t|-platform|offscreen|brindlemark://create",
+              "x:y?q&path=/t brindlemark://create?path=/t => x:y?q&path=/t -platform offscreen "
+              "brindlemark://create?path=/t"}});
         // The payload's base64: what decodes, as Qt's lenient decoder has it; padding required,
         // the standard alphabet only, nothing else.
         expectGroups(

@@ -374,6 +374,46 @@ except OSError: print('refused'))py",
              {"5|😀😀😀", "😀…😀"}});
     }
 
+    void commandLineAndBackgroundStart() {
+        TestHome home;
+        const auto stop = instanceStopper();
+        // Help and a wrong option answer at once and start nothing.
+        QProcess help, bogus;
+        help.start(BRINDLEMARK_EXECUTABLE, {"--help"});
+        bogus.start(BRINDLEMARK_EXECUTABLE, {"--new-file", "--bogus"});
+        QVERIFY(help.waitForFinished(20'000) && bogus.waitForFinished(20'000));
+        QCOMPARE(help.exitCode(), 0);
+        QVERIFY(help.readAllStandardOutput().contains("\n  --new-file[=ID] "));
+        QCOMPARE(bogus.exitCode(), 2);
+        QCOMPARE(bogus.readAllStandardError(), "brindlemark: unknown option '--bogus'\nTry "
+                                               "'brindlemark --help' for more information.\n");
+        QCOMPARE(instancePid(), 0);
+        // The first command starts the instance in the background, given a folder of its own: a
+        // caller that reads the launcher's output to its end is done as soon as the launcher is,
+        // since the instance keeps none of the caller's descriptors.
+        const QString folder = home.file("a b"), terminals = home.file("terminals");
+        QVERIFY(QDir().mkpath(folder));
+        writeScript(home.file("bin/xdg-open"), "exit 0");
+        writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
+        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
+        qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
+        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        QProcess caller;
+        caller.setWorkingDirectory(home.path());
+        caller.start("sh", {"-c",
+                            "out=$(\"$0\" --new-file=markdown --in \"$1\" --open-terminal); "
+                            "echo \"[$out]\"",
+                            BRINDLEMARK_EXECUTABLE, "a b"});
+        QVERIFY(caller.waitForFinished(20'000));
+        QCOMPARE(caller.readAllStandardOutput(), "[]\n");
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(terminals), folder.toUtf8() + "\n", 20'000);
+        QCOMPARE(entries(folder), QStringList{"MarkdownDocument.md"});
+        for (int standard = 0; standard <= 2; ++standard)
+            QCOMPARE(
+                QFile::symLinkTarget(QString("/proc/%1/fd/%2").arg(instancePid()).arg(standard)),
+                QString("/dev/null"));
+    }
+
     void laterLaunchesForwardToTheRunningOne() {
         TestHome home;
         const auto stop = instanceStopper();
@@ -459,10 +499,11 @@ print(1100-len(held),'dropped'))py",
         QCOMPARE(launch({url("create", folder)}), 0);
         QTRY_COMPARE_WITH_TIMEOUT(entries(folder).filter(newTextFile).size(), 303, 20'000);
 
-        // brindlemark-app forwards too; a URL for nothing and a word are taken.
+        // brindlemark-app forwards too; a URL for nothing is taken, a word is refused.
         const QString application = QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-app";
         QCOMPARE(QProcess::execute(application, {url("create", folder)}), 0);
-        QCOMPARE(launch({"brindlemark://Create?path=/tmp", "not a url"}), 0);
+        QCOMPARE(launch({"brindlemark://Create?path=/tmp"}), 0);
+        QCOMPARE(launch({"not a url"}), 2);
         QCOMPARE(instancePid(), first);
 
         // An instance that died leaves its socket and lock behind; the next launch takes over. It

@@ -21,7 +21,25 @@ void setUpApplication(QApplication& application) {
     QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
 }
 
+namespace {
+
+// Qt warns once per start when XDG_RUNTIME_DIR is not set (as under a plain "su", or a login
+// manager that sets none) and then uses a folder of its own, as Brindlemark does: nothing a user
+// can act on, so it is not shown. Every other message goes where Qt would send it.
+QtMessageHandler qtHandler = nullptr;
+
+void withoutRuntimeFolderNotice(QtMsgType type, const QMessageLogContext& context,
+                                const QString& message) {
+    if (type == QtWarningMsg &&
+        message.startsWith(QLatin1String("QStandardPaths: XDG_RUNTIME_DIR")))
+        return;
+    qtHandler(type, context, message);
+}
+
+} // namespace
+
 int runBrindlemark(int argc, char** argv) {
+    qtHandler = qInstallMessageHandler(withoutRuntimeFolderNotice);
     QStringList urls, folderCommands, forwarded;
     for (int i = 1; i < argc; ++i) {
         if (isForwardedArgument(argv[i]))

@@ -44,9 +44,13 @@ target_link_libraries(brindlemark_platform
   PRIVATE brindlemark_linux_base brindlemark_xdg brindlemark_channel brindlemark_plugin_registry
           brindlemark_front_folder Qt6::Widgets Qt6::DBus)
 
+# The launcher's command line, plain C++.
+add_library(brindlemark_command_line STATIC ${linux}/launcher/CommandLine.cpp)
+target_include_directories(brindlemark_command_line PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+
 # What the desktop and the user run: forwards to a running instance without loading Qt.
 add_executable(brindlemark ${linux}/launcher/main.cpp)
-target_link_libraries(brindlemark PRIVATE brindlemark_channel)
+target_link_libraries(brindlemark PRIVATE brindlemark_channel brindlemark_command_line)
 target_compile_definitions(brindlemark PRIVATE BRINDLEMARK_LIBEXEC_FROM_BIN="${libexec_from_bin}")
 add_dependencies(brindlemark brindlemark-app brindlemark-pluginkit)
 install(TARGETS brindlemark RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
