@@ -6,6 +6,7 @@
 
 #include "app/Launcher.h"
 #include "app/Symbols.h"
+#include "platform/Platform.h"
 #include "templates/TemplateTableModel.h"
 
 #include <QtWidgets>
@@ -71,6 +72,32 @@ private slots:
         setUpApplication(*qApp);
         // No icon theme: the symbols are the application's own.
         QIcon::setThemeName("none");
+    }
+
+    void alertInFrontWithTheKeyboard() {
+        // Raised while another window is active, the alert comes on top of it and takes the
+        // keyboard; a warning, in a frame without minimise or maximise buttons.
+        QWidget other;
+        other.show();
+        other.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        QString seen;
+        QTimer::singleShot(0, [&] {
+            QTRY_VERIFY(QApplication::activeWindow() != &other);
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeWindow());
+            const Qt::WindowFlags flags = box ? box->windowFlags() : Qt::WindowFlags();
+            seen = !box ? "no alert active"
+                        : QString("%1 %2 %3 %4")
+                              .arg(box->icon() == QMessageBox::Warning)
+                              .arg(flags.testFlag(Qt::WindowStaysOnTopHint))
+                              .arg(flags.testAnyFlags(Qt::WindowMinimizeButtonHint |
+                                                      Qt::WindowMaximizeButtonHint))
+                              .arg(box->text());
+            if (box)
+                box->accept();
+        });
+        runMessageBox("New Text File failed", "why");
+        QCOMPARE(seen, "1 1 0 New Text File failed");
     }
 
     void init() {

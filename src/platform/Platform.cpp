@@ -80,6 +80,15 @@ void runMessageBox(const QString& messageText, const QString& informativeText) {
     });
     // Wide enough that a folder path reads on one line rather than broken at every slash.
     box.setStyleSheet(QStringLiteral("QLabel { min-width: 380px; }"));
+    box.setIcon(QMessageBox::Warning);
+    // In front of whatever window is active (the file manager whose menu asked, a shortcut's
+    // terminal), and with the keyboard: an accessory application brings itself forward for its
+    // alert. A dialog's frame, without minimise or maximise buttons.
+    box.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                       Qt::WindowCloseButtonHint | Qt::WindowStaysOnTopHint);
+    box.show();
+    box.raise();
+    box.activateWindow();
     box.exec();
 }
 

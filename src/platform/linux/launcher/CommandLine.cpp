@@ -15,9 +15,11 @@ namespace {
 // Qt's own command-line options (QGuiApplication, QApplication and the xcb platform), which
 // brindlemark-app takes as they are; a single or a double dash, and "-name=value" as well.
 constexpr std::array<std::string_view, 17> QtOptionsWithValue{
-    "platform", "platformpluginpath", "platformtheme", "plugin", "qmljsdebugger", "qwindowgeometry",
-    "geometry", "qwindowtitle",       "title",         "qwindowicon", "icon",     "session",
-    "style",    "stylesheet",         "display",       "name",        "visual"};
+    "platform",      "platformpluginpath", "platformtheme", "plugin",
+    "qmljsdebugger", "qwindowgeometry",    "geometry",      "qwindowtitle",
+    "title",         "qwindowicon",        "icon",          "session",
+    "style",         "stylesheet",         "display",       "name",
+    "visual"};
 constexpr std::array<std::string_view, 6> QtFlags{"reverse", "nograb",      "dograb",
                                                   "sync",    "widgetcount", "testability"};
 
@@ -33,7 +35,7 @@ std::string_view qtOption(std::string_view argument, bool& takesValue) {
     };
     takesValue = !inlineValue && known(QtOptionsWithValue);
     return known(QtOptionsWithValue) || (!inlineValue && known(QtFlags)) ? name
-                                                                          : std::string_view{};
+                                                                         : std::string_view{};
 }
 
 // A query value: everything but unreserved characters and "/" percent-encoded.
