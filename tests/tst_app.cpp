@@ -303,8 +303,18 @@ private slots:
         const QPalette light = qApp->palette();
         qApp->setPalette(QPalette(Qt::white, QColor(0x30, 0x30, 0x30)));
         const QIcon mark = symbolImage("doc.badge.plus");
-        QCOMPARE(look(mark) + " " + look(statusItemIcon()),
+        QCOMPARE(look(mark) + " " + look(statusItemIcon(statusItemColour({}))),
                  "#00000000 #ffffffff #00000000 #ffbebebe");
+        // On a panel: dark on light, light on dark, by most of what shows around the mark.
+        const QColor onLight(0x2e, 0x34, 0x36), onDark(0xf6, 0xf5, 0xf4), paper(0xfa, 0xfa, 0xfa),
+            ink(0x20, 0x20, 0x20), blue(0x35, 0x84, 0xe4);
+        const std::pair<QList<QColor>, QColor> panels[] = {
+            {{paper, paper, paper, ink, ink}, onLight},
+            {{ink, ink, ink, paper, paper}, onDark},
+            {{blue, blue, QColor(0xc0, 0xc0, 0xc0)}, onDark},
+            {{QColor(Qt::yellow)}, onLight}};
+        for (const auto& [panel, colour] : panels)
+            QCOMPARE(statusItemColour(panel), colour);
         // The mark at 16 pixels is its 16-pixel file, not a larger one scaled down.
         const auto alpha = [](const QImage& image) {
             return image.convertToFormat(QImage::Format_Alpha8);

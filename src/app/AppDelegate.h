@@ -111,6 +111,8 @@ public:
     void buildApplicationMenu();
     void buildStatusItem();
     void rebuildNewFileStatusMenu();
+    // Colours the tray mark for the panel it shows on; false while it has no place there yet.
+    bool matchStatusItemToPanel();
     void menuWillOpen();
     QAction* menuItemWithTitle(const QString& title, const QString& symbol,
                                void (AppDelegate::*action)(QObject*));
@@ -181,6 +183,7 @@ private:
     QLabel* m_statusLabel = nullptr;
     QLabel* m_extensionStateLabel = nullptr;
     QSystemTrayIcon* m_statusItem = nullptr;
+    unsigned m_statusItemColour = 0; // the mark's colour (RGBA) once matched to the panel
     QAction* m_extensionMenuItem = nullptr;
     QAction* m_templateMenuItem = nullptr;
     QTableView* m_templatesTableView = nullptr;

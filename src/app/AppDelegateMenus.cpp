@@ -7,8 +7,12 @@
 
 #include <QAction>
 #include <QCursor>
+#include <QGuiApplication>
+#include <QImage>
 #include <QMenu>
+#include <QScreen>
 #include <QSystemTrayIcon>
+#include <QTimer>
 
 namespace brindlemark {
 
@@ -57,7 +61,7 @@ void AppDelegate::buildStatusItem() {
     }
 
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        m_statusItem = new QSystemTrayIcon(statusItemIcon(), this);
+        m_statusItem = new QSystemTrayIcon(statusItemIcon(statusItemColour({})), this);
         m_statusItem->setToolTip(QStringLiteral("Brindlemark"));
         m_statusItem->setContextMenu(m_statusMenu.get());
         // A plain click opens the menu too, as a click on a menu-bar item does.
@@ -67,8 +71,47 @@ void AppDelegate::buildStatusItem() {
                         m_statusMenu->popup(QCursor::pos());
                 });
         m_statusItem->show();
+        // A panel that embeds the icon (XEmbed) shows our own pixels: the mark takes the colour
+        // that reads on that panel, once the icon has a place there, and again whenever its
+        // menu opens (the panel's theme may have changed). A panel that draws the mark itself
+        // from its name (StatusNotifier) gives the icon no place here and colours it its way.
+        auto* placed = new QTimer(m_statusItem);
+        placed->setInterval(250);
+        connect(placed, &QTimer::timeout, m_statusItem, [this, placed, tries = 0]() mutable {
+            if (matchStatusItemToPanel() || ++tries == 20)
+                placed->deleteLater();
+        });
+        placed->start();
+        connect(m_statusMenu.get(), &QMenu::aboutToShow, this,
+                [this] { matchStatusItemToPanel(); });
     }
     refreshExtensionStatus();
+}
+
+bool AppDelegate::matchStatusItemToPanel() {
+    const QRect place = m_statusItem ? m_statusItem->geometry() : QRect();
+    QScreen* screen = place.isValid() ? QGuiApplication::screenAt(place.center()) : nullptr;
+    if (!screen)
+        return false;
+    // What the desktop shows there: the panel where the mark leaves it showing, the corners and
+    // the edges' middles of the icon's place.
+    const QRect local = place.translated(-screen->geometry().topLeft());
+    const QImage shown =
+        screen->grabWindow(0, local.x(), local.y(), local.width(), local.height()).toImage();
+    if (shown.isNull())
+        return false;
+    QList<QColor> panel;
+    const int right = shown.width() - 1, bottom = shown.height() - 1;
+    for (const QPoint at : {QPoint(0, 0), QPoint(right, 0), QPoint(0, bottom),
+                            QPoint(right, bottom), QPoint(right / 2, 0), QPoint(right / 2, bottom),
+                            QPoint(0, bottom / 2), QPoint(right, bottom / 2)})
+        panel.append(shown.pixelColor(at));
+    const QColor colour = statusItemColour(panel);
+    if (colour.rgba() != m_statusItemColour) {
+        m_statusItemColour = colour.rgba();
+        m_statusItem->setIcon(statusItemIcon(colour));
+    }
+    return true;
 }
 
 void AppDelegate::rebuildNewFileStatusMenu() {

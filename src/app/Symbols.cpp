@@ -341,10 +341,23 @@ QIcon symbolImage(const QString& name) {
     return QIcon(new SymbolIconEngine(name));
 }
 
-QIcon statusItemIcon() {
-    // The grey GTK gives symbolic icons where it knows no colour: readable on light and dark
-    // panels.
-    return QIcon(new SymbolIconEngine(QStringLiteral("doc.badge.plus"), QColor(0xbe, 0xbe, 0xbe)));
+QIcon statusItemIcon(const QColor& colour) {
+    return QIcon(new SymbolIconEngine(QStringLiteral("doc.badge.plus"), colour));
+}
+
+QColor statusItemColour(const QList<QColor>& panel) {
+    // Until the panel is seen, the grey GTK gives symbolic icons where it knows no colour. Then
+    // a near-black or a near-white, by the panel's lightness where the mark leaves it showing
+    // (the median of the samples, so that a neighbour's or the mark's own pixel does not decide).
+    if (panel.isEmpty())
+        return QColor(0xbe, 0xbe, 0xbe);
+    QList<float> lightness;
+    for (const QColor& colour : panel)
+        lightness.append(0.2126f * colour.redF() + 0.7152f * colour.greenF() +
+                         0.0722f * colour.blueF());
+    std::sort(lightness.begin(), lightness.end());
+    return lightness[lightness.size() / 2] > 0.5f ? QColor(0x2e, 0x34, 0x36)
+                                                  : QColor(0xf6, 0xf5, 0xf4);
 }
 
 QIcon applicationIcon() {

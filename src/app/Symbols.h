@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QIcon>
 
 namespace brindlemark {
@@ -19,7 +20,11 @@ QIcon symbolImage(const QString& name);
 // The tray's icon: the mark in a light neutral grey for panels that show the application's own
 // pixmap; where the mark is installed in the icon theme it also carries its theme name, so that
 // panels that look icons up by name draw it in their own style.
-QIcon statusItemIcon();
+// The tray's mark, a symbolic icon in `colour`.
+QIcon statusItemIcon(const QColor& colour);
+// The mark's colour on a panel of which these pixels show: dark on a light one, light on a dark
+// one; a grey readable on both while nothing of the panel is known.
+QColor statusItemColour(const QList<QColor>& panel);
 
 // Brindlemark's full-colour icon, its identity on the desktop: the windows' icon.
 QIcon applicationIcon();
