@@ -4,6 +4,7 @@
 #include "FakePlatform.h"
 #include "TestSupport.h"
 
+#include "app/ApplicationStyle.h"
 #include "app/Launcher.h"
 #include "app/Symbols.h"
 #include "platform/Platform.h"
@@ -264,6 +265,26 @@ private slots:
         os->laterLaunch({});
         QVERIFY(app->window() == window && window->isVisible() &&
                 window->minimumSize() == window->maximumSize());
+        // Every button's symbol and whole title inside its fixed frame, with room to the edges
+        // and between them, in the window's fonts and in a desktop's larger one.
+        using Style = ApplicationStyle;
+        for (const int growth : {0, 3})
+            for (QPushButton* button : window->findChildren<QPushButton*>()) {
+                QFont font = button->font();
+                font.setPixelSize(font.pixelSize() + growth);
+                const QSize symbol = button->icon().isNull() ? QSize() : button->iconSize();
+                const auto [icon, text, set] =
+                    Style::buttonLabel(button->rect(), symbol, button->text(), font);
+                const QRect room =
+                    button->rect().adjusted(Style::ButtonPadding, 0, -Style::ButtonPadding, 0);
+                QVERIFY2(
+                    room.contains(text) &&
+                        (symbol.isEmpty() ||
+                         (room.contains(icon) && icon.right() + Style::SymbolGap < text.left())) &&
+                        QFontMetricsF(set).horizontalAdvance(button->text()) <= text.width() &&
+                        set.pixelSize() >= Style::SmallestTitleSize,
+                    qPrintable(button->text()));
+            }
         press("Hide Window");
         QVERIFY(!window->isVisible());
         app->applicationMenu()->actions().first()->trigger();

@@ -117,6 +117,11 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
 
     m_menuBar = new QMenuBar(this);
     m_menuBar->setGeometry(0, 0, Width, 28);
+    // In the fixed text size, as the buttons: a larger desktop font would push every menu of
+    // the bar's fixed height into its overflow arrow.
+    QFont menuFont = m_menuBar->font();
+    menuFont.setPixelSize(TextSize);
+    m_menuBar->setFont(menuFont);
 
     auto* header = new QLabel(this);
     header->setObjectName(QStringLiteral("headerImage"));
@@ -171,6 +176,10 @@ MainWindow::MainWindow(AppDelegate& delegate, QAbstractItemModel* templates) {
     columns->setSectionsMovable(false);
     columns->setSectionResizeMode(QHeaderView::Interactive);
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    // The columns' titles in the fixed text size too: they fit the fixed column widths.
+    QFont titleFont = columns->font();
+    titleFont.setPixelSize(TextSize);
+    columns->setFont(titleFont);
     columns->setStretchLastSection(false);
 
     for (const auto& [x, command] :
