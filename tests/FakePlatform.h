@@ -26,6 +26,12 @@ public:
     QString toolPath(Tool tool) override { return tools.value(int(tool), "/nonexistent/tool"); }
     QString builtInPlugInsPath() override { return m_home + "/PlugIns"; }
     void openSettings() override { ++settingsOpened; }
+    std::optional<bool> startsAtLogin() override { return login; }
+    std::optional<QString> setStartsAtLogin(bool on) override {
+        if (!loginProblem)
+            login = on;
+        return loginProblem;
+    }
     std::optional<QString> frontFileManagerFolder() override { return frontFolder; }
     QString desktopFolder() override { return m_home + "/Desktop"; }
     void templatesChanged(const QString& bundle) override { changeNotices << bundle; }
@@ -48,7 +54,8 @@ public:
     QMap<QString, QVariant> userDefaults;
     QMap<QString, QString> extensionPreferences;
     QMap<int, QString> tools;
-    std::optional<QString> frontFolder, templatesFolder;
+    std::optional<QString> frontFolder, templatesFolder, loginProblem;
+    std::optional<bool> login; // none: the menu has no "Start at Login"
     int settingsOpened = 0, deepestAlerts = 0;
     QStringList changeNotices, shownFiles, alerts, openedFiles;
     std::function<void(const QStringList&)> laterLaunch; // the controller's handler

@@ -287,6 +287,7 @@ private slots:
             }
         press("Hide Window");
         QVERIFY(!window->isVisible());
+        QCOMPARE(app->applicationMenu()->actions().size(), 3); // no "Start at Login" here
         app->applicationMenu()->actions().first()->trigger();
         QVERIFY(window->isVisible() &&
                 !app->applicationMenu()->menuAction()->associatedObjects().isEmpty());
@@ -317,6 +318,24 @@ private slots:
         // Every change reaches the file managers' menus; a row that is gone stores nothing.
         model->setObjectValue("x", "title", 99);
         QCOMPARE(os->changeNotices.size(), 6);
+    }
+
+    void startAtLogin() {
+        // After "Show Brindlemark", as the entry says now, also when the desktop's own settings
+        // changed it; a change that fails says why on the status line and shows the entry as it is.
+        os->login = true;
+        app = start(*os);
+        QAction* item = app->applicationMenu()->actions().at(1);
+        QVERIFY(item->isCheckable() && item->isChecked());
+        item->trigger();
+        QCOMPARE(os->login, false);
+        os->login = true;
+        emit app->applicationMenu()->aboutToShow();
+        QVERIFY(item->isChecked());
+        os->loginProblem = "cannot write /x";
+        item->trigger();
+        QCOMPARE(QString("%1 %2 %3").arg(item->text()).arg(item->isChecked()).arg(status()),
+                 "Start at Login 1 Start at Login could not be turned off: cannot write /x.");
     }
 
     void symbols() {

@@ -7,6 +7,7 @@
 #include "bridge/LaunchArguments.h"
 #include "bridge/ToolRunner.h"
 #include "bridge/UrlCommands.h"
+#include "platform/linux/Autostart.h"
 #include "platform/linux/IniFile.h"
 #include "platform/linux/PluginRegistry.h"
 #include "platform/linux/launcher/CommandLine.h"
@@ -110,6 +111,51 @@ class BridgeTest : public QObject {
     Q_OBJECT
 
 private slots:
+    void autostartEntries() {
+        // "user file|first system file|second system file#switches" (- for none file): what
+        // each leaves, "on" or "off" and the user's file (newlines as "/"). An entry with its own
+        // Exec is written only where no system entry exists.
+        TestHome home;
+        const autostart::Folders where{home.file("user"), {home.file("sys1"), home.file("sys2")}};
+        const QString name = "b.desktop", user = where.user + "/" + name;
+        const QByteArray own = "[Desktop Entry]\nExec=own\n",
+                         system = "[Desktop Entry]\nExec=sys\n";
+        expectEach(
+            [&](const QString& line) {
+                const QStringList files = line.section('#', 0, 0).split('|');
+                for (const QString& folder : {where.user, where.system[0], where.system[1]})
+                    QDir(folder).removeRecursively();
+                for (int i = 0; i < 3; ++i)
+                    if (files[i] != "-")
+                        writeFile((i ? where.system[i - 1] : where.user) + "/" + name,
+                                  QString(files[i]).replace('/', '\n').toUtf8());
+                QString out = autostart::isOn(where, name) ? "on" : "off";
+                for (const QString& to : line.section('#', 1).split(' ', Qt::SkipEmptyParts)) {
+                    const auto problem = autostart::setOn(where, name, to == "on", own);
+                    out += " " + (problem ? *problem
+                                          : (autostart::isOn(where, name) ? "on:" : "off:") +
+                                                QString(readFile(user)).replace('\n', '/'));
+                }
+                return out.replace(home.path(), "~");
+            },
+            {{"-|-|-#on off",
+              "off on:[Desktop Entry]/Exec=own/ off:[Desktop Entry]/Exec=own/Hidden=true/"},
+             {"-|[Desktop Entry]/Exec=sys|-#off on", "on off:[Desktop Entry]/Exec=sys/Hidden=true/ "
+                                                     "on:[Desktop Entry]/Exec=sys/Hidden=false/"},
+             {"-|-|[Desktop Entry]/Exec=s2/[Desktop Action a]/Exec=x#off",
+              "on off:[Desktop Entry]/Exec=s2/Hidden=true/[Desktop Action a]/Exec=x/"},
+             {"[Desktop Entry]/X-GNOME-Autostart-enabled = false|[Desktop Entry]|-#on",
+              "off on:[Desktop Entry]/X-GNOME-Autostart-enabled=true/Hidden=false/"},
+             {"[Desktop Entry]/Hidden=true|[Desktop Entry]/Exec=sys|[Desktop Entry]#on on",
+              "off on:[Desktop Entry]/Hidden=false/ on:[Desktop Entry]/Hidden=false/"},
+             {"Name=x|-|-#off", "on off:[Desktop Entry]/Hidden=true/Name=x/"}});
+        // A user folder that cannot be made: the reason.
+        QVERIFY(writeFile(home.file("file"), ""));
+        const autostart::Folders blocked{home.file("file/autostart"), {}};
+        QCOMPARE(autostart::setOn(blocked, name, true, system),
+                 "cannot write " + home.file("file/autostart/b.desktop"));
+    }
+
     void settingsFile() {
         TestHome home;
         const QString path = home.file("a.conf");

@@ -111,6 +111,8 @@ public:
     void buildApplicationMenu();
     void buildStatusItem();
     void rebuildNewFileStatusMenu();
+    // "Start at Login" in the application menu, where the platform can start with the session.
+    void addStartAtLoginItem();
     // Colours the tray mark for the panel it shows on; false while it has no place there yet.
     bool matchStatusItemToPanel();
     void menuWillOpen();

@@ -4,6 +4,7 @@
 
 #include "app/Commands.h"
 #include "app/Symbols.h"
+#include "platform/Platform.h"
 
 #include <QAction>
 #include <QCursor>
@@ -11,6 +12,7 @@
 #include <QImage>
 #include <QMenu>
 #include <QScreen>
+#include <QSignalBlocker>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -34,7 +36,30 @@ void AppDelegate::buildApplicationMenu() {
         QAction* item = m_applicationMenu->addAction(command->applicationMenuTitle);
         item->setShortcut(QKeySequence(command->shortcut));
         connectCommand(item, &QAction::triggered, this, command->action);
+        if (command == &Commands::ShowWindow)
+            addStartAtLoginItem();
     }
+}
+
+void AppDelegate::addStartAtLoginItem() {
+    if (!m_platform.startsAtLogin())
+        return; // this system's Brindlemark cannot start with the session
+    QAction* item = m_applicationMenu->addAction(QStringLiteral("Start at Login"));
+    item->setCheckable(true);
+    // The desktop's own startup settings change the same entry: it is read whenever the menu
+    // opens.
+    const auto showState = [this, item] {
+        const QSignalBlocker quiet(item);
+        item->setChecked(m_platform.startsAtLogin().value_or(false));
+    };
+    showState();
+    connect(m_applicationMenu.get(), &QMenu::aboutToShow, item, showState);
+    connect(item, &QAction::toggled, this, [this, showState](bool on) {
+        if (const std::optional<QString> problem = m_platform.setStartsAtLogin(on))
+            setStatusText(QStringLiteral("Start at Login could not be turned %1: %2.")
+                              .arg(on ? QStringLiteral("on") : QStringLiteral("off"), *problem));
+        showState();
+    });
 }
 
 void AppDelegate::buildStatusItem() {

@@ -9,6 +9,7 @@
 //   --new-file=ID       a new file from the template ID
 //   --open-terminal     a terminal at that folder
 //   --import-templates  a template for each file in the user's Templates folder
+//   --background        nothing but starting in the tray, without the window: the login's launch
 
 #include <cstring>
 
@@ -32,7 +33,8 @@ inline bool isFolderCommandArgument(const char* argument) {
     return std::strcmp(argument, "--new-file") == 0 ||
            std::strncmp(argument, "--new-file=", 11) == 0 ||
            std::strcmp(argument, "--open-terminal") == 0 ||
-           std::strcmp(argument, "--import-templates") == 0;
+           std::strcmp(argument, "--import-templates") == 0 ||
+           std::strcmp(argument, "--background") == 0;
 }
 
 // What the running instance is handed: the URLs and the folder commands, in their order.

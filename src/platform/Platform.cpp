@@ -61,6 +61,10 @@ QString shortenedInTheMiddle(const QString& text, qsizetype limit) {
     return text.left(head) + QChar(0x2026) + text.right(tail);
 }
 
+std::optional<QString> Platform::setStartsAtLogin(bool) {
+    return QStringLiteral("not available on this system");
+}
+
 void runMessageBox(const QString& messageText, const QString& informativeText) {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Brindlemark"));

@@ -54,6 +54,12 @@ public:
     // The folder the templates' content files are kept in, one per template id.
     virtual QString templateContentFolder() = 0;
 
+    // Whether Brindlemark starts with the user's session; nothing where this system's Brindlemark
+    // cannot tell, and then the application menu offers no "Start at Login".
+    virtual std::optional<bool> startsAtLogin() { return std::nullopt; }
+    // Turns starting with the session on or off: the reason when that failed.
+    virtual std::optional<QString> setStartsAtLogin(bool on);
+
     // The user's own folder of document templates (on Linux `xdg-user-dir TEMPLATES`), when the
     // user has one: a folder, and not the home folder itself, which is how a desktop turns it off.
     virtual std::optional<QString> userTemplatesFolder();

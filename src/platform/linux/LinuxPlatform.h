@@ -39,6 +39,8 @@ public:
     std::optional<QString> frontFileManagerFolder() override;
     QString desktopFolder() override;
     void templatesChanged(const QString& extensionBundlePath) override;
+    std::optional<bool> startsAtLogin() override;
+    std::optional<QString> setStartsAtLogin(bool on) override;
     void showFileInFileManager(const QString& filePath) override;
     void runAlert(const QString& messageText, const QString& informativeText) override;
     std::optional<int> handOffToRunningInstance(const QStringList& urls) override;

@@ -16,9 +16,19 @@ target_include_directories(brindlemark_channel PUBLIC ${CMAKE_CURRENT_SOURCE_DIR
                            ${CMAKE_CURRENT_BINARY_DIR}/generated)
 target_link_libraries(brindlemark_channel PRIVATE brindlemark_xdg)
 
-# The settings files, on Qt Core alone.
-add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp)
-target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core)
+# The settings files and the autostart entries, on Qt Core alone.
+add_library(brindlemark_linux_base STATIC ${linux}/IniFile.cpp ${linux}/Autostart.cpp)
+target_link_libraries(brindlemark_linux_base PUBLIC brindlemark_core PRIVATE brindlemark_xdg)
+
+# The autostart entry: installed for every user of the machine (/etc/xdg/autostart) and, the same
+# text, the one Brindlemark writes for its user where none is installed.
+set(BRINDLEMARK_LAUNCHER_PATH ${CMAKE_INSTALL_FULL_BINDIR}/brindlemark)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/autostart.desktop.in
+               ${CMAKE_CURRENT_BINARY_DIR}/autostart/${BRINDLEMARK_APP_ID}.desktop @ONLY)
+file(READ ${CMAKE_CURRENT_BINARY_DIR}/autostart/${BRINDLEMARK_APP_ID}.desktop
+     BRINDLEMARK_AUTOSTART_ENTRY)
+configure_file(${linux}/AutostartEntry.h.in ${CMAKE_CURRENT_BINARY_DIR}/generated/AutostartEntry.h
+               @ONLY)
 
 # The plug-in registry behind brindlemark-pluginkit, plain C++: the application runs the tool at
 # every opening of its tray menu, and without Qt it starts as fast as the smallest program.
@@ -38,6 +48,7 @@ add_library(brindlemark_platform STATIC
   platform/Platform.cpp
   ${linux}/InstanceServer.cpp
   ${linux}/LinuxPlatform.cpp
+  ${linux}/LinuxPlatformLogin.cpp
 )
 target_link_libraries(brindlemark_platform
   PUBLIC brindlemark_core

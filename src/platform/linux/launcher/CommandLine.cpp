@@ -125,7 +125,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& arguments,
             argument += (argument.find('?') == std::string::npos ? "?path=" : "&path=") +
                         percentEncoded(folder);
         else if (inFolder && isFolderCommandArgument(argument.c_str()) &&
-                 argument != "--import-templates")
+                 argument != "--import-templates" && argument != "--background")
             argument = folderCommandUrl(argument, folder);
         if (!forApplication[i])
             line.forwarded.push_back(argument);
@@ -145,6 +145,8 @@ Makes new files from templates in the folder your file manager shows.
   --open-terminal             a terminal at that folder
   --in FOLDER                 the URLs, --new-file and --open-terminal act on FOLDER
   --import-templates          a template for each file in your Templates folder
+  --background                start Brindlemark in the tray without its window (as
+                              at login); nothing when it runs
   --doctor                    check what the file managers' menus need on this machine
   -h, --help                  print this help and exit
   --version                   print the version and exit
