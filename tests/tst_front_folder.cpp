@@ -78,15 +78,24 @@ private:
 // Dolphin's by X id) show these locations; its unique bus name once it answers.
 struct FakeFileManager : Child {
     QString busName;
-    bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false) {
+    bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false,
+               const QString& log = {}, const QStringList& watch = {}) {
         QJsonObject list;
         for (auto it = windows.begin(); it != windows.end(); ++it)
             list.insert(it.key(), QJsonArray::fromStringList(it.value()));
-        const QJsonObject setup{{"kind", kind}, {"windows", list}, {"hang", hang}};
+        const QJsonObject setup{{"kind", kind},
+                                {"windows", list},
+                                {"hang", hang},
+                                {"log", log},
+                                {"watch", QJsonArray::fromStringList(watch)}};
         QProcess::start(FAKE_FILE_MANAGER, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
         return waitForReadyRead(10'000) && !(busName = readLine().trimmed()).isEmpty();
     }
 };
+
+QStringList lines(const QString& path) {
+    return QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
+}
 
 // Nautilus's window `n`, as it marks its windows for its D-Bus objects.
 xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n,
@@ -304,6 +313,65 @@ private slots:
         nautilus.waitForFinished();
         QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}}));
         QCOMPARE(front(), alpha);
+    }
+
+    void newFileShownInTheWindowShowingItsFolder() {
+        // A file made in a folder that a window shows is selected there by Nautilus and Dolphin
+        // (their own ShowItems), and left to show itself in Nemo, Caja and Thunar, whose every
+        // way to select opens another window. Only where no window shows the folder does the
+        // desktop's file manager (org.freedesktop.FileManager1) open one.
+        TestHome home;
+        const auto stop = instanceStopper();
+        Windows x;
+        QStringList folders;
+        for (const char* name : {"tab", "front", "dolphin", "full", "watched", "unwatched",
+                                 "minimized", "none", "elsewhere/watched"}) {
+            folders << home.file(name);
+            QVERIFY(QDir().mkpath(folders.last()));
+        }
+        const QString tab = folders[0], front = folders[1], inDolphin = folders[2],
+                      full = folders[3], watched = folders[4], unwatched = folders[5],
+                      minimized = folders[6], none = folders[7], nested = folders[8];
+        const auto log = [&](const char* name) { return home.file(QString(name) + ".log"); };
+        FakeFileManager nautilus, dolphin, gtk, desktop;
+        QVERIFY(nautilus.start("nautilus", {{"1", {front, tab}}}, false, log("nautilus")));
+        QVERIFY(gtk.start("gtk", {}, false, {}, {watched, minimized, nested}));
+        QVERIFY(desktop.start("showitems", {}, false, log("desktop")));
+        const xcb_window_t d = x.make("dolphin", 0, "dolphin — Dolphin");
+        QVERIFY(
+            dolphin.start("dolphin", {{QString::number(d), {inDolphin}}}, false, log("dolphin")));
+        x.setWords(d, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(dolphin.processId())});
+        const xcb_window_t hidden = x.make("caja", gtk.processId(), "minimized");
+        x.setWords(hidden, "_NET_WM_STATE", XCB_ATOM_ATOM, {x.atom("_NET_WM_STATE_HIDDEN")});
+        // A title with a folder's name alone counts only when the process watches that folder:
+        // "unwatched" is not watched, and of two folders named "watched" only the one asked about
+        // is certain.
+        x.stack({nautilusWindow(x, nautilus, 1, "front"), d, x.make("nemo", 100, full),
+                 x.make("thunar", gtk.processId(), "watched - Thunar"),
+                 x.make("nemo", gtk.processId(), "unwatched"), hidden});
+        writeScript(home.file("bin/xdg-open"), "echo \"$1\" >> \"$HOME/xdg-open.log\"");
+        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
+
+        const QStringList order{tab,       front,     inDolphin, full, watched,
+                                unwatched, minimized, nested,    none};
+        for (const QString& folder : order)
+            QCOMPARE(QProcess::execute(
+                         BRINDLEMARK_EXECUTABLE,
+                         {"brindlemark://create?path=" + QUrl::toPercentEncoding(folder, "/")}),
+                     0);
+        const auto shown = [&](const QStringList& in) {
+            QStringList uris;
+            for (const QString& folder : in)
+                uris << QUrl::fromLocalFile(folder + "/New Text File.txt")
+                            .toString(QUrl::FullyEncoded);
+            return uris;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(lines(log("desktop")), shown({unwatched, nested, none}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(lines(log("nautilus")), shown({tab, front}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(lines(log("dolphin")), shown({inDolphin}), 20'000);
+        QVERIFY(!QFile::exists(home.file("xdg-open.log")));
+        for (const QString& folder : order)
+            QCOMPARE(entries(folder), QStringList{"New Text File.txt"});
     }
 
     void quietWithoutXOrBus() {

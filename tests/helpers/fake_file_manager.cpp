@@ -6,6 +6,7 @@
 //   X ids, with the folders open in them
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
+//   "watch": ["/path", ...]: folders it watches, as the GTK file managers watch what they show
 // A location that is a path stands for its file: URI. With "hang": true it takes its names and then
 // never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
@@ -15,6 +16,7 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QFile>
+#include <QFileSystemWatcher>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
@@ -69,15 +71,17 @@ int main(int argc, char** argv) {
             manager.windows[(kind == "dolphin" ? "" : "/org/gnome/Nautilus/window/") + it.key()]
                 << (place.startsWith('/') ? QUrl::fromLocalFile(place).toString(QUrl::FullyEncoded)
                                           : place);
+    QFileSystemWatcher watcher(setup["watch"].toVariant().toStringList());
     QDBusConnection bus = QDBusConnection::sessionBus();
     bus.registerVirtualObject("/org/freedesktop/FileManager1", &manager);
     for (int n = 0; kind == "dolphin" && n < manager.windows.size(); ++n)
         bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
     // A name whose last owner just quit may take the bus a moment to release.
-    const QString name = kind == "nautilus" ? "org.gnome.Nautilus"
-                         : kind == "dolphin"
-                             ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
-                             : "org.freedesktop.FileManager1";
+    const QString name =
+        kind == "nautilus"  ? "org.gnome.Nautilus"
+        : kind == "gtk"     ? QString("org.example.gtk-%1").arg(QCoreApplication::applicationPid())
+        : kind == "dolphin" ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
+                            : "org.freedesktop.FileManager1";
     for (int attempt = 0; !bus.registerService(name); ++attempt) {
         if (attempt == 250)
             return 3;

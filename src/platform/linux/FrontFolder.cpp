@@ -8,10 +8,15 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSet>
 #include <QUrl>
 #include <QXmlStreamReader>
 
 #include <xcb/xcb.h>
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -237,10 +242,11 @@ Properties readProperties(Display& display, xcb_window_t id) {
     return p;
 }
 
-bool passedOver(const Display& display, const Properties& p, qint64 ownPid) {
+bool passedOver(const Display& display, const Properties& p, qint64 ownPid,
+                bool hiddenCount = false) {
     if (ownPid != 0 && p.window.pid == ownPid)
         return true;
-    if (p.states.contains(display.atom(StateHidden)))
+    if (!hiddenCount && p.states.contains(display.atom(StateHidden)))
         return true;
     for (Atom kind : {TypeDesktop, TypeDock, TypeToolbar, TypeMenu, TypeSplash, TypeDropdownMenu,
                       TypePopupMenu, TypeTooltip, TypeNotification, TypeCombo, TypeDnd})
@@ -277,6 +283,21 @@ std::optional<Window> frontFileManagerWindow(qint64 ownPid) {
             return p.window;
     }
     return std::nullopt;
+}
+
+QList<Window> fileManagerWindows(qint64 ownPid) {
+    QList<Window> windows;
+    Display display;
+    if (!display.usable())
+        return windows;
+    for (xcb_window_t id : display.stackingOrder()) {
+        const Properties p = readProperties(display, id);
+        // A minimized window still shows its folder; a dialog shows none.
+        if (p.window.fileManager != FileManager::Other && p.transientFor == XCB_WINDOW_NONE &&
+            !passedOver(display, p, ownPid, true))
+            windows << p.window;
+    }
+    return windows;
 }
 
 // ---- what a window shows --------------------------------------------------------------------
@@ -446,22 +467,17 @@ QStringList dolphinCandidates(const QString& title) {
     return candidates;
 }
 
-std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window,
-                                           QDeadlineTimer deadline) {
-    if (window.pid <= 0)
-        return std::nullopt;
-    const QString service = QStringLiteral("org.kde.dolphin-%1").arg(window.pid);
-
-    // The window's object: the one whose winId is this X window.
+// The D-Bus object of a Dolphin window: the one whose winId is this X window.
+std::optional<QString> dolphinWindowObject(const QDBusConnection& bus, const QString& service,
+                                           const Window& window, QDeadlineTimer deadline) {
     QDBusMessage introspect = QDBusMessage::createMethodCall(
         service, QStringLiteral("/dolphin"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
         QStringLiteral("Introspect"));
     const std::optional<QDBusMessage> tree = callWithin(bus, introspect, deadline);
     if (!tree)
         return std::nullopt;
-    QString objectPath;
     QXmlStreamReader xml(tree->arguments().first().toString());
-    while (objectPath.isEmpty() && xml.readNextStartElement()) {
+    while (xml.readNextStartElement()) {
         if (xml.name() != QLatin1String("node")) {
             xml.skipCurrentElement();
             continue;
@@ -479,20 +495,39 @@ std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Win
         if (!id)
             return std::nullopt;
         if (id->arguments().first().toLongLong() == qint64(window.id))
-            objectPath = path;
+            return path;
     }
-    if (objectPath.isEmpty())
-        return std::nullopt;
+    return std::nullopt;
+}
 
-    auto isOpen = [&](const QString& folder) -> std::optional<bool> {
-        QDBusMessage ask = QDBusMessage::createMethodCall(
-            service, objectPath, QStringLiteral("org.kde.dolphin.MainWindow"),
-            QStringLiteral("isUrlOpen"));
-        ask << QUrl::fromLocalFile(folder).toString(QUrl::FullyEncoded);
-        const std::optional<QDBusMessage> answer = callWithin(bus, ask, deadline);
-        if (!answer)
-            return std::nullopt;
-        return answer->arguments().first().toBool();
+// Whether a folder is open in a Dolphin window, in any tab or view.
+std::optional<bool> dolphinHasOpen(const QDBusConnection& bus, const QString& service,
+                                   const QString& objectPath, const QString& folder,
+                                   QDeadlineTimer deadline) {
+    QDBusMessage ask = QDBusMessage::createMethodCall(service, objectPath,
+                                                      QStringLiteral("org.kde.dolphin.MainWindow"),
+                                                      QStringLiteral("isUrlOpen"));
+    ask << QUrl::fromLocalFile(folder).toString(QUrl::FullyEncoded);
+    const std::optional<QDBusMessage> answer = callWithin(bus, ask, deadline);
+    if (!answer)
+        return std::nullopt;
+    return answer->arguments().first().toBool();
+}
+
+QString dolphinService(const Window& window) {
+    return QStringLiteral("org.kde.dolphin-%1").arg(window.pid);
+}
+
+std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window,
+                                           QDeadlineTimer deadline) {
+    if (window.pid <= 0)
+        return std::nullopt;
+    const QString service = dolphinService(window);
+    const std::optional<QString> objectPath = dolphinWindowObject(bus, service, window, deadline);
+    if (!objectPath)
+        return std::nullopt;
+    auto isOpen = [&](const QString& folder) {
+        return dolphinHasOpen(bus, service, *objectPath, folder, deadline);
     };
 
     // A full path in the title is the folder, once the window confirms it has it open.
@@ -559,6 +594,157 @@ std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
     }
     // Only a folder that is there: a location deleted meanwhile is no answer.
     return folder && isFolder(*folder) ? folder : std::nullopt;
+}
+
+namespace {
+
+// The files and folders a process watches with inotify, as (device, inode): the GTK file managers
+// watch every folder one of their windows shows. Only the user's own processes can be asked.
+QSet<QPair<quint64, quint64>> watchedByProcess(qint64 pid) {
+    QSet<QPair<quint64, quint64>> watched;
+    const QString fds = QStringLiteral("/proc/%1/fd").arg(pid);
+    const QStringList entries = QDir(fds).entryList(QDir::System | QDir::Files);
+    static const QRegularExpression watch(
+        QStringLiteral("^inotify wd:\\S+ ino:([0-9a-f]+) sdev:([0-9a-f]+)"),
+        QRegularExpression::MultilineOption);
+    for (const QString& fd : entries) {
+        char target[32] = {};
+        const QByteArray link = QFile::encodeName(fds + u'/' + fd);
+        if (::readlink(link.constData(), target, sizeof target - 1) <= 0 ||
+            std::strcmp(target, "anon_inode:inotify") != 0)
+            continue;
+        QFile info(QStringLiteral("/proc/%1/fdinfo/%2").arg(pid).arg(fd));
+        if (!info.open(QIODevice::ReadOnly))
+            continue;
+        const QString text = QString::fromLatin1(info.readAll());
+        for (QRegularExpressionMatchIterator it = watch.globalMatch(text); it.hasNext();) {
+            const QRegularExpressionMatch m = it.next();
+            // The kernel writes the device as its own dev_t: 12 bits of major, 20 of minor.
+            const quint64 kernelDevice = m.captured(2).toULongLong(nullptr, 16);
+            watched.insert(
+                {quint64(makedev(unsigned(kernelDevice >> 20), unsigned(kernelDevice & 0xfffff))),
+                 m.captured(1).toULongLong(nullptr, 16)});
+        }
+    }
+    return watched;
+}
+
+// The folder's name a title shows, without the file manager's own name after it.
+QString titledName(const Window& window) {
+    static const QRegularExpression appended(
+        QStringLiteral(" [-–—] (Thunar|Caja|Nemo|Dolphin|File Manager)$"));
+    return QString(window.title).remove(appended);
+}
+
+void addFolder(QStringList& folders, const std::optional<QString>& folder) {
+    if (folder && isFolder(*folder) && !folders.contains(*folder))
+        folders << *folder;
+}
+
+} // namespace
+
+QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadlineTimer deadline,
+                              const QStringList& candidates) {
+    QList<OpenWindow> open;
+    const QString home = withoutTrailingSlashes(QDir::homePath());
+    if (onWayland()) {
+        // Nautilus alone says what its windows show; which of them is which is unknown.
+        const std::optional<QMap<QString, QStringList>> windows =
+            bus.isConnected() ? nautilusWindows(bus, QStringLiteral("org.gnome.Nautilus"), deadline)
+                              : std::nullopt;
+        for (auto it = windows ? windows->begin() : QMap<QString, QStringList>::const_iterator();
+             windows && it != windows->end(); ++it) {
+            OpenWindow window;
+            window.window.fileManager = FileManager::Nautilus;
+            window.window.gtkObjectPath = it.key();
+            window.window.gtkBusName = QStringLiteral("org.gnome.Nautilus");
+            for (const QString& uri : it.value())
+                addFolder(window.folders, localPath(uri));
+            open << window;
+        }
+        return open;
+    }
+
+    QMap<QString, std::optional<QMap<QString, QStringList>>> nautilusByService;
+    QMap<qint64, QSet<QPair<quint64, quint64>>> watchedByPid;
+    for (const Window& window : fileManagerWindows(ownPid)) {
+        OpenWindow entry{window, {}};
+        switch (window.fileManager) {
+        case FileManager::Nautilus: {
+            if (!bus.isConnected() || window.gtkObjectPath.isEmpty())
+                break;
+            const QString service = window.gtkBusName.isEmpty()
+                                        ? QStringLiteral("org.gnome.Nautilus")
+                                        : window.gtkBusName;
+            if (!nautilusByService.contains(service))
+                nautilusByService.insert(service, nautilusWindows(bus, service, deadline));
+            const std::optional<QMap<QString, QStringList>>& windows = nautilusByService[service];
+            if (!windows || !windows->contains(window.gtkObjectPath))
+                break;
+            // The tab in front first, then every other tab's folder.
+            const QStringList tabs = windows->value(window.gtkObjectPath);
+            addFolder(entry.folders, nautilusFolder(tabs, window.title, home));
+            for (const QString& uri : tabs)
+                addFolder(entry.folders, localPath(uri));
+            break;
+        }
+        case FileManager::Dolphin: {
+            if (!bus.isConnected() || window.pid <= 0)
+                break;
+            addFolder(entry.folders, dolphinWindowFolder(bus, window, deadline));
+            const QString service = dolphinService(window);
+            const std::optional<QString> object =
+                candidates.isEmpty() ? std::nullopt
+                                     : dolphinWindowObject(bus, service, window, deadline);
+            for (const QString& candidate : candidates) {
+                if (!object || entry.folders.contains(candidate))
+                    continue;
+                const std::optional<bool> has =
+                    dolphinHasOpen(bus, service, *object, candidate, deadline);
+                if (has && *has)
+                    addFolder(entry.folders, candidate);
+            }
+            break;
+        }
+        case FileManager::Nemo:
+        case FileManager::Caja:
+        case FileManager::Thunar:
+        case FileManager::PcManFm: {
+            if (const std::optional<QString> titled = folderFromFullPathTitle(window.title)) {
+                addFolder(entry.folders, titled);
+                break;
+            }
+            // A title with the folder's name alone: the folder of that name among the
+            // candidates (the home folder and its folders too) that the window's process
+            // watches. Certain when there is exactly one.
+            const QString name = titledName(window);
+            if (name.isEmpty() || window.pid <= 0)
+                break;
+            if (!watchedByPid.contains(window.pid))
+                watchedByPid.insert(window.pid, watchedByProcess(window.pid));
+            const QSet<QPair<quint64, quint64>>& watched = watchedByPid[window.pid];
+            QStringList named;
+            for (const QString& candidate : candidates + QStringList{home, home + u'/' + name}) {
+                const QString folder = withoutTrailingSlashes(QDir::cleanPath(candidate));
+                struct stat status {};
+                if ((folderName(folder) == name ||
+                     (folder == home && name == QLatin1String("Home"))) &&
+                    !named.contains(folder) &&
+                    ::stat(QFile::encodeName(folder).constData(), &status) == 0 &&
+                    S_ISDIR(status.st_mode) &&
+                    watched.contains({quint64(status.st_dev), quint64(status.st_ino)}))
+                    named << folder;
+            }
+            if (named.size() == 1)
+                entry.folders = named;
+            break;
+        }
+        case FileManager::Other:
+            break;
+        }
+        open << entry;
+    }
+    return open;
 }
 
 QDBusConnection sessionBusIfRunning() {

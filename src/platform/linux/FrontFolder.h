@@ -51,6 +51,25 @@ constexpr int FileManagerPatience = 90; // milliseconds
 std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
                                    QDeadlineTimer deadline = QDeadlineTimer(FileManagerPatience));
 
+// A file-manager window and the local folders it shows, the one in front first: every tab's for
+// Nautilus; for the others the folder its title names, when that is certain, and those of
+// `candidates` that the file manager confirms (Dolphin) or watches under the title's name.
+// Empty when nothing is certain.
+struct OpenWindow {
+    Window window;
+    QStringList folders;
+};
+
+// Every file-manager window on the display, minimized ones too, from the bottom of the stack to
+// the top; windows of `ownPid` and dialogs are left out. Under Wayland, Nautilus's windows alone,
+// as it lists them (no X id). Bounded by `deadline` as frontFolder is.
+constexpr int ShowPatience = 300; // milliseconds, for showing a new file
+QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadlineTimer deadline,
+                              const QStringList& candidates = {});
+
+// The file-manager windows on the X display named by DISPLAY: see openWindows.
+QList<Window> fileManagerWindows(qint64 ownPid);
+
 // The session bus when one is known to exist; a disconnected connection otherwise, so that a
 // machine without a bus never starts one just to be asked.
 QDBusConnection sessionBusIfRunning();

@@ -24,7 +24,9 @@
 #include <QThread>
 #include <QUrl>
 
+#include <algorithm>
 #include <cstdio>
+#include <functional>
 
 namespace brindlemark {
 
@@ -185,27 +187,69 @@ void openFolder(const QString& folder) {
 
 } // namespace
 
+namespace {
+
+// FileManager1.ShowItems of the file manager at `service`, not waited for; `otherwise` runs when
+// no file manager answers it.
+void showItems(const QDBusConnection& bus, const QString& service, const QString& filePath,
+               std::function<void()> otherwise = {}) {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        service, QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << QStringList{QUrl::fromLocalFile(filePath).toString(QUrl::FullyEncoded)} << QString();
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection(bus).asyncCall(call, 5000), qApp);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [otherwise](QDBusPendingCallWatcher* finished) {
+                         if (finished->isError() && otherwise)
+                             otherwise();
+                         finished->deleteLater();
+                     });
+}
+
+bool sameFolder(const QString& a, const QString& b) {
+    if (a == b)
+        return true;
+    const QString canonical = QFileInfo(a).canonicalFilePath();
+    return !canonical.isEmpty() && canonical == QFileInfo(b).canonicalFilePath();
+}
+
+} // namespace
+
 void LinuxPlatform::showFileInFileManager(const QString& filePath) {
     const QString folder = QFileInfo(filePath).absolutePath();
     QDBusConnection bus = frontfolder::sessionBusIfRunning();
+
+    // A window that shows the folder already shows the new file; no other window opens for it.
+    // Nautilus and Dolphin select it there through their own FileManager1 object (each picks
+    // its window that shows the folder). Nemo, Caja and Thunar cannot: their ShowItems, their
+    // other commands (Thunar's DisplayFolderAndSelect, Caja's --select) all open a second
+    // window, and Nemo's --existing-window takes over whichever window was last active.
+    QList<frontfolder::OpenWindow> windows =
+        frontfolder::openWindows(QCoreApplication::applicationPid(), bus,
+                                 QDeadlineTimer(frontfolder::ShowPatience), {folder});
+    std::reverse(windows.begin(), windows.end()); // the top of the stack first
+    for (const frontfolder::OpenWindow& open : windows) {
+        if (std::none_of(open.folders.begin(), open.folders.end(),
+                         [&](const QString& shown) { return sameFolder(shown, folder); }))
+            continue;
+        if (open.window.fileManager == frontfolder::FileManager::Nautilus)
+            showItems(bus,
+                      open.window.gtkBusName.isEmpty() ? QStringLiteral("org.gnome.Nautilus")
+                                                       : open.window.gtkBusName,
+                      filePath);
+        else if (open.window.fileManager == frontfolder::FileManager::Dolphin)
+            showItems(bus, QStringLiteral("org.kde.dolphin-%1").arg(open.window.pid), filePath);
+        return;
+    }
+
+    // No window shows it: the desktop's file manager opens one with the file selected, or,
+    // without one that offers that, the desktop's opener opens the folder.
     if (!bus.isConnected()) {
         openFolder(folder);
         return;
     }
-    // The freedesktop file-manager interface selects the file; without a file manager that
-    // offers it, the folder is opened instead. Nothing waits for the answer.
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.FileManager1"),
-        QStringLiteral("/org/freedesktop/FileManager1"),
-        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << QStringList{QUrl::fromLocalFile(filePath).toString(QUrl::FullyEncoded)} << QString();
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000), qApp);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
-                     [folder](QDBusPendingCallWatcher* finished) {
-                         if (finished->isError())
-                             openFolder(folder);
-                         finished->deleteLater();
-                     });
+    showItems(bus, QStringLiteral("org.freedesktop.FileManager1"), filePath,
+              [folder] { openFolder(folder); });
 }
 
 void LinuxPlatform::runAlert(const QString& messageText, const QString& informativeText) {
