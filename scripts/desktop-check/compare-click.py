@@ -8,7 +8,9 @@ until the new entry exists in the folder, and prints the median, min and max of 
 
 BRINDLEMARK_BUILD names the build folder, as for session.sh. It also counts the file manager's
 windows on the folder at the start and at the end: Brindlemark shows each new file through
-org.freedesktop.FileManager1, and some file managers open a window for every one.
+org.freedesktop.FileManager1, and some file managers open a window for every one; with
+--close-others those are closed (Ctrl+W) before each round, so that their number does not weigh
+on the later rounds.
 
 MANAGER is one of nautilus, dolphin, nemo, caja, thunar. The file manager is opened with
 session.sh (a throwaway home /tmp/compare-click-MANAGER, its own Xvfb display, Brindlemark
@@ -150,7 +152,17 @@ def folder_windows():
     return result.stdout.split()
 
 
-def one_round(manager, kind, folder, window, out=None, label=""):
+def close_other_windows(window):
+    """Closes the file manager's windows on the folder other than the first, with Ctrl+W."""
+    for other in folder_windows():
+        if other != window:
+            subprocess.run(["xdotool", "windowactivate", "--sync", other],
+                           stderr=subprocess.DEVNULL)
+            xdotool("key", "--clearmodifiers", "ctrl+w")
+            time.sleep(0.3)
+
+
+def one_round(manager, kind, folder, window, out=None, label="", close_others=False):
     """Opens the menu in the file manager's first window, clicks the entry and returns
     (milliseconds until the entry exists, milliseconds until the naming dialog had the focus or
     None)."""
@@ -158,6 +170,8 @@ def one_round(manager, kind, folder, window, out=None, label=""):
     entry = config[kind]
     rx, ry = config["right_click"]
     empty(folder)
+    if close_others:
+        close_other_windows(window)
     # Brindlemark shows each new file through org.freedesktop.FileManager1, for which some file
     # managers open another window: the first one is brought back in front, under the pointer.
     subprocess.run(["xdotool", "windowactivate", "--sync", window], stderr=subprocess.DEVNULL)
@@ -264,6 +278,8 @@ def main():
     parser.add_argument("--display", type=int,
                         help="Xvfb display number (default 150 + the manager's place in the list)")
     parser.add_argument("--out", help="folder for the menus' screenshots and the logs")
+    parser.add_argument("--close-others", action="store_true",
+                        help="close the windows that showing new files opened, before each round")
     args = parser.parse_args()
 
     manager = args.manager
@@ -302,11 +318,12 @@ def main():
         times = {"text_file": [], "folder": []}
         dialog_times = []
         for kind in ("text_file", "folder"):  # warm-up, untimed
-            one_round(manager, kind, folder, window, args.out, "-warm-up")
+            one_round(manager, kind, folder, window, args.out, "-warm-up", args.close_others)
         for i in range(args.n):
             order = ("text_file", "folder") if i % 2 == 0 else ("folder", "text_file")
             for kind in order:
-                elapsed, dialog_ms = one_round(manager, kind, folder, window)
+                elapsed, dialog_ms = one_round(manager, kind, folder, window,
+                                               close_others=args.close_others)
                 times[kind].append(elapsed)
                 if dialog_ms is not None:
                     dialog_times.append(dialog_ms)
