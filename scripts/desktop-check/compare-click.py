@@ -16,9 +16,9 @@ MANAGER is one of nautilus, dolphin, nemo, caja, thunar. The file manager is ope
 session.sh (a throwaway home /tmp/compare-click-MANAGER, its own Xvfb display, Brindlemark
 running), then openbox is started on that display so that a dialog gets the keyboard focus as
 on a desktop. One untimed round of each entry warms both up; then N rounds of each, interleaved
-(Brindlemark first in even rounds, the file manager first in odd ones). Before every round the
-folder is emptied, so that the right-click always lands on empty space and the menu always opens
-at the same place.
+(Brindlemark first in rounds 1, 3, 5, ..., the file manager first in the others). Before every
+round the folder is emptied, so that the right-click always lands on empty space and the menu
+always opens at the same place.
 
 The menu entries are found by their offsets from the right-click point, measured once per file
 manager from screenshots (1280x800 display, the file manager's window at the top left, default
