@@ -8,11 +8,12 @@
 #   scripts/desktop-check/session.sh dolphin KDE 105 dolphin "/tmp/fm-dolphin/a b ü"
 #
 # Then DISPLAY=:N xdotool / import -window root, and click-time.py to time a menu entry.
+# BRINDLEMARK_SESSION_HOME puts the throwaway home elsewhere than /tmp/fm-NAME.
 set -euo pipefail
 name=$1 desktop=$2 display=$3
 shift 3
 build=${BRINDLEMARK_BUILD:-$(cd "$(dirname "$0")/../.." && pwd)/build}/src
-home=/tmp/fm-$name
+home=${BRINDLEMARK_SESSION_HOME:-/tmp/fm-$name}
 rm -rf "$home"
 mkdir -p "$home/run" "$home/a b ü"
 chmod 700 "$home/run"
