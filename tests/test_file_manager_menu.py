@@ -228,6 +228,12 @@ class FileManagerMenuTest(unittest.TestCase):
         self.run_entry(menu["Desktop Action template1"])
         self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
         self.assertFalse(os.path.exists(self.folder + "/pwned"))
+        # With the instance running, the Python menus hand their URL straight to it, starting no program: here no
+        # launcher is left to start.
+        write(self.data + "/brindlemark/launcher", "/nonexistent\n")
+        menus = runpy.run_path(APPEX + "/brindlemark_menu.py")
+        menus["open_url"](menus["command_url"]("create", self.folder))
+        self.assertTrue(wait_for(lambda: os.path.exists(self.folder + "/New Text File.txt")))
 
     def test_install_uninstall(self):
         files = lambda: {os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names}

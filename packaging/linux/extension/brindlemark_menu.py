@@ -88,10 +88,63 @@ def command_url(command, folder, template=None):
     return "brindlemark://%s?%s" % (command, query)
 
 
+_unanswered = set()  # the connections whose answer has not come yet
+
+
+def _hand_to_running_instance(url):
+    """Hands the URL straight to a running Brindlemark over its socket, as its launcher would
+    (InstanceChannel.h: a big-endian length, a count of URLs, each URL's length and bytes; then
+    one byte back once it is handled), without starting a program: a click costs a few
+    milliseconds less, which is what the file managers' own entries take. Only in
+    $XDG_RUNTIME_DIR, when it is this user's folder, and only to a process of this user's. False
+    when no instance takes it that way: the launcher is run then."""
+    import socket
+    import stat
+    import struct
+    runtime = os.environ.get("XDG_RUNTIME_DIR") or ""
+    try:
+        info = os.stat(runtime)
+    except OSError:
+        return False
+    if not (os.path.isabs(runtime) and stat.S_ISDIR(info.st_mode) and info.st_uid == os.getuid()):
+        return False
+    connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_CLOEXEC)
+    try:
+        connection.settimeout(0.5)
+        connection.connect(os.path.join(runtime, "org.brindlemark.Brindlemark.socket"))
+        credentials = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
+        if struct.unpack("3i", credentials)[1] != os.getuid():
+            raise OSError("another user's socket")
+        data = url.encode("utf-8")
+        body = struct.pack(">II", 1, len(data)) + data
+        connection.sendall(struct.pack(">I", len(body)) + body)
+    except OSError:
+        connection.close()
+        return False
+    # The answer is awaited in the file manager's main loop, never by blocking it.
+    _unanswered.add(connection)
+
+    def answered(*_):
+        _unanswered.discard(connection)
+        connection.close()
+        return False
+
+    try:
+        from gi.repository import GLib
+        GLib.io_add_watch(connection.fileno(), GLib.PRIORITY_DEFAULT, GLib.IOCondition.IN | GLib.IOCondition.HUP
+                          | GLib.IOCondition.ERR, answered)
+    except Exception:
+        pass
+    return True
+
+
 def open_url(url):
-    """Hands the URL to Brindlemark without waiting: to its launcher, else through GIO to whatever
-    the desktop opens brindlemark:// URLs with."""
-    program = os.environ.get("BRINDLEMARK_URL_OPENER") or launcher()
+    """Hands the URL to Brindlemark without waiting: to the running instance, else to its
+    launcher, else through GIO to whatever the desktop opens brindlemark:// URLs with."""
+    program = os.environ.get("BRINDLEMARK_URL_OPENER")
+    if not program and _hand_to_running_instance(url):
+        return
+    program = program or launcher()
     if program:
         try:
             subprocess.Popen([program, url], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
