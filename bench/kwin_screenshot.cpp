@@ -22,9 +22,9 @@ int main(int argc, char** argv) {
     QDBusMessage reply;
     {
         // The message holds a copy of the pipe's end: gone before reading, or the read never ends.
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            "org.kde.KWin", "/org/kde/KWin/ScreenShot2", "org.kde.KWin.ScreenShot2",
-            "CaptureWorkspace");
+        QDBusMessage call =
+            QDBusMessage::createMethodCall("org.kde.KWin", "/org/kde/KWin/ScreenShot2",
+                                           "org.kde.KWin.ScreenShot2", "CaptureWorkspace");
         call << QVariantMap{} << QVariant::fromValue(QDBusUnixFileDescriptor(fds[1]));
         ::close(fds[1]);
         reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 10'000);

@@ -28,7 +28,7 @@ if [ -z "${WL_CHECK_INSIDE-}" ]; then
         # GNOME Shell needs a system bus: one of its own, open to this user.
         cat >"$home/system.conf" <<CONF
 <busconfig><type>system</type><listen>unix:path=$home/system_bus</listen><auth>EXTERNAL</auth>
-<policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*"/></policy></busconfig>
+<policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>
 CONF
         dbus-daemon --config-file="$home/system.conf" --fork --print-pid >"$home/system-bus.pid"
         export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$home/system_bus
@@ -101,6 +101,13 @@ case "$desktop" in
 esac
 for _ in $(seq 100); do [ -S "$XDG_RUNTIME_DIR/$socket" ] && break; sleep 0.1; done
 sleep 3
+# GNOME Shell takes a while longer to load its extensions.
+for _ in $(seq 300); do
+    [ "$desktop" != gnome ] && break
+    gdbus call --session -d org.freedesktop.DBus -o /org/freedesktop/DBus -m org.freedesktop.DBus.NameHasOwner \
+        org.brindlemark.DesktopCheck | grep -q true && break
+    sleep 0.1
+done
 
 screenshot() {
     case "$desktop" in
