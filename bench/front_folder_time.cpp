@@ -14,6 +14,10 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     const int runs = argc > 1 ? std::max(1, atoi(argv[1])) : 51;
     using namespace brindlemark::frontfolder;
+    // As in the application, whose event loop runs: the bus connection delivers calls to this
+    // process (a KWin script's answer) only once the event loop has started.
+    sessionBusIfRunning();
+    QCoreApplication::processEvents();
     std::vector<double> times;
     std::optional<QString> folder;
     for (int i = 0; i < runs; ++i) {

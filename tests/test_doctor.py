@@ -15,6 +15,7 @@ MENUS = {"Nautilus": ("nautilus-python/extensions/brindlemark_menu.py", "restart
          "Thunar": ("thunarx-python/extensions/brindlemark_menu.py", "restart Thunar: thunar -q"),
          "Dolphin": ("kio/servicemenus/brindlemark-new-file.desktop", "open a new Dolphin window")}
 ENABLE = f'open Brindlemark and choose "Enable Extension" (or run: {PK} -e use -i {ID}), then '
+WAYLAND, FRONT = {"XDG_SESSION_TYPE": "wayland", "XDG_CURRENT_DESKTOP": "GNOME"}, "Front file-manager folder under Wayland ... "
 MIME = "xdg-mime default org.brindlemark.Brindlemark.desktop x-scheme-handler/brindlemark"
 URLS = "brindlemark:// URLs (xdg-mime query default x-scheme-handler/brindlemark) ... "
 NO_TRAY = "System tray ... none: Brindlemark's window is then reached by running brindlemark again — fix: "
@@ -55,6 +56,13 @@ CASES = [  # what differs from a machine with everything; the lines with a fix t
       for text in (None, "{broken", "null", '[{"identifier": "other", "elected": true}]', "<fifo>")],
     ("no dpkg-query", {"gone": ["dpkg-query"]}, [missing(packages, "cannot be checked: dpkg-query (Debian's package tool) was not found")
                                                  .replace("fix: ", "fix: if missing: ") for packages in SUPPORT]),
+    ("GNOME under Wayland, the Shell extension installed but not loaded yet", {"env": WAYLAND, "shell_installed": True},
+     [FRONT + "not yet: GNOME Shell loads Brindlemark's new extension only after the next login — fix: log out and in again "
+      "(and check that Extensions are turned on in the Extensions app)"]),
+    ("GNOME under Wayland without the Shell extension", {"env": WAYLAND, "elected": False},
+     [menu(name, "installed, extension not enabled") for name in MENUS] + [FRONT + "only while Nautilus has a single window; otherwise "
+      f"the Desktop folder is used — fix: {ENABLE}log out and in again"]),
+    ("GNOME under Wayland with the Shell extension running", {"env": WAYLAND, "front": "(true,)"}, []),
     ("no gdbus", {"gone": ["gdbus"]}, ["System tray ... unknown: the session bus or the X display did not answer "
                                        "(run this in your desktop session) — fix: sudo apt-get install libglib2.0-bin"]),
 ]
@@ -68,7 +76,7 @@ def write(path, text, mode=0o644):
 
 def run_doctor(home, packages=(), gone=(), handler="org.brindlemark.Brindlemark.desktop", tray="(true,)", elected=True, registry="",
                deleted=(), unlisted=(), no_folder=False, env=None, stored=STORED, built_in=True, older=(), launcher=DOCTOR,
-               thunar_action=False):
+               thunar_action=False, front="(false,)", shell_installed=False):
     """Builds the machine in HOME and runs the doctor there, with only the fakes on PATH: (exit status, output). The menus are
     this Brindlemark's, written for the templates stored (or the built-in ones), except the older ones: a copy of another version,
     a service menu written before the last template was enabled."""
@@ -84,14 +92,15 @@ def run_doctor(home, packages=(), gone=(), handler="org.brindlemark.Brindlemark.
     if thunar_action:
         write(home + "/etc/Thunar/uca.xml", "<actions><action><name>Open Terminal Here</name><command>exo-open --working-directory %f "
               "--launch TerminalEmulator</command><directories/></action></actions>")
-    fakes = {"nautilus": "", "thunar": "", "dolphin": "", "xdg-mime": f"printf '%s\\n' '{handler}'", "gdbus": f"echo '{tray}'",
+    fakes = {"nautilus": "", "thunar": "", "dolphin": "", "xdg-mime": f"printf '%s\\n' '{handler}'", "gdbus": f"case \"$*\" in *FrontWindow*) echo '{front}';; *) echo '{tray}';; esac",
              "dpkg-query": f'for p; do :; done\ncase "$p" in {installed}) printf "install ok installed";; *) exit 1;; esac'}
     [write(f"{home}/bin/{name}", f"#!/bin/sh\n{script}\n", 0o755) for name, script in fakes.items() if name not in gone]
     [write(f"{data}/{path}", "# older\n" if name in older else pathlib.Path(BUNDLE + "/brindlemark_menu.py").read_text())
      for name, (path, _) in MENUS.items() if name not in deleted and name != "Dolphin"]
     os.remove(f"{data}/{MENUS['Dolphin'][0]}") if "Dolphin" in deleted else None
     os.rmdir(data + "/kio/servicemenus") if no_folder else None
-    write(data + "/brindlemark/installed-integration", "".join(f"{data}/{p}\n" for name, (p, _) in MENUS.items() if name not in unlisted))
+    write(data + "/brindlemark/installed-integration", "".join(f"{data}/{p}\n" for name, (p, _) in MENUS.items() if name not in unlisted)
+          + (f"{data}/gnome-shell/extensions/front-window@brindlemark.org/extension.js\n" if shell_installed else ""))
     registry = json.dumps([{"identifier": ID, "elected": elected}], indent=4) if registry == "" else registry
     if registry == "<fifo>":  # nothing ever written into it: reading it must not wait
         os.mkfifo(data + "/brindlemark/plugin-registry.json")

@@ -240,17 +240,26 @@ class FileManagerMenuTest(unittest.TestCase):
         outside = [self.data + "/../outside", self.data + "/x/../../outside2", self.data + "2/outside", self.home + "/outside3"]
         [write(path, "") for path in outside + [self.data + "/nautilus-python/extensions/someone-else.py", self.data + "/x/y"]]
         before, manifest = files(), self.data + "/brindlemark/installed-integration"
-        # With no launcher named, install records the one beside the bundle, as it finds it in the build tree.
-        subprocess.run([APPEX + "/install"], check=True,
-                       env=dict(os.environ, BRINDLEMARK_LAUNCHER="", BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja thunar dolphin"))
-        installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja", "thunarx")}
-        installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher",
-                      self.data + "/brindlemark/default-templates.json"}
-        self.assertEqual((set(read(manifest).splitlines()), files() - before, read(self.data + "/brindlemark/launcher")),
-                         (installed, installed | {manifest}, os.path.realpath(LAUNCHER) + "\n"))
-        write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted
-        subprocess.run([APPEX + "/uninstall"], check=True)
-        self.assertEqual(files(), before)
+        # GNOME Shell's list of enabled extensions, kept by a stand-in gsettings outside the home.
+        bindir, shell = tempfile.mkdtemp(), "front-window@brindlemark.org"
+        self.addCleanup(shutil.rmtree, bindir)
+        write(bindir + "/gsettings", f'#!/bin/sh\n[ "$1" = get ] && cat {bindir}/list || printf "%s" "$4" >{bindir}/list\n', 0o755)
+        for listed, enabled in (("['other@x.org']", f"['other@x.org', '{shell}']"), ("@as []", f"['{shell}']"),
+                                (f"['{shell}', 'other@x.org']", f"['{shell}', 'other@x.org']")):
+            write(bindir + "/list", listed)
+            # With no launcher named, install records the one beside the bundle, as it finds it in the build tree.
+            subprocess.run([APPEX + "/install"], check=True, env=dict(os.environ, BRINDLEMARK_LAUNCHER="", PATH=bindir + ":" + os.environ["PATH"],
+                           BRINDLEMARK_FILE_MANAGERS="nautilus nemo caja thunar dolphin gnome-shell"))
+            installed = {f"{self.data}/{m}-python/extensions/brindlemark_menu.py" for m in ("nautilus", "nemo", "caja", "thunarx")}
+            installed |= {self.data + "/kio/servicemenus/brindlemark-new-file.desktop", self.data + "/brindlemark/launcher",
+                          self.data + "/brindlemark/default-templates.json"}
+            installed |= {f"{self.data}/gnome-shell/extensions/{shell}/{name}" for name in ("metadata.json", "extension.js")}
+            self.assertEqual((set(read(manifest).splitlines()), files() - before, read(self.data + "/brindlemark/launcher"), read(bindir + "/list")),
+                             (installed, installed | {manifest}, os.path.realpath(LAUNCHER) + "\n", enabled))
+            write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted
+            subprocess.run([APPEX + "/uninstall"], check=True, env=dict(os.environ, PATH=bindir + ":" + os.environ["PATH"]))
+            self.assertEqual((files(), os.path.exists(f"{self.data}/gnome-shell/extensions/{shell}"), read(bindir + "/list")),
+                             (before, False, listed.replace(f"'{shell}', ", "") if shell in listed else listed))
 
     def test_tools_among_fake_terminals_and_file_managers(self):
         for tool, fakes, terminal, arguments, fails, output, started in TOOL_CASES:

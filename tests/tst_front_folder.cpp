@@ -79,15 +79,18 @@ private:
 struct FakeFileManager : Child {
     QString busName;
     bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false,
-               const QString& log = {}, const QStringList& watch = {}) {
+               const QString& log = {}, const QStringList& watch = {},
+               const QJsonObject& more = {}) {
         QJsonObject list;
         for (auto it = windows.begin(); it != windows.end(); ++it)
             list.insert(it.key(), QJsonArray::fromStringList(it.value()));
-        const QJsonObject setup{{"kind", kind},
-                                {"windows", list},
-                                {"hang", hang},
-                                {"log", log},
-                                {"watch", QJsonArray::fromStringList(watch)}};
+        QJsonObject setup{{"kind", kind},
+                          {"windows", list},
+                          {"hang", hang},
+                          {"log", log},
+                          {"watch", QJsonArray::fromStringList(watch)}};
+        for (auto it = more.begin(); it != more.end(); ++it)
+            setup.insert(it.key(), it.value());
         QProcess::start(FAKE_FILE_MANAGER, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
         return waitForReadyRead(10'000) && !(busName = readLine().trimmed()).isEmpty();
     }
@@ -320,6 +323,82 @@ private slots:
         nautilus.waitForFinished();
         QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}}));
         QCOMPARE(front(), alpha);
+    }
+
+    void underWayland() {
+        // Which window is in front, as the desktop's own parts say: "n:WINDOWS" Nautilus's windows
+        // (1 alpha, 2 Beta Folder, 3 two tabs), "shell:F,L" the Shell extension's focused and
+        // last used Nautilus window (0 another application's), "d:WINDOWS" Dolphin's (1 Größe,
+        // 2 Beta Folder), "active:N" the one Dolphin says is active, "kwin:N" the Dolphin window
+        // KWin has highest in its stack (0 none) -> the folder used.
+        TestHome home;
+        const QStringList names{"alpha", "Beta Folder", "Größe"};
+        for (const QString& name : names)
+            QVERIFY(QDir().mkpath(home.file(name)));
+        qputenv("XDG_SESSION_TYPE", "wayland");
+        const auto x11 = qScopeGuard([] { qputenv("XDG_SESSION_TYPE", "x11"); });
+        expectEach(
+            [&](const QString& in) {
+                QMap<QString, QString> part;
+                for (const QString& word : in.split(' ', Qt::SkipEmptyParts))
+                    part.insert(word.section(':', 0, 0), word.section(':', 1));
+                FakeFileManager nautilus, shell, dolphin, kwin;
+                QMap<QString, QStringList> nautilusWindows, dolphinWindows;
+                const QMap<QString, QStringList> tabs{
+                    {"1", {home.file("alpha")}},
+                    {"2", {home.file("Beta Folder")}},
+                    {"3", {home.file("alpha"), home.file("Beta Folder")}}};
+                const QStringList titles{"", "Größe", "Beta Folder"};
+                for (const QString& n : part.value("n").split(',', Qt::SkipEmptyParts))
+                    nautilusWindows.insert(n, tabs[n]);
+                QJsonObject dolphinTitles;
+                for (const QString& d : part.value("d").split(',', Qt::SkipEmptyParts)) {
+                    dolphinWindows.insert(d, {home.file(titles[d.toInt()])});
+                    dolphinTitles.insert(d, titles[d.toInt()]);
+                }
+                const auto window = [](const QString& n) {
+                    return n == "0" ? QString() : "/org/gnome/Nautilus/window/" + n;
+                };
+                if (part.contains("n") && !nautilus.start("nautilus", nautilusWindows))
+                    return QString("nautilus did not start");
+                const QStringList focus = part.value("shell").split(',');
+                if (part.contains("shell") &&
+                    !shell.start("shell", {}, false, {}, {},
+                                 {{"front", QJsonArray{focus[0] == "0" ? "org.example.Other"
+                                                                       : "org.gnome.Nautilus",
+                                                       window(focus[0]), window(focus[1])}}}))
+                    return QString("shell did not start");
+                if (part.contains("d") &&
+                    !dolphin.start("dolphin", dolphinWindows, false, {}, {},
+                                   {{"titles", dolphinTitles}, {"active", part.value("active")}}))
+                    return QString("dolphin did not start");
+                const int last = part.value("kwin").toInt();
+                if (part.contains("kwin") &&
+                    !kwin.start(
+                        "kwin", {}, false, {}, {},
+                        {{"front", QJsonArray{"org.example.other", "77", "Other",
+                                              QString::number(last ? dolphin.processId() : 0),
+                                              titles.value(last) + " — Dolphin"}}}))
+                    return QString("kwin did not start");
+                const std::optional<QString> folder = front();
+                return folder ? QDir(home.path()).relativeFilePath(*folder) : QString("none");
+            },
+            {{"n:1,2", "none"}, // no extension: which window is not known
+             {"n:1", "alpha"},
+             {"n:3", "none"}, // which tab is in front is not known
+             {"n:1,2 shell:2,2", "Beta Folder"},
+             {"n:2,1 shell:1,1", "alpha"},
+             {"n:1,2 shell:0,1", "alpha"}, // another application in front
+             {"n:1,2 shell:5,1", "none"},  // a window Nautilus does not list
+             {"n:1,3 shell:3,3", "none"},
+             {"d:1,2 active:2", "Beta Folder"},
+             {"d:1,2 active:1 kwin:2", "Größe"}, // Dolphin's own answer first
+             {"d:1,2 kwin:2", "Beta Folder"},    // another application in front
+             {"d:1,2 kwin:0", "none"},
+             {"d:1,2", "none"},
+             {"d:1", "Größe"},
+             {"n:1 d:2 active:2", "Beta Folder"},
+             {"n:1 d:2", "none"}});
     }
 
     void newFileShownInTheWindowShowingItsFolder() {

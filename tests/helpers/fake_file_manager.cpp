@@ -7,6 +7,10 @@
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
 //   "watch": ["/path", ...]: folders it watches, as the GTK file managers watch what they show
+//   Dolphin's windows under Wayland: "titles": {"4194310": "alpha", ...} and "active": "4194310"
+//   {"kind": "shell", "front": [app, object path, last used path]}: the GNOME Shell extension
+//   {"kind": "kwin", "front": [class, pid, caption, last pid, last caption]}: KWin running a
+//   script, which calls back with these
 // A location that is a path stands for its file: URI. With "hang": true it takes its names and then
 // never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
@@ -19,6 +23,7 @@
 #include <QFileSystemWatcher>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QThread>
 #include <QUrl>
 
@@ -32,7 +37,10 @@ using Locations = QMap<QString, QStringList>;
 class FileManager : public QDBusVirtualObject {
 public:
     Locations windows;
-    QString log;
+    QString log, active;
+    QMap<QString, QString> titles;
+    QStringList front;
+    QString callback[2]; // the bus name and object a loaded KWin script calls
 
     QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override {
@@ -41,7 +49,7 @@ public:
         // lists them as the children of /dolphin).
         const QString id = windows.keys().value(call.path().section('_', -1).toInt());
         QVariant answer;
-        if (member == "Get") {
+        if (member == "Get" && call.interface() != "org.brindlemark.FrontWindow") {
             answer = QVariant::fromValue(QDBusVariant(QVariant::fromValue(windows)));
         } else if (member == "ShowItems") {
             QFile file(log);
@@ -51,6 +59,31 @@ public:
             answer = id.toLongLong();
         } else if (member == "isUrlOpen") {
             answer = windows.value(id).contains(call.arguments().value(0).toString());
+        } else if (member == "GetAll") {
+            answer = QVariant::fromValue(
+                QVariantMap{{"isActiveWindow", id == active}, {"windowTitle", titles.value(id)}});
+        } else if (member == "Get" && call.interface() == "org.brindlemark.FrontWindow") {
+            QDBusMessage reply = call.createReply();
+            for (const QString& value : front)
+                reply << value;
+            return bus.send(reply);
+        } else if (member == "loadScript") {
+            QFile script(call.arguments().value(0).toString());
+            static const QRegularExpression target(R"re(callDBus\("([^"]+)", "([^"]+)")re");
+            const QRegularExpressionMatch m =
+                target.match(script.open(QIODevice::ReadOnly) ? script.readAll() : "");
+            callback[0] = m.captured(1);
+            callback[1] = m.captured(2);
+            answer = m.hasMatch() ? 0 : -1;
+        } else if (member == "run") {
+            QDBusMessage answerCall = QDBusMessage::createMethodCall(
+                callback[0], callback[1], "org.brindlemark.KWinAnswer", "Answer");
+            for (const QString& value : front)
+                answerCall << value;
+            bus.send(call.createReply());
+            return bus.send(answerCall);
+        } else if (member == "unloadScript") {
+            answer = true;
         } else {
             return false;
         }
@@ -65,6 +98,10 @@ int main(int argc, char** argv) {
     const QString kind = setup["kind"].toString();
     FileManager manager;
     manager.log = setup["log"].toString();
+    manager.active = setup["active"].toString();
+    for (const QString& key : setup["titles"].toObject().keys())
+        manager.titles.insert(key, setup["titles"].toObject()[key].toString());
+    manager.front = setup["front"].toVariant().toStringList();
     const QJsonObject windows = setup["windows"].toObject();
     for (auto it = windows.begin(); it != windows.end(); ++it)
         for (const QString& place : it.value().toVariant().toStringList())
@@ -74,6 +111,8 @@ int main(int argc, char** argv) {
     QFileSystemWatcher watcher(setup["watch"].toVariant().toStringList());
     QDBusConnection bus = QDBusConnection::sessionBus();
     bus.registerVirtualObject("/org/freedesktop/FileManager1", &manager);
+    for (const char* path : {"/org/brindlemark/FrontWindow", "/Scripting", "/0"})
+        bus.registerVirtualObject(path, &manager);
     for (int n = 0; kind == "dolphin" && n < manager.windows.size(); ++n)
         bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
     // A name whose last owner just quit may take the bus a moment to release.
@@ -81,6 +120,8 @@ int main(int argc, char** argv) {
         kind == "nautilus"  ? "org.gnome.Nautilus"
         : kind == "gtk"     ? QString("org.example.gtk-%1").arg(QCoreApplication::applicationPid())
         : kind == "dolphin" ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
+        : kind == "shell"   ? "org.brindlemark.FrontWindow"
+        : kind == "kwin"    ? "org.kde.KWin"
                             : "org.freedesktop.FileManager1";
     for (int attempt = 0; !bus.registerService(name); ++attempt) {
         if (attempt == 250)

@@ -2,13 +2,18 @@
 
 #include "bridge/TextRules.h"
 
+#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusVariant>
+#include <QDBusVirtualObject>
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
+#include <QStandardPaths>
+#include <QThread>
 #include <QUrl>
 #include <QXmlStreamReader>
 
@@ -20,9 +25,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 namespace brindlemark::frontfolder {
 
@@ -423,6 +432,7 @@ nautilusWindows(const QDBusConnection& bus, const QString& service, QDeadlineTim
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     get << QStringLiteral("org.freedesktop.FileManager1")
         << QStringLiteral("OpenWindowsWithLocations");
+    get.setAutoStartService(false); // asked, never started
     const std::optional<QDBusMessage> answer = callWithin(bus, get, deadline);
     if (!answer)
         return std::nullopt;
@@ -556,26 +566,333 @@ bool onWayland() {
            (session.isEmpty() && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"));
 }
 
-// Under Wayland no program learns which window another one has in front: answer only for
-// Nautilus showing one location in one window.
-std::optional<QString> waylandFolder(const QDBusConnection& bus, QDeadlineTimer deadline) {
-    const std::optional<QMap<QString, QStringList>> windows =
-        nautilusWindows(bus, QStringLiteral("org.gnome.Nautilus"), deadline);
-    if (!windows || windows->size() != 1 || windows->first().size() != 1)
+// ---- under Wayland ------------------------------------------------------------------------------
+//
+// No program may ask a Wayland compositor which window of another program is in front: the answer
+// comes from the file manager itself (Dolphin says which of its windows is active), from the
+// desktop's shell (Brindlemark's GNOME Shell extension names the focused window and the file
+// manager's window used last) or from its scripting (a KWin script names the active window and the
+// Dolphin window highest in the stack). Where none of them answers, only a single window is
+// certain.
+
+constexpr auto ShellService = "org.brindlemark.FrontWindow";
+constexpr auto ShellPath = "/org/brindlemark/FrontWindow";
+const QString NautilusId = QStringLiteral("org.gnome.Nautilus");
+
+// A window's folder when its tabs leave no doubt: one location, or every tab on the same one (the
+// active tab is not known without the window's title).
+std::optional<QString> onlyFolder(const QStringList& tabUris) {
+    std::optional<QString> folder;
+    for (const QString& uri : tabUris) {
+        const std::optional<QString> path = localPath(uri);
+        if (!path || (folder && *folder != *path))
+            return std::nullopt;
+        folder = path;
+    }
+    return folder;
+}
+
+// What the Shell extension says: the focused window's application and GTK object path, and the
+// object path of the Nautilus window used last. Nothing without the extension.
+struct ShellAnswer {
+    QString focusedApp, focusedPath, lastPath;
+};
+std::optional<ShellAnswer> askShell(const QDBusConnection& bus, QDeadlineTimer deadline) {
+    QDBusMessage get =
+        QDBusMessage::createMethodCall(QLatin1String(ShellService), QLatin1String(ShellPath),
+                                       QLatin1String(ShellService), QStringLiteral("Get"));
+    get << QStringList{NautilusId};
+    const std::optional<QDBusMessage> answer = callWithin(bus, get, deadline);
+    if (!answer || answer->arguments().size() != 3)
         return std::nullopt;
-    return localPath(windows->first().first());
+    return ShellAnswer{answer->arguments()[0].toString(), answer->arguments()[1].toString(),
+                       answer->arguments()[2].toString()};
+}
+
+// A Dolphin window as its own D-Bus object tells it.
+struct DolphinWindow {
+    QString service, path, title;
+    qint64 pid = 0;
+    bool active = false;
+};
+
+// Every window of every Dolphin on the bus, each asked whether it is the active one.
+std::optional<QList<DolphinWindow>> dolphinWindows(const QDBusConnection& bus,
+                                                   QDeadlineTimer deadline) {
+    const std::optional<QDBusMessage> names =
+        callWithin(bus,
+                   QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
+                                                  QStringLiteral("/org/freedesktop/DBus"),
+                                                  QStringLiteral("org.freedesktop.DBus"),
+                                                  QStringLiteral("ListNames")),
+                   deadline);
+    if (!names)
+        return std::nullopt;
+    QList<DolphinWindow> windows;
+    static const QRegularExpression dolphinName(QStringLiteral("^org\\.kde\\.dolphin-(\\d+)$"));
+    for (const QString& service : names->arguments().first().toStringList()) {
+        const QRegularExpressionMatch match = dolphinName.match(service);
+        if (!match.hasMatch())
+            continue;
+        const std::optional<QDBusMessage> tree = callWithin(
+            bus,
+            QDBusMessage::createMethodCall(service, QStringLiteral("/dolphin"),
+                                           QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                                           QStringLiteral("Introspect")),
+            deadline);
+        if (!tree)
+            return std::nullopt;
+        QXmlStreamReader xml(tree->arguments().first().toString());
+        while (xml.readNextStartElement()) {
+            if (xml.name() != QLatin1String("node")) {
+                xml.skipCurrentElement();
+                continue;
+            }
+            const QString child = xml.attributes().value(QLatin1String("name")).toString();
+            if (child.isEmpty())
+                continue; // the root node: its children follow
+            xml.skipCurrentElement();
+            QDBusMessage getAll = QDBusMessage::createMethodCall(
+                service, QStringLiteral("/dolphin/") + child,
+                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"));
+            getAll << QStringLiteral("org.qtproject.Qt.QWidget");
+            const std::optional<QDBusMessage> properties = callWithin(bus, getAll, deadline);
+            if (!properties)
+                return std::nullopt;
+            QVariantMap values;
+            properties->arguments().first().value<QDBusArgument>() >> values;
+            windows << DolphinWindow{service, QStringLiteral("/dolphin/") + child,
+                                     values.value(QStringLiteral("windowTitle")).toString(),
+                                     match.captured(1).toLongLong(),
+                                     values.value(QStringLiteral("isActiveWindow")).toBool()};
+        }
+    }
+    return windows;
+}
+
+// The folder a Dolphin window shows, by its title, when the window confirms it has it open.
+std::optional<QString> dolphinFolderOf(const QDBusConnection& bus, const DolphinWindow& window,
+                                       QDeadlineTimer deadline) {
+    auto isOpen = [&](const QString& folder) {
+        return dolphinHasOpen(bus, window.service, window.path, folder, deadline);
+    };
+    if (const std::optional<QString> titled = folderFromFullPathTitle(window.title)) {
+        const std::optional<bool> open = isOpen(*titled);
+        return open && *open ? titled : std::nullopt;
+    }
+    std::optional<QString> found;
+    for (const QString& candidate : dolphinCandidates(window.title)) {
+        const std::optional<bool> open = isOpen(candidate);
+        if (!open)
+            return std::nullopt;
+        if (!*open)
+            continue;
+        if (found)
+            return std::nullopt;
+        found = candidate;
+    }
+    return found;
+}
+
+// KWin's answer to the script below: the active window's class, process and caption, and the
+// process and caption of the Dolphin window highest in the stack (minimized ones passed over).
+struct KWinAnswer {
+    QString activeClass, activeCaption, lastCaption;
+    qint64 activePid = 0, lastPid = 0;
+};
+
+// Receives the script's call, in a thread of its own so that it arrives while the query waits.
+class KWinCallback : public QDBusVirtualObject {
+public:
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override {
+        const QVariantList a = call.arguments();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (a.size() == 5 && !m_answer)
+                m_answer = KWinAnswer{a[0].toString(), a[2].toString(), a[4].toString(),
+                                      a[1].toLongLong(), a[3].toLongLong()};
+        }
+        m_arrived.notify_all();
+        bus.send(call.createReply());
+        return true;
+    }
+    std::optional<KWinAnswer> wait(QDeadlineTimer deadline) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_arrived.wait_for(lock,
+                           std::chrono::milliseconds(std::max<qint64>(0, deadline.remainingTime())),
+                           [this] { return m_answer.has_value(); });
+        return m_answer;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_arrived;
+    std::optional<KWinAnswer> m_answer;
+};
+
+// Loads a one-shot script into KWin that calls back with what it sees, and waits for it within
+// the deadline. KWin 5 names the active window activeClient, KWin 6 activeWindow.
+std::optional<KWinAnswer> askKWin(const QDBusConnection& bus, QDeadlineTimer deadline) {
+    static std::atomic<int> serial{0};
+    const QString name = QStringLiteral("brindlemark-front-%1-%2")
+                             .arg(QCoreApplication::applicationPid())
+                             .arg(++serial);
+    const QString objectPath = QStringLiteral("/org/brindlemark/KWinAnswer/%1").arg(serial.load());
+    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    QFile script((runtime.isEmpty() ? QDir::tempPath() : runtime) + u'/' + name +
+                 QStringLiteral(".js"));
+    const QByteArray text = QStringLiteral(R"((function () {
+    function dolphin(w) {
+        var c = String(w.resourceClass).toLowerCase();
+        return c == "dolphin" || c == "org.kde.dolphin";
+    }
+    function owner(w) {
+        for (var hops = 0; w && w.transient && w.transientFor && hops < 8; ++hops)
+            w = w.transientFor;
+        return w;
+    }
+    var active = owner(workspace.activeWindow !== undefined ? workspace.activeWindow
+                                                           : workspace.activeClient);
+    var order = workspace.stackingOrder, last = null;
+    if (order === undefined) { // KWin 5: each window knows its place in the stack
+        var all = workspace.clientList();
+        order = [];
+        for (var k = 0; k < all.length; ++k)
+            order.push(all[k]);
+        order.sort(function (a, b) { return a.stackingOrder - b.stackingOrder; });
+    }
+    for (var i = order.length - 1; i >= 0 && !last; --i)
+        if (dolphin(order[i]) && order[i].normalWindow && !order[i].minimized)
+            last = order[i];
+    callDBus("%1", "%2", "org.brindlemark.KWinAnswer", "Answer",
+             active ? String(active.resourceClass) : "", active ? String(active.pid) : "0",
+             active ? String(active.caption) : "", last ? String(last.pid) : "0",
+             last ? String(last.caption) : "");
+})();
+)")
+                                .arg(QDBusConnection(bus).baseService(), objectPath)
+                                .toUtf8();
+    if (!script.open(QIODevice::WriteOnly) || script.write(text) != text.size())
+        return std::nullopt;
+    script.close();
+    const auto removeScript = qScopeGuard([&] { script.remove(); });
+
+    KWinCallback callback;
+    QThread thread;
+    callback.moveToThread(&thread);
+    thread.start();
+    QDBusConnection connection(bus);
+    const auto stop = qScopeGuard([&] {
+        connection.unregisterObject(objectPath);
+        thread.quit();
+        thread.wait();
+    });
+    if (!connection.registerVirtualObject(objectPath, &callback))
+        return std::nullopt;
+
+    QDBusMessage load = QDBusMessage::createMethodCall(
+        QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
+        QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("loadScript"));
+    load << script.fileName() << name;
+    const std::optional<QDBusMessage> loaded = callWithin(bus, load, deadline);
+    if (!loaded || loaded->arguments().first().toInt() < 0)
+        return std::nullopt;
+    // Unloaded without waiting for KWin to say so: the name is never used again.
+    const auto unload = qScopeGuard([&] {
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
+            QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("unloadScript"));
+        message << name;
+        connection.send(message);
+    });
+    // The script's object: /N on KWin 5, /Scripting/ScriptN on KWin 6.
+    const int id = loaded->arguments().first().toInt();
+    bool running = false;
+    for (const QString& path :
+         {QStringLiteral("/%1").arg(id), QStringLiteral("/Scripting/Script%1").arg(id)}) {
+        const QDBusMessage ran =
+            connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.kde.KWin"), path,
+                                                           QStringLiteral("org.kde.kwin.Script"),
+                                                           QStringLiteral("run")),
+                            QDBus::Block, int(std::max<qint64>(1, deadline.remainingTime())));
+        if ((running = ran.type() == QDBusMessage::ReplyMessage) || deadline.hasExpired())
+            break;
+    }
+    if (!running)
+        return std::nullopt;
+    return callback.wait(deadline);
+}
+
+// The Dolphin window KWin names by process and caption (the window's title and Dolphin's name).
+std::optional<DolphinWindow> dolphinNamed(const QList<DolphinWindow>& windows, qint64 pid,
+                                          const QString& caption) {
+    std::optional<DolphinWindow> found;
+    for (const DolphinWindow& window : windows) {
+        if (window.pid != pid)
+            continue;
+        static const QRegularExpression appended(QStringLiteral(" [-–—] Dolphin( <\\d+>)?$"));
+        if (QString(caption).remove(appended) != window.title && caption != window.title)
+            continue;
+        if (found)
+            return std::nullopt; // two windows of one caption: which one is not certain
+        found = window;
+    }
+    return found;
+}
+
+std::optional<QString> waylandFolder(qint64 ownPid, const QDBusConnection& bus,
+                                     QDeadlineTimer deadline) {
+    const std::optional<QMap<QString, QStringList>> nautilus =
+        nautilusWindows(bus, NautilusId, deadline);
+    const std::optional<ShellAnswer> shell = nautilus ? askShell(bus, deadline) : std::nullopt;
+    const auto nautilusWindow = [&](const QString& path) -> std::optional<QString> {
+        if (path.isEmpty() || !nautilus->contains(path))
+            return std::nullopt;
+        return onlyFolder(nautilus->value(path));
+    };
+    // A focused Nautilus window, as the Shell extension names it.
+    if (shell && shell->focusedApp == NautilusId)
+        return nautilusWindow(shell->focusedPath);
+    // A Dolphin window that says it is active.
+    const std::optional<QList<DolphinWindow>> dolphins = dolphinWindows(bus, deadline);
+    for (const DolphinWindow& window : dolphins ? *dolphins : QList<DolphinWindow>())
+        if (window.active)
+            return dolphinFolderOf(bus, window, deadline);
+    // Another application in front: the Nautilus window used last, as the Shell remembers it...
+    if (shell && !shell->lastPath.isEmpty())
+        return nautilusWindow(shell->lastPath);
+    // ... or the Dolphin window highest in KWin's stack.
+    if (dolphins && !dolphins->isEmpty()) {
+        if (const std::optional<KWinAnswer> kwin = askKWin(bus, deadline)) {
+            const std::optional<DolphinWindow> last =
+                kwin->lastPid > 0 && kwin->lastPid != ownPid
+                    ? dolphinNamed(*dolphins, kwin->lastPid, kwin->lastCaption)
+                    : std::nullopt;
+            return last ? dolphinFolderOf(bus, *last, deadline) : std::nullopt;
+        }
+    }
+    // Nothing says which window is in front: certain only when there is a single one.
+    const qsizetype nautilusCount = nautilus ? nautilus->size() : 0,
+                    dolphinCount = dolphins ? dolphins->size() : 0;
+    if (nautilusCount + dolphinCount != 1)
+        return std::nullopt;
+    return nautilusCount == 1 ? onlyFolder(nautilus->first())
+                              : dolphinFolderOf(bus, dolphins->first(), deadline);
 }
 
 } // namespace
 
 std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
                                    QDeadlineTimer deadline) {
-    if (onWayland())
-        return bus.isConnected() ? waylandFolder(bus, deadline) : std::nullopt;
+    std::optional<QString> folder;
+    if (onWayland()) {
+        folder = bus.isConnected() ? waylandFolder(ownPid, bus, deadline) : std::nullopt;
+        return folder && isFolder(*folder) ? folder : std::nullopt;
+    }
     const std::optional<Window> window = frontFileManagerWindow(ownPid);
     if (!window)
         return std::nullopt;
-    std::optional<QString> folder;
     switch (window->fileManager) {
     case FileManager::Nautilus:
         folder = bus.isConnected() ? nautilusWindowFolder(bus, *window, deadline) : std::nullopt;

@@ -87,7 +87,8 @@ endforeach()
 # The file-manager extension's bundle, in the application's plug-ins folder.
 set(appex ${CMAKE_CURRENT_BINARY_DIR}/PlugIns/BrindlemarkFinderSync.appex)
 configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/Info.ini.in ${appex}/Info.ini @ONLY)
-foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall)
+foreach(part brindlemark_menu.py brindlemark-menu-action install uninstall gnome-shell/metadata.json
+             gnome-shell/extension.js)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/extension/${part} ${appex}/${part} COPYONLY)
 endforeach()
 # The built-in templates, which the menus list until the user's own list is stored.
