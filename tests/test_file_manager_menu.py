@@ -129,6 +129,39 @@ class FileManagerMenuTest(unittest.TestCase):
         os.remove(f"{self.data}/thunarx-python/extensions/brindlemark_menu.py")
         self.assertEqual(p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)]), [])
 
+    def test_menus_do_nothing_once_brindlemark_is_gone(self):
+        """The extension stays in the user's folder when Brindlemark is removed: with neither the recorded launcher nor a
+        desktop handler for brindlemark:// URLs it shows no menu, and an entry shown before that opens nothing (GIO would
+        make the file manager show an error)."""
+        launcher, ns, os.environ["BRINDLEMARK_URL_OPENER"] = self.home + "/bin/brindlemark", types.SimpleNamespace, ""
+        write(self.data + "/brindlemark/launcher", launcher + "\n")
+        rows = [  # the launcher's mode (None: gone), a handler, the menu shown, what a click reaches
+            (0o755, False, True, "launcher"), (0o755, True, True, "launcher"), (None, True, True, "handler"),
+            (None, False, False, None), (0o644, False, False, None), (0o644, True, True, "handler"),
+        ]
+        for mode, handler, shown, reached in rows:
+            with self.subTest(mode=mode, handler=handler):
+                opened = []
+                write(launcher, '#!/bin/sh\nprintf "%s\\n" "$1" >> "$HOME/opened"\n', mode) if mode else pathlib.Path(launcher).unlink(missing_ok=True)
+                gio = ns(AppInfo=ns(get_default_for_uri_scheme=lambda scheme: (scheme == "brindlemark" and handler) or None,
+                                    launch_default_for_uri_async=lambda url, *_: opened.append(url)))
+                p = self.load_extension("nautilus-python", "Nautilus", Gio=gio)
+                menu = p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)])
+                self.assertEqual([i.label for i in menu], ["New File", "Open Terminal Here"] * 2 if shown else [])
+                [item.activate() for item in menu[1:2]]
+                wait_for(lambda: read(self.home + "/opened"), 2 if reached == "launcher" else 0)
+                launched = read(self.home + "/opened").splitlines()
+                pathlib.Path(self.home + "/opened").unlink(missing_ok=True)
+                self.assertEqual(("launcher" if launched else "handler" if opened else None, len(launched + opened)),
+                                 (reached, 1 if reached else 0))
+        # Shown while the launcher was there, clicked after it went: nothing is opened and nothing is raised.
+        write(launcher, "#!/bin/sh\n", 0o755)
+        p = self.load_extension("nautilus-python", "Nautilus", Gio=ns(AppInfo=ns(get_default_for_uri_scheme=lambda _: None,
+                                                                                    launch_default_for_uri_async=lambda url, *_: opened.append(url))))
+        (_, terminal), _, opened = p.get_background_items(fake_file(self.folder)), os.remove(launcher), []
+        terminal.activate()
+        self.assertEqual(opened, [])
+
     def test_terminal_entry_left_out_only_beside_a_working_one(self):
         """Thunar's custom actions come from the first Thunar/uca.xml of the settings folders; its terminal action runs
         exo-open, which starts the program that the first xfce4/helpers.rc naming one names, or, with Xfce's settings
@@ -214,6 +247,8 @@ class FileManagerMenuTest(unittest.TestCase):
                 (menu := configparser.RawConfigParser(strict=False)).read(path)
                 entries = {name: menu["Desktop Action " + name] for name in menu["Desktop Entry"]["Actions"].split(";")[:-1]}
                 self.assertEqual([(name, entry["Name"], entry.get("Icon")) for name, entry in entries.items()], actions)
+                # Dolphin leaves the menu out once the program its entries run is gone.
+                self.assertEqual(menu["Desktop Entry"]["TryExec"], helper)
                 [self.run_entry(entry) for entry in entries.values()]
         self.assertOpened(OPENED_BY_TEMPLATES)  # "none" ran first and opened nothing; no launcher recorded: through the helper
         # With the launcher that install records, an entry runs it alone, and the file appears through the application.
@@ -224,7 +259,8 @@ class FileManagerMenuTest(unittest.TestCase):
         # Stops the instance the launcher starts in the background: its pid heads the lock file.
         self.addCleanup(lambda: wait_for(lambda: read(lock).strip(), 2) and os.kill(int(read(lock).split()[0]), signal.SIGKILL))
         menu.read(subprocess.check_output([helper, "write-service-menu"], text=True).strip())
-        self.assertTrue(menu["Desktop Action template1"]["Exec"].startswith(LAUNCHER + " --in %f "))
+        self.assertEqual((menu["Desktop Entry"]["TryExec"], menu["Desktop Action template1"]["Exec"].startswith(LAUNCHER + " --in %f ")),
+                         (LAUNCHER, True))
         self.run_entry(menu["Desktop Action template1"])
         self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
         self.assertFalse(os.path.exists(self.folder + "/pwned"))

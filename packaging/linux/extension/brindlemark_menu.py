@@ -88,10 +88,32 @@ def command_url(command, folder, template=None):
     return "brindlemark://%s?%s" % (command, query)
 
 
+def _url_handler():
+    """Whether the desktop has an application for brindlemark:// URLs. Its desktop entry names the
+    launcher in TryExec, so an entry left behind by a removed Brindlemark does not count."""
+    try:
+        from gi.repository import Gio
+        return Gio.AppInfo.get_default_for_uri_scheme("brindlemark") is not None
+    except Exception:
+        return False
+
+
+def _url_opener():
+    return os.environ.get("BRINDLEMARK_URL_OPENER") or launcher()
+
+
+def can_open():
+    """Whether an entry can reach Brindlemark at all. Once Brindlemark is removed (its package, or a
+    build folder deleted) while this copy stays in the user's extensions folder, the menus go:
+    handing a URL to nothing would make the file manager show an error."""
+    return bool(_url_opener()) or _url_handler()
+
+
 def open_url(url):
     """Hands the URL to Brindlemark without waiting: to its launcher, else through GIO to whatever
-    the desktop opens brindlemark:// URLs with."""
-    program = os.environ.get("BRINDLEMARK_URL_OPENER") or launcher()
+    the desktop opens brindlemark:// URLs with; to nothing when there is neither (gone since the
+    menu was shown)."""
+    program = _url_opener()
     if program:
         try:
             subprocess.Popen([program, url], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
@@ -99,6 +121,8 @@ def open_url(url):
             return
         except OSError:
             pass
+    if not _url_handler():
+        return
     try:
         from gi.repository import Gio
         Gio.AppInfo.launch_default_for_uri_async(url, None, None, None, None)
@@ -373,7 +397,7 @@ def _make_provider(module):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
                 files = args[-1]
-                if len(files) != 1 or not _installed():
+                if len(files) != 1 or not _installed() or not can_open():
                     return []
                 folder = _local_folder(files[0])
                 return build_menu(module, folder, "BrindlemarkItem") if folder else []
@@ -383,7 +407,7 @@ def _make_provider(module):
         def get_background_items(self, *args):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
-                folder = _local_folder(args[-1]) if _installed() else None
+                folder = _local_folder(args[-1]) if _installed() and can_open() else None
                 return build_menu(module, folder, "BrindlemarkBackground") if folder else []
             except Exception:
                 return []
