@@ -54,6 +54,35 @@ TOOL_CASES = [  # brindlemark-TOOL, fakes on PATH, $TERMINAL, arguments, fails, 
 ]
 
 
+APP, APPEX_IN_PACKAGE = "org.brindlemark.Brindlemark", "usr/libexec/brindlemark/PlugIns/BrindlemarkFinderSync.appex/"
+PACKAGE_FILES = {  # a package that passes the content check: path -> (text, mode)
+    **{path: ("#!/bin/sh\n", 0o755) for path in ["usr/bin/brindlemark"] + ["usr/libexec/brindlemark/brindlemark-" + tool for tool in
+       ("app", "pluginkit", "open", "killall", "doctor")] + [APPEX_IN_PACKAGE + step for step in ("install", "uninstall", "brindlemark-menu-action")]},
+    **{path: ("x", 0o644) for path in [APPEX_IN_PACKAGE + name for name in ("Info.ini", "brindlemark_menu.py", "default-templates.json")] +
+       ["usr/share/doc/brindlemark/copyright", f"usr/share/icons/hicolor/scalable/apps/{APP}.svg", f"usr/share/icons/hicolor/scalable/apps/{APP}-symbolic.svg"] +
+       [f"usr/share/icons/hicolor/{n}x{n}/apps/{APP}.png" for n in (16, 22, 24, 32, 48, 64, 128, 256)]},
+    f"usr/share/applications/{APP}.desktop": ("[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark %U\n"
+                                              "MimeType=x-scheme-handler/brindlemark;\n", 0o644),
+    f"etc/xdg/autostart/{APP}.desktop": ("[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark --background\n", 0o644),
+    "DEBIAN/conffiles": (f"/etc/xdg/autostart/{APP}.desktop\n", 0o644),
+    "DEBIAN/control": ("Package: brindlemark\nVersion: 0.1.0\nArchitecture: all\nMaintainer: B <b@example.org>\nDescription: b\n"
+                       "Depends: qt6-qpa-plugins, python3, xdg-utils, procps, desktop-file-utils, libqt6widgets6 (>= 6.3.0)\n", 0o644),
+}
+BROKEN_PACKAGES = [  # what is changed in that package ({path: text, or None: removed; "mode": {path: mode}}), what the check says
+    ({f"usr/share/applications/{APP}.desktop": "[Desktop Entry]\nExec=/usr/bin/brindlemark %U\nTryExec=/usr/bin/brindlemark\n"},
+     f"/usr/share/applications/{APP}.desktop lacks the line MimeType=x-scheme-handler/brindlemark;"),
+    ({f"etc/xdg/autostart/{APP}.desktop": None, "DEBIAN/conffiles": None}, f"/etc/xdg/autostart/{APP}.desktop lacks the line Exec=/usr/bin/brindlemark --background"),
+    ({f"etc/xdg/autostart/{APP}.desktop": "[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark\n"},
+     f"/etc/xdg/autostart/{APP}.desktop lacks the line Exec=/usr/bin/brindlemark --background"),
+    ({"DEBIAN/conffiles": None}, f"/etc/xdg/autostart/{APP}.desktop is not a conffile"),
+    ({"mode": {"usr/bin/brindlemark": 0o644}}, "no program /usr/bin/brindlemark"),
+    ({APPEX_IN_PACKAGE + "brindlemark_menu.py": None}, f"no file /{APPEX_IN_PACKAGE}brindlemark_menu.py"),
+    ({f"usr/share/icons/hicolor/48x48/apps/{APP}.png": None}, f"no file /usr/share/icons/hicolor/48x48/apps/{APP}.png"),
+    ({"work/build-package/usr/bin/brindlemark": "x"}, "installs /work/ outside /usr and /etc"),
+    ({"DEBIAN/control": PACKAGE_FILES["DEBIAN/control"][0].replace(" python3,", " python3-gi,")}, "does not depend on python3"),
+]
+
+
 class MenuItem(types.SimpleNamespace):
     """Stands in for the file manager's MenuItem (Nautilus, Nemo or Caja): keeps what the extension sets."""
     set_submenu = lambda self, menu: setattr(self, "submenu", menu)
@@ -281,6 +310,21 @@ class FileManagerMenuTest(unittest.TestCase):
         write(manifest, "".join(path + "\n" for path in read(manifest).splitlines() + outside))  # listed, yet never deleted
         subprocess.run([APPEX + "/uninstall"], check=True)
         self.assertEqual(files(), before)
+
+    def test_package_content_check(self):
+        """scripts/package.sh --contents, which CI runs on the real package: a package with everything passes, and each
+        piece missing or wrong fails it, named."""
+        script = pathlib.Path(__file__).resolve().parent.parent / "scripts" / "package.sh"
+        for change, problem in [({}, None)] + BROKEN_PACKAGES:
+            with self.subTest(change=change):
+                tree, deb = tempfile.mkdtemp(dir=self.home), self.home + "/brindlemark.deb"
+                files = {**PACKAGE_FILES, **{path: (text, 0o644) for path, text in change.items() if path != "mode"}}
+                for path, (text, mode) in files.items():
+                    text is None or write(f"{tree}/{path}", text, change.get("mode", {}).get(path, mode))
+                subprocess.run(["dpkg-deb", "--root-owner-group", "-Zgzip", "--build", tree, deb], check=True, capture_output=True)
+                result = subprocess.run(["bash", script, "--contents", deb], capture_output=True, text=True)
+                said = [line.split(": ", 2)[-1] for line in result.stderr.splitlines()]
+                self.assertEqual((result.returncode, said if not problem else problem in said), (1, True) if problem else (0, ["contents as expected"]))
 
     def test_tools_among_fake_terminals_and_file_managers(self):
         for tool, fakes, terminal, arguments, fails, output, started in TOOL_CASES:
