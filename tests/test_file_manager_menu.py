@@ -326,6 +326,32 @@ class FileManagerMenuTest(unittest.TestCase):
                 said = [line.split(": ", 2)[-1] for line in result.stderr.splitlines()]
                 self.assertEqual((result.returncode, said if not problem else problem in said), (1, True) if problem else (0, ["contents as expected"]))
 
+    def test_autostart_entry_where_the_installing_user_finds_it(self):
+        """cmake --install puts the autostart entry in the user's own folder for a prefix inside their home, else in
+        /etc/xdg/autostart (here always under a DESTDIR); an entry that differs is kept unless the install is staged."""
+        script = pathlib.Path(__file__).resolve().parent.parent / "packaging" / "linux" / "InstallAutostart.cmake"
+        entry, h, stage, name = self.home + "/entry.desktop", self.home, self.home + "/stage", "/autostart/org.brindlemark.Brindlemark.desktop"
+        write(entry, "[Desktop Entry]\nExec=/x/bin/brindlemark --background\n")
+        rows = [  # prefix, XDG_CONFIG_HOME, DESTDIR, an entry there already {path: text}, where the entry is then (its text: the entry's)
+            (h + "/.local", "", "", {}, h + "/.config" + name),
+            (h + "/.local/", h + "/cfg", "", {}, h + "/cfg" + name),
+            (h, "relative", "", {}, h + "/.config" + name),
+            (h + "/.local", "", "", {h + "/.config" + name: "[Desktop Entry]\nHidden=true\n"}, None),
+            (h + "2/.local", "", stage, {}, stage + "/etc/xdg" + name),  # beside the home, not in it
+            ("/usr", "", stage, {stage + "/etc/xdg" + name: "old\n"}, stage + "/etc/xdg" + name),
+            (h + "/.local", "", stage, {}, stage + h + "/.config" + name),
+        ]
+        for prefix, config, destdir, existing, target in rows:
+            with self.subTest(prefix=prefix, config=config, destdir=destdir, existing=existing):
+                [shutil.rmtree(f, ignore_errors=True) for f in (h + "/.config", h + "/cfg", stage)]
+                [write(path, text) for path, text in existing.items()]
+                before = {path: read(path) for path in existing}
+                environment = dict(os.environ, HOME=h + "/", XDG_CONFIG_HOME=config, DESTDIR=destdir)
+                subprocess.run(["cmake", f"-DCMAKE_INSTALL_PREFIX={prefix}", f"-Dentry={entry}", f"-Dname={name[11:]}", "-P", script],
+                               check=True, capture_output=True, env=environment)
+                entries = {f: read(f) for f in map(str, pathlib.Path(h).rglob("*.desktop")) if f != entry}
+                self.assertEqual(entries, {target: read(entry)} if target else before)
+
     def test_tools_among_fake_terminals_and_file_managers(self):
         for tool, fakes, terminal, arguments, fails, output, started in TOOL_CASES:
             with self.subTest(tool=tool, fakes=fakes, terminal=terminal, arguments=arguments):

@@ -34,4 +34,6 @@ if("$ENV{DESTDIR}" STREQUAL "" AND (EXISTS "${target}" OR IS_SYMLINK "${target}"
   endif()
   return()
 endif()
-file(INSTALL DESTINATION "${folder}" TYPE FILE FILES "${entry}")
+# Written anew (an install would skip a file whose time matches the entry's).
+file(REMOVE "${target}")
+file(INSTALL DESTINATION "${folder}" TYPE FILE RENAME "${name}" FILES "${entry}")

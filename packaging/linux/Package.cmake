@@ -48,14 +48,20 @@ file(WRITE ${package_control}/conffiles
      "${CMAKE_INSTALL_FULL_SYSCONFDIR}/xdg/autostart/${BRINDLEMARK_APP_ID}.desktop\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${package_control}/conffiles)
 
-# The package's copyright statement and changelog, where Debian looks for them, and lintian's
+# The package's copyright statement, changelog and manual page, where Debian looks for them, and lintian's
 # overrides; installed with the prefix /usr only, the layout they belong to.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   add_custom_command(OUTPUT ${package_control}/changelog.gz
                      COMMAND gzip -9n -c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog >
                              ${package_control}/changelog.gz
                      DEPENDS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog VERBATIM)
-  add_custom_target(brindlemark_changelog ALL DEPENDS ${package_control}/changelog.gz)
+  add_custom_command(OUTPUT ${package_control}/brindlemark.1.gz
+                     COMMAND gzip -9n -c ${CMAKE_CURRENT_LIST_DIR}/brindlemark.1 >
+                             ${package_control}/brindlemark.1.gz
+                     DEPENDS ${CMAKE_CURRENT_LIST_DIR}/brindlemark.1 VERBATIM)
+  add_custom_target(brindlemark_package_docs ALL DEPENDS ${package_control}/changelog.gz
+                                                         ${package_control}/brindlemark.1.gz)
+  install(FILES ${package_control}/brindlemark.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright ${package_control}/changelog.gz
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/brindlemark)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/lintian-overrides
