@@ -15,8 +15,8 @@ namespace brindlemark::autostart {
 // X-GNOME-Autostart-enabled=false for the same. The desktops' own startup settings read and
 // write these same files.
 struct Folders {
-    QString user;         // where the user's own entry goes
-    QStringList system;   // the system's, in order
+    QString user;       // where the user's own entry goes
+    QStringList system; // the system's, in order
 };
 Folders folders(); // from the XDG variables
 

@@ -21,15 +21,16 @@ QString entryName() {
 QByteArray launcherCommand() {
     const QString folder = QCoreApplication::applicationDirPath();
     QString launcher = QStringLiteral("brindlemark");
-    for (const QString& candidate : {folder + QStringLiteral("/brindlemark"),
-                                     QDir::cleanPath(folder + QStringLiteral("/../../bin/brindlemark"))})
+    for (const QString& candidate :
+         {folder + QStringLiteral("/brindlemark"),
+          QDir::cleanPath(folder + QStringLiteral("/../../bin/brindlemark"))})
         if (QFileInfo(candidate).isExecutable()) {
             launcher = candidate;
             break;
         }
     QByteArray quoted = launcher.toUtf8();
-    if (quoted.contains(' ') || quoted.contains('"') || quoted.contains('\\') || quoted.contains('$') ||
-        quoted.contains('`') || quoted.contains('\'')) {
+    if (quoted.contains(' ') || quoted.contains('"') || quoted.contains('\\') ||
+        quoted.contains('$') || quoted.contains('`') || quoted.contains('\'')) {
         for (const char special : {'\\', '"', '`', '$'})
             quoted.replace(QByteArray(1, special), QByteArray("\\") + special);
         quoted = '"' + quoted + '"';
