@@ -54,6 +54,35 @@ TOOL_CASES = [  # brindlemark-TOOL, fakes on PATH, $TERMINAL, arguments, fails, 
 ]
 
 
+APP, APPEX_IN_PACKAGE = "org.brindlemark.Brindlemark", "usr/libexec/brindlemark/PlugIns/BrindlemarkFinderSync.appex/"
+PACKAGE_FILES = {  # a package that passes the content check: path -> (text, mode)
+    **{path: ("#!/bin/sh\n", 0o755) for path in ["usr/bin/brindlemark"] + ["usr/libexec/brindlemark/brindlemark-" + tool for tool in
+       ("app", "pluginkit", "open", "killall", "doctor")] + [APPEX_IN_PACKAGE + step for step in ("install", "uninstall", "brindlemark-menu-action")]},
+    **{path: ("x", 0o644) for path in [APPEX_IN_PACKAGE + name for name in ("Info.ini", "brindlemark_menu.py", "default-templates.json")] +
+       ["usr/share/doc/brindlemark/copyright", f"usr/share/icons/hicolor/scalable/apps/{APP}.svg", f"usr/share/icons/hicolor/scalable/apps/{APP}-symbolic.svg"] +
+       [f"usr/share/icons/hicolor/{n}x{n}/apps/{APP}.png" for n in (16, 22, 24, 32, 48, 64, 128, 256)]},
+    f"usr/share/applications/{APP}.desktop": ("[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark %U\n"
+                                              "MimeType=x-scheme-handler/brindlemark;\n", 0o644),
+    f"etc/xdg/autostart/{APP}.desktop": ("[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark --background\n", 0o644),
+    "DEBIAN/conffiles": (f"/etc/xdg/autostart/{APP}.desktop\n", 0o644),
+    "DEBIAN/control": ("Package: brindlemark\nVersion: 0.1.0\nArchitecture: all\nMaintainer: B <b@example.org>\nDescription: b\n"
+                       "Depends: qt6-qpa-plugins, python3, xdg-utils, procps, desktop-file-utils, libqt6widgets6 (>= 6.3.0)\n", 0o644),
+}
+BROKEN_PACKAGES = [  # what is changed in that package ({path: text, or None: removed; "mode": {path: mode}}), what the check says
+    ({f"usr/share/applications/{APP}.desktop": "[Desktop Entry]\nExec=/usr/bin/brindlemark %U\nTryExec=/usr/bin/brindlemark\n"},
+     f"/usr/share/applications/{APP}.desktop lacks the line MimeType=x-scheme-handler/brindlemark;"),
+    ({f"etc/xdg/autostart/{APP}.desktop": None, "DEBIAN/conffiles": None}, f"/etc/xdg/autostart/{APP}.desktop lacks the line Exec=/usr/bin/brindlemark --background"),
+    ({f"etc/xdg/autostart/{APP}.desktop": "[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark\n"},
+     f"/etc/xdg/autostart/{APP}.desktop lacks the line Exec=/usr/bin/brindlemark --background"),
+    ({"DEBIAN/conffiles": None}, f"/etc/xdg/autostart/{APP}.desktop is not a conffile"),
+    ({"mode": {"usr/bin/brindlemark": 0o644}}, "no program /usr/bin/brindlemark"),
+    ({APPEX_IN_PACKAGE + "brindlemark_menu.py": None}, f"no file /{APPEX_IN_PACKAGE}brindlemark_menu.py"),
+    ({f"usr/share/icons/hicolor/48x48/apps/{APP}.png": None}, f"no file /usr/share/icons/hicolor/48x48/apps/{APP}.png"),
+    ({"work/build-package/usr/bin/brindlemark": "x"}, "installs /work/ outside /usr and /etc"),
+    ({"DEBIAN/control": PACKAGE_FILES["DEBIAN/control"][0].replace(" python3,", " python3-gi,")}, "does not depend on python3"),
+]
+
+
 class MenuItem(types.SimpleNamespace):
     """Stands in for the file manager's MenuItem (Nautilus, Nemo or Caja): keeps what the extension sets."""
     set_submenu = lambda self, menu: setattr(self, "submenu", menu)
@@ -128,6 +157,39 @@ class FileManagerMenuTest(unittest.TestCase):
         # Disabled: the file is gone, the file manager still has the module loaded, the menus go.
         os.remove(f"{self.data}/thunarx-python/extensions/brindlemark_menu.py")
         self.assertEqual(p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)]), [])
+
+    def test_menus_do_nothing_once_brindlemark_is_gone(self):
+        """The extension stays in the user's folder when Brindlemark is removed: with neither the recorded launcher nor a
+        desktop handler for brindlemark:// URLs it shows no menu, and an entry shown before that opens nothing (GIO would
+        make the file manager show an error)."""
+        launcher, ns, os.environ["BRINDLEMARK_URL_OPENER"] = self.home + "/bin/brindlemark", types.SimpleNamespace, ""
+        write(self.data + "/brindlemark/launcher", launcher + "\n")
+        rows = [  # the launcher's mode (None: gone), a handler, the menu shown, what a click reaches
+            (0o755, False, True, "launcher"), (0o755, True, True, "launcher"), (None, True, True, "handler"),
+            (None, False, False, None), (0o644, False, False, None), (0o644, True, True, "handler"),
+        ]
+        for mode, handler, shown, reached in rows:
+            with self.subTest(mode=mode, handler=handler):
+                opened = []
+                write(launcher, '#!/bin/sh\nprintf "%s\\n" "$1" >> "$HOME/opened"\n', mode) if mode else pathlib.Path(launcher).unlink(missing_ok=True)
+                gio = ns(AppInfo=ns(get_default_for_uri_scheme=lambda scheme: (scheme == "brindlemark" and handler) or None,
+                                    launch_default_for_uri_async=lambda url, *_: opened.append(url)))
+                p = self.load_extension("nautilus-python", "Nautilus", Gio=gio)
+                menu = p.get_background_items(fake_file(self.folder)) + p.get_file_items([fake_file(self.folder)])
+                self.assertEqual([i.label for i in menu], ["New File", "Open Terminal Here"] * 2 if shown else [])
+                [item.activate() for item in menu[1:2]]
+                wait_for(lambda: read(self.home + "/opened"), 2 if reached == "launcher" else 0)
+                launched = read(self.home + "/opened").splitlines()
+                pathlib.Path(self.home + "/opened").unlink(missing_ok=True)
+                self.assertEqual(("launcher" if launched else "handler" if opened else None, len(launched + opened)),
+                                 (reached, 1 if reached else 0))
+        # Shown while the launcher was there, clicked after it went: nothing is opened and nothing is raised.
+        write(launcher, "#!/bin/sh\n", 0o755)
+        p = self.load_extension("nautilus-python", "Nautilus", Gio=ns(AppInfo=ns(get_default_for_uri_scheme=lambda _: None,
+                                                                                    launch_default_for_uri_async=lambda url, *_: opened.append(url))))
+        (_, terminal), _, opened = p.get_background_items(fake_file(self.folder)), os.remove(launcher), []
+        terminal.activate()
+        self.assertEqual(opened, [])
 
     def test_terminal_entry_left_out_only_beside_a_working_one(self):
         """Thunar's custom actions come from the first Thunar/uca.xml of the settings folders; its terminal action runs
@@ -214,6 +276,8 @@ class FileManagerMenuTest(unittest.TestCase):
                 (menu := configparser.RawConfigParser(strict=False)).read(path)
                 entries = {name: menu["Desktop Action " + name] for name in menu["Desktop Entry"]["Actions"].split(";")[:-1]}
                 self.assertEqual([(name, entry["Name"], entry.get("Icon")) for name, entry in entries.items()], actions)
+                # Dolphin leaves the menu out once the program its entries run is gone.
+                self.assertEqual(menu["Desktop Entry"]["TryExec"], helper)
                 [self.run_entry(entry) for entry in entries.values()]
         self.assertOpened(OPENED_BY_TEMPLATES)  # "none" ran first and opened nothing; no launcher recorded: through the helper
         # With the launcher that install records, an entry runs it alone, and the file appears through the application.
@@ -224,7 +288,8 @@ class FileManagerMenuTest(unittest.TestCase):
         # Stops the instance the launcher starts in the background: its pid heads the lock file.
         self.addCleanup(lambda: wait_for(lambda: read(lock).strip(), 2) and os.kill(int(read(lock).split()[0]), signal.SIGKILL))
         menu.read(subprocess.check_output([helper, "write-service-menu"], text=True).strip())
-        self.assertTrue(menu["Desktop Action template1"]["Exec"].startswith(LAUNCHER + " --in %f "))
+        self.assertEqual((menu["Desktop Entry"]["TryExec"], menu["Desktop Action template1"]["Exec"].startswith(LAUNCHER + " --in %f ")),
+                         (LAUNCHER, True))
         self.run_entry(menu["Desktop Action template1"])
         self.assertTrue(wait_for(lambda: os.access(self.folder + "/run.sh", os.X_OK)))
         self.assertFalse(os.path.exists(self.folder + "/pwned"))
@@ -260,6 +325,47 @@ class FileManagerMenuTest(unittest.TestCase):
             subprocess.run([APPEX + "/uninstall"], check=True, env=dict(os.environ, PATH=bindir + ":" + os.environ["PATH"]))
             self.assertEqual((files(), os.path.exists(f"{self.data}/gnome-shell/extensions/{shell}"), read(bindir + "/list")),
                              (before, False, listed.replace(f"'{shell}', ", "") if shell in listed else listed))
+
+    def test_package_content_check(self):
+        """scripts/package.sh --contents, which CI runs on the real package: a package with everything passes, and each
+        piece missing or wrong fails it, named."""
+        script = pathlib.Path(__file__).resolve().parent.parent / "scripts" / "package.sh"
+        for change, problem in [({}, None)] + BROKEN_PACKAGES:
+            with self.subTest(change=change):
+                tree, deb = tempfile.mkdtemp(dir=self.home), self.home + "/brindlemark.deb"
+                files = {**PACKAGE_FILES, **{path: (text, 0o644) for path, text in change.items() if path != "mode"}}
+                for path, (text, mode) in files.items():
+                    text is None or write(f"{tree}/{path}", text, change.get("mode", {}).get(path, mode))
+                subprocess.run(["dpkg-deb", "--root-owner-group", "-Zgzip", "--build", tree, deb], check=True, capture_output=True)
+                result = subprocess.run(["bash", script, "--contents", deb], capture_output=True, text=True)
+                said = [line.split(": ", 2)[-1] for line in result.stderr.splitlines()]
+                self.assertEqual((result.returncode, said if not problem else problem in said), (1, True) if problem else (0, ["contents as expected"]))
+
+    def test_autostart_entry_where_the_installing_user_finds_it(self):
+        """cmake --install puts the autostart entry in the user's own folder for a prefix inside their home, else in
+        /etc/xdg/autostart (here always under a DESTDIR); an entry that differs is kept unless the install is staged."""
+        script = pathlib.Path(__file__).resolve().parent.parent / "packaging" / "linux" / "InstallAutostart.cmake"
+        entry, h, stage, name = self.home + "/entry.desktop", self.home, self.home + "/stage", "/autostart/org.brindlemark.Brindlemark.desktop"
+        write(entry, "[Desktop Entry]\nExec=/x/bin/brindlemark --background\n")
+        rows = [  # prefix, XDG_CONFIG_HOME, DESTDIR, an entry there already {path: text}, where the entry is then (its text: the entry's)
+            (h + "/.local", "", "", {}, h + "/.config" + name),
+            (h + "/.local/", h + "/cfg", "", {}, h + "/cfg" + name),
+            (h, "relative", "", {}, h + "/.config" + name),
+            (h + "/.local", "", "", {h + "/.config" + name: "[Desktop Entry]\nHidden=true\n"}, None),
+            (h + "2/.local", "", stage, {}, stage + "/etc/xdg" + name),  # beside the home, not in it
+            ("/usr", "", stage, {stage + "/etc/xdg" + name: "old\n"}, stage + "/etc/xdg" + name),
+            (h + "/.local", "", stage, {}, stage + h + "/.config" + name),
+        ]
+        for prefix, config, destdir, existing, target in rows:
+            with self.subTest(prefix=prefix, config=config, destdir=destdir, existing=existing):
+                [shutil.rmtree(f, ignore_errors=True) for f in (h + "/.config", h + "/cfg", stage)]
+                [write(path, text) for path, text in existing.items()]
+                before = {path: read(path) for path in existing}
+                environment = dict(os.environ, HOME=h + "/", XDG_CONFIG_HOME=config, DESTDIR=destdir)
+                subprocess.run(["cmake", f"-DCMAKE_INSTALL_PREFIX={prefix}", f"-Dentry={entry}", f"-Dname={name[11:]}", "-P", script],
+                               check=True, capture_output=True, env=environment)
+                entries = {f: read(f) for f in map(str, pathlib.Path(h).rglob("*.desktop")) if f != entry}
+                self.assertEqual(entries, {target: read(entry)} if target else before)
 
     def test_tools_among_fake_terminals_and_file_managers(self):
         for tool, fakes, terminal, arguments, fails, output, started in TOOL_CASES:

@@ -138,13 +138,34 @@ def _hand_to_running_instance(url):
     return True
 
 
+def _url_handler():
+    """Whether the desktop has an application for brindlemark:// URLs. Its desktop entry names the
+    launcher in TryExec, so an entry left behind by a removed Brindlemark does not count."""
+    try:
+        from gi.repository import Gio
+        return Gio.AppInfo.get_default_for_uri_scheme("brindlemark") is not None
+    except Exception:
+        return False
+
+
+def _url_opener():
+    return os.environ.get("BRINDLEMARK_URL_OPENER") or launcher()
+
+
+def can_open():
+    """Whether an entry can reach Brindlemark at all. Once Brindlemark is removed (its package, or a
+    build folder deleted) while this copy stays in the user's extensions folder, the menus go:
+    handing a URL to nothing would make the file manager show an error."""
+    return bool(_url_opener()) or _url_handler()
+
+
 def open_url(url):
     """Hands the URL to Brindlemark without waiting: to the running instance, else to its
-    launcher, else through GIO to whatever the desktop opens brindlemark:// URLs with."""
-    program = os.environ.get("BRINDLEMARK_URL_OPENER")
-    if not program and _hand_to_running_instance(url):
+    launcher, else through GIO to whatever the desktop opens brindlemark:// URLs with; to nothing
+    when there is none of them (gone since the menu was shown)."""
+    if not os.environ.get("BRINDLEMARK_URL_OPENER") and _hand_to_running_instance(url):
         return
-    program = program or launcher()
+    program = _url_opener()
     if program:
         try:
             subprocess.Popen([program, url], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
@@ -152,6 +173,8 @@ def open_url(url):
             return
         except OSError:
             pass
+    if not _url_handler():
+        return
     try:
         from gi.repository import Gio
         Gio.AppInfo.launch_default_for_uri_async(url, None, None, None, None)
@@ -426,7 +449,7 @@ def _make_provider(module):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
                 files = args[-1]
-                if len(files) != 1 or not _installed():
+                if len(files) != 1 or not _installed() or not can_open():
                     return []
                 folder = _local_folder(files[0])
                 return build_menu(module, folder, "BrindlemarkItem") if folder else []
@@ -436,7 +459,7 @@ def _make_provider(module):
         def get_background_items(self, *args):
             try:
                 self._remember(args[0] if len(args) == 2 else None)
-                folder = _local_folder(args[-1]) if _installed() else None
+                folder = _local_folder(args[-1]) if _installed() and can_open() else None
                 return build_menu(module, folder, "BrindlemarkBackground") if folder else []
             except Exception:
                 return []

@@ -27,6 +27,9 @@ configure_file(${PROJECT_SOURCE_DIR}/packaging/linux/autostart.desktop.in
                ${CMAKE_CURRENT_BINARY_DIR}/autostart/${BRINDLEMARK_APP_ID}.desktop @ONLY)
 file(READ ${CMAKE_CURRENT_BINARY_DIR}/autostart/${BRINDLEMARK_APP_ID}.desktop
      BRINDLEMARK_AUTOSTART_ENTRY)
+install(CODE "set(entry \"${CMAKE_CURRENT_BINARY_DIR}/autostart/${BRINDLEMARK_APP_ID}.desktop\")
+              set(name ${BRINDLEMARK_APP_ID}.desktop)")
+install(SCRIPT ${PROJECT_SOURCE_DIR}/packaging/linux/InstallAutostart.cmake)
 configure_file(${linux}/AutostartEntry.h.in ${CMAKE_CURRENT_BINARY_DIR}/generated/AutostartEntry.h
                @ONLY)
 
