@@ -148,7 +148,9 @@ private slots:
               "off on:[Desktop Entry]/X-GNOME-Autostart-enabled=true/Hidden=false/"},
              {"[Desktop Entry]/Hidden=true|[Desktop Entry]/Exec=sys|[Desktop Entry]#on on",
               "off on:[Desktop Entry]/Hidden=false/ on:[Desktop Entry]/Hidden=false/"},
-             {"Name=x|-|-#off", "on off:[Desktop Entry]/Hidden=true/Name=x/"}});
+             {"Name=x|-|-#off", "on off:[Desktop Entry]/Hidden=true/Name=x/"},
+             {"[Desktop Entry]/NoShow=keep/Hidden =true|-|-#on",
+              "off on:[Desktop Entry]/NoShow=keep/Hidden=false/"}});
         // A user folder that cannot be made: the reason.
         QVERIFY(writeFile(home.file("file"), ""));
         const autostart::Folders blocked{home.file("file/autostart"), {}};
