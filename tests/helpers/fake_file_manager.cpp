@@ -7,6 +7,10 @@
 //   {"kind": "showitems", "log": "/path"}: org.freedesktop.FileManager1, writing each ShowItems
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
 //   "watch": ["/path", ...]: folders it watches, as the GTK file managers watch what they show
+//   "name": "org.xfce.Thunar": the bus name it takes instead of its kind's
+// It quits when its object is called Quit. Copied under a file manager's command name and run
+// with a command line instead of JSON, it plays that command: `-q` calls Quit at the name of
+// that file manager's running instance, anything else is written to $HOME/started.log.
 // A location that is a path stands for its file: URI. With "hang": true it takes its names and then
 // never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
@@ -16,6 +20,7 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QFile>
+#include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -47,6 +52,9 @@ public:
             QFile file(log);
             if (file.open(QIODevice::Append))
                 file.write(call.arguments().value(0).toStringList().value(0).toUtf8() + '\n');
+        } else if (member == "Quit") {
+            QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
+                                      Qt::QueuedConnection);
         } else if (member == "winId") {
             answer = id.toLongLong();
         } else if (member == "isUrlOpen") {
@@ -60,6 +68,24 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
+    const QStringList arguments = application.arguments().mid(1);
+    if (!arguments.value(0).startsWith('{')) {
+        const QString command = QFileInfo(application.arguments().first()).fileName();
+        if (arguments == QStringList{"-q"}) {
+            static const QMap<QString, QString> instances{{"nautilus", "org.gnome.Nautilus"},
+                                                          {"nemo", "org.Nemo"},
+                                                          {"caja", "org.mate.Caja"},
+                                                          {"thunar", "org.xfce.Thunar"}};
+            QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+                instances.value(command), "/org/freedesktop/FileManager1", "", "Quit"));
+            return 0;
+        }
+        QFile log(qEnvironmentVariable("HOME") + "/started.log");
+        return log.open(QIODevice::Append) &&
+                       log.write((QStringList{command} + arguments).join(' ').toUtf8() + '\n') > 0
+                   ? 0
+                   : 1;
+    }
     qDBusRegisterMetaType<Locations>();
     const QJsonObject setup = QJsonDocument::fromJson(argc > 1 ? argv[1] : "{}").object();
     const QString kind = setup["kind"].toString();
@@ -78,7 +104,8 @@ int main(int argc, char** argv) {
         bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
     // A name whose last owner just quit may take the bus a moment to release.
     const QString name =
-        kind == "nautilus"  ? "org.gnome.Nautilus"
+        setup.contains("name") ? setup["name"].toString()
+        : kind == "nautilus"   ? "org.gnome.Nautilus"
         : kind == "gtk"     ? QString("org.example.gtk-%1").arg(QCoreApplication::applicationPid())
         : kind == "dolphin" ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
                             : "org.freedesktop.FileManager1";
