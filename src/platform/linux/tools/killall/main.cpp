@@ -64,8 +64,7 @@ bool anyProcessNamed(const char* name) {
 
 // The process that holds a name on the session bus: the instance this session's `-q` quits.
 std::optional<qint64> busOwner(const QDBusConnection& bus, const char* name) {
-    const QDBusReply<uint> pid =
-        bus.interface()->servicePid(QString::fromLatin1(name));
+    const QDBusReply<uint> pid = bus.interface()->servicePid(QString::fromLatin1(name));
     return pid.isValid() && pid.value() > 0 ? std::optional<qint64>(pid.value()) : std::nullopt;
 }
 
@@ -127,8 +126,8 @@ int main(int argc, char** argv) {
     const QDBusConnection bus = frontfolder::sessionBusIfRunning();
     if (!bus.isConnected())
         return 0;
-    const QString templatesFolder = QString::fromStdString(xdg::dataHome()) + u'/' +
-                                    QLatin1String(ExtensionBundleIdentifier);
+    const QString templatesFolder =
+        QString::fromStdString(xdg::dataHome()) + u'/' + QLatin1String(ExtensionBundleIdentifier);
     const QList<frontfolder::OpenWindow> windows =
         frontfolder::openWindows(0, bus, QDeadlineTimer(2'000));
     for (const Manager& manager : running) {
