@@ -8,13 +8,15 @@
 //   call's first URI to the log, one a line (Nautilus's object is the same, under its own name)
 //   "watch": ["/path", ...]: folders it watches, as the GTK file managers watch what they show
 //   "name": "org.xfce.Thunar": the bus name it takes instead of its kind's
-// It quits when its object is called Quit. Copied under a file manager's command name and run
-// with a command line instead of JSON, it plays that command: `-q` calls Quit at the name of
-// that file manager's running instance, anything else is written to $HOME/started.log.
+// It quits shortly after its object is called Quit. Copied under a file manager's command name and
+// run with a command line instead of JSON, it plays that command: `-q` calls Quit at the name of
+// that file manager's running instance, anything else is written to $HOME/started.log, marked
+// "(too early)" while that instance still runs.
 // A location that is a path stands for its file: URI. With "hang": true it takes its names and then
 // never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
@@ -25,6 +27,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
+#include <QTimer>
 #include <QUrl>
 
 #include <cstdio>
@@ -52,9 +55,8 @@ public:
             QFile file(log);
             if (file.open(QIODevice::Append))
                 file.write(call.arguments().value(0).toStringList().value(0).toUtf8() + '\n');
-        } else if (member == "Quit") {
-            QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
-                                      Qt::QueuedConnection);
+        } else if (member == "Quit") { // as a real one, it takes a moment to close its windows
+            QTimer::singleShot(300, QCoreApplication::instance(), &QCoreApplication::quit);
         } else if (member == "winId") {
             answer = id.toLongLong();
         } else if (member == "isUrlOpen") {
@@ -71,20 +73,23 @@ int main(int argc, char** argv) {
     const QStringList arguments = application.arguments().mid(1);
     if (!arguments.value(0).startsWith('{')) {
         const QString command = QFileInfo(application.arguments().first()).fileName();
+        static const QMap<QString, QString> instances{{"nautilus", "org.gnome.Nautilus"},
+                                                      {"nemo", "org.Nemo"},
+                                                      {"caja", "org.mate.Caja"},
+                                                      {"thunar", "org.xfce.Thunar"}};
+        QDBusConnection bus = QDBusConnection::sessionBus();
         if (arguments == QStringList{"-q"}) {
-            static const QMap<QString, QString> instances{{"nautilus", "org.gnome.Nautilus"},
-                                                          {"nemo", "org.Nemo"},
-                                                          {"caja", "org.mate.Caja"},
-                                                          {"thunar", "org.xfce.Thunar"}};
-            QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-                instances.value(command), "/org/freedesktop/FileManager1", "", "Quit"));
+            bus.call(QDBusMessage::createMethodCall(instances.value(command),
+                                                    "/org/freedesktop/FileManager1", "", "Quit"));
             return 0;
         }
+        const QStringList line =
+            QStringList{command} + arguments +
+            (bus.interface()->isServiceRegistered(instances.value(command)).value()
+                 ? QStringList{"(too early)"}
+                 : QStringList{});
         QFile log(qEnvironmentVariable("HOME") + "/started.log");
-        return log.open(QIODevice::Append) &&
-                       log.write((QStringList{command} + arguments).join(' ').toUtf8() + '\n') > 0
-                   ? 0
-                   : 1;
+        return log.open(QIODevice::Append) && log.write(line.join(' ').toUtf8() + '\n') > 0 ? 0 : 1;
     }
     qDBusRegisterMetaType<Locations>();
     const QJsonObject setup = QJsonDocument::fromJson(argc > 1 ? argv[1] : "{}").object();

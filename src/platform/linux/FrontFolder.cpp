@@ -654,7 +654,6 @@ QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadli
              windows && it != windows->end(); ++it) {
             OpenWindow window;
             window.window.fileManager = FileManager::Nautilus;
-            window.window.gtkObjectPath = it.key();
             window.window.gtkBusName = QStringLiteral("org.gnome.Nautilus");
             for (const QString& uri : it.value())
                 addFolder(window.folders, localPath(uri));
