@@ -78,6 +78,7 @@ private:
 // Dolphin's by X id) show these locations; its unique bus name once it answers.
 struct FakeFileManager : Child {
     QString busName;
+    QString program = FAKE_FILE_MANAGER, name; // a copy named as a file manager; a bus name
     bool start(const char* kind, const QMap<QString, QStringList>& windows, bool hang = false,
                const QString& log = {}, const QStringList& watch = {},
                const QJsonObject& more = {}) {
@@ -91,18 +92,16 @@ struct FakeFileManager : Child {
                           {"watch", QJsonArray::fromStringList(watch)}};
         for (auto it = more.begin(); it != more.end(); ++it)
             setup.insert(it.key(), it.value());
-        QProcess::start(FAKE_FILE_MANAGER, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
+        if (!name.isEmpty())
+            setup.insert("name", name);
+        QProcess::start(program, {QJsonDocument(setup).toJson(QJsonDocument::Compact)});
         return waitForReadyRead(10'000) && !(busName = readLine().trimmed()).isEmpty();
     }
 };
 
+// A log's lines, sorted: the order of things shown or started at once is not fixed.
 QStringList lines(const QString& path) {
-    return QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
-}
-
-// The same, sorted: what several launches had shown, whose showing may end in any order.
-QStringList sortedLines(const QString& path) {
-    QStringList all = lines(path);
+    QStringList all = QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
     all.sort();
     return all;
 }
@@ -450,15 +449,69 @@ private slots:
             for (const QString& folder : in)
                 uris << QUrl::fromLocalFile(folder + "/New Text File.txt")
                             .toString(QUrl::FullyEncoded);
+            uris.sort();
             return uris;
         };
-        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(log("desktop")), shown({nested, none, unwatched}),
-                                  20'000);
-        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(log("nautilus")), shown({front, tab}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(lines(log("desktop")), shown({nested, none, unwatched}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(lines(log("nautilus")), shown({front, tab}), 20'000);
         QTRY_COMPARE_WITH_TIMEOUT(lines(log("dolphin")), shown({inDolphin}), 20'000);
         QVERIFY(!QFile::exists(home.file("xdg-open.log")));
         for (const QString& folder : order)
             QCOMPARE(entries(folder), QStringList{"New Text File.txt"});
+    }
+
+    void restartKeepsTheWindows() {
+        // brindlemark-killall Finder restarts the file managers that do not run the extension
+        // yet and opens their windows again at their folders; one that runs it (it watches the
+        // templates' folder) and one with a window whose folder is unknown keep running.
+        TestHome home;
+        const QString killall = QFileInfo(BRINDLEMARK_EXECUTABLE).path() + "/brindlemark-killall";
+        const auto run = [&](const QStringList& arguments) {
+            QProcess tool;
+            tool.start(killall, arguments);
+            return tool.waitForFinished(20'000)
+                       ? QString::number(tool.exitCode()) + " " + tool.readAllStandardOutput()
+                       : QString("hung");
+        };
+        QCOMPARE(run({}), "1 usage: brindlemark-killall Finder\n");
+        QCOMPARE(run({"Finder", "now"}), "1 usage: brindlemark-killall Finder\n");
+        QCOMPARE(run({"finder"}), "1 usage: brindlemark-killall Finder\n");
+        QCOMPARE(run({"Finder"}), "0 "); // none of them running
+
+        const QString alpha = home.file("alpha"), beta = home.file("Beta Folder"),
+                      gamma = home.file("gamma"),
+                      templates =
+                          home.file("data/org.brindlemark.Brindlemark.BrindlemarkFinderSync");
+        for (const QString& folder : {alpha, beta, gamma, templates, home.file("bin")})
+            QVERIFY(QDir().mkpath(folder));
+        for (const char* command : {"nautilus", "thunar", "nemo", "caja"})
+            QVERIFY(QFile::copy(FAKE_FILE_MANAGER, home.file("bin/") + command));
+        qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
+        Windows x;
+        FakeFileManager nautilus, thunar, nemo, caja;
+        nautilus.program = home.file("bin/nautilus");
+        QVERIFY(nautilus.start("nautilus", {{"1", {alpha}}, {"2", {gamma, beta}}}));
+        thunar.program = home.file("bin/thunar");
+        thunar.name = "org.xfce.Thunar";
+        QVERIFY(thunar.start("gtk", {}, false, {}, {gamma}));
+        nemo.program = home.file("bin/nemo");
+        nemo.name = "org.Nemo";
+        QVERIFY(nemo.start("gtk", {}, false, {}, {}));
+        caja.program = home.file("bin/caja");
+        caja.name = "org.mate.Caja";
+        QVERIFY(caja.start("gtk", {}, false, {}, {templates}));
+        x.stack(
+            {nautilusWindow(x, nautilus, 1, "alpha"), nautilusWindow(x, nautilus, 2, "Beta Folder"),
+             x.make("thunar", thunar.processId(), "gamma - Thunar"),
+             x.make("nemo", nemo.processId(), "gamma"), x.make("caja", caja.processId(), alpha)});
+        QCOMPARE(run({"Finder"}), "0 ");
+        QVERIFY(nautilus.waitForFinished(5'000) && thunar.waitForFinished(5'000));
+        QTRY_COMPARE_WITH_TIMEOUT(lines(home.file("started.log")).size(), 3, 10'000);
+        QCOMPARE(lines(home.file("started.log")),
+                 (QStringList{"nautilus --new-window " + beta, "nautilus --new-window " + alpha,
+                              "thunar " + gamma}));
+        QCOMPARE(nemo.state(), QProcess::Running);
+        QCOMPARE(caja.state(), QProcess::Running);
     }
 
     void quietWithoutXOrBus() {

@@ -11,20 +11,28 @@
 //   {"kind": "shell", "front": [app, object path, last used path]}: the GNOME Shell extension
 //   {"kind": "kwin", "front": [class, pid, caption, last pid, last caption]}: KWin running a
 //   script, which calls back with these
+//   "name": "org.xfce.Thunar": the bus name it takes instead of its kind's
+// It quits shortly after its object is called Quit. Copied under a file manager's command name and
+// run with a command line instead of JSON, it plays that command: `-q` calls Quit at the name of
+// that file manager's running instance, anything else is written to $HOME/started.log, marked
+// "(too early)" while that instance still runs.
 // A location that is a path stands for its file: URI. With "hang": true it takes its names and then
 // never answers. It prints its unique bus name once it is ready.
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QFile>
+#include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QThread>
+#include <QTimer>
 #include <QUrl>
 
 #include <cstdio>
@@ -55,6 +63,8 @@ public:
             QFile file(log);
             if (file.open(QIODevice::Append))
                 file.write(call.arguments().value(0).toStringList().value(0).toUtf8() + '\n');
+        } else if (member == "Quit") { // as a real one, it takes a moment to close its windows
+            QTimer::singleShot(300, QCoreApplication::instance(), &QCoreApplication::quit);
         } else if (member == "winId") {
             answer = id.toLongLong();
         } else if (member == "isUrlOpen") {
@@ -93,6 +103,27 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
+    const QStringList arguments = application.arguments().mid(1);
+    if (!arguments.value(0).startsWith('{')) {
+        const QString command = QFileInfo(application.arguments().first()).fileName();
+        static const QMap<QString, QString> instances{{"nautilus", "org.gnome.Nautilus"},
+                                                      {"nemo", "org.Nemo"},
+                                                      {"caja", "org.mate.Caja"},
+                                                      {"thunar", "org.xfce.Thunar"}};
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        if (arguments == QStringList{"-q"}) {
+            bus.call(QDBusMessage::createMethodCall(instances.value(command),
+                                                    "/org/freedesktop/FileManager1", "", "Quit"));
+            return 0;
+        }
+        const QStringList line =
+            QStringList{command} + arguments +
+            (bus.interface()->isServiceRegistered(instances.value(command)).value()
+                 ? QStringList{"(too early)"}
+                 : QStringList{});
+        QFile log(qEnvironmentVariable("HOME") + "/started.log");
+        return log.open(QIODevice::Append) && log.write(line.join(' ').toUtf8() + '\n') > 0 ? 0 : 1;
+    }
     qDBusRegisterMetaType<Locations>();
     const QJsonObject setup = QJsonDocument::fromJson(argc > 1 ? argv[1] : "{}").object();
     const QString kind = setup["kind"].toString();
@@ -117,7 +148,8 @@ int main(int argc, char** argv) {
         bus.registerVirtualObject(QString("/dolphin/Dolphin_%1").arg(n), &manager);
     // A name whose last owner just quit may take the bus a moment to release.
     const QString name =
-        kind == "nautilus"  ? "org.gnome.Nautilus"
+        setup.contains("name") ? setup["name"].toString()
+        : kind == "nautilus"   ? "org.gnome.Nautilus"
         : kind == "gtk"     ? QString("org.example.gtk-%1").arg(QCoreApplication::applicationPid())
         : kind == "dolphin" ? QString("org.kde.dolphin-%1").arg(QCoreApplication::applicationPid())
         : kind == "shell"   ? "org.brindlemark.FrontWindow"

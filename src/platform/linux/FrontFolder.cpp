@@ -915,8 +915,20 @@ std::optional<QString> frontFolder(qint64 ownPid, const QDBusConnection& bus,
 
 namespace {
 
-// The files and folders a process watches with inotify, as (device, inode): the GTK file managers
-// watch every folder one of their windows shows. Only the user's own processes can be asked.
+// The folder's name a title shows, without the file manager's own name after it.
+QString titledName(const Window& window) {
+    static const QRegularExpression appended(
+        QStringLiteral(" [-–—] (Thunar|Caja|Nemo|Dolphin|File Manager)$"));
+    return QString(window.title).remove(appended);
+}
+
+void addFolder(QStringList& folders, const std::optional<QString>& folder) {
+    if (folder && isFolder(*folder) && !folders.contains(*folder))
+        folders << *folder;
+}
+
+} // namespace
+
 QSet<QPair<quint64, quint64>> watchedByProcess(qint64 pid) {
     QSet<QPair<quint64, quint64>> watched;
     const QString fds = QStringLiteral("/proc/%1/fd").arg(pid);
@@ -946,20 +958,6 @@ QSet<QPair<quint64, quint64>> watchedByProcess(qint64 pid) {
     return watched;
 }
 
-// The folder's name a title shows, without the file manager's own name after it.
-QString titledName(const Window& window) {
-    static const QRegularExpression appended(
-        QStringLiteral(" [-–—] (Thunar|Caja|Nemo|Dolphin|File Manager)$"));
-    return QString(window.title).remove(appended);
-}
-
-void addFolder(QStringList& folders, const std::optional<QString>& folder) {
-    if (folder && isFolder(*folder) && !folders.contains(*folder))
-        folders << *folder;
-}
-
-} // namespace
-
 QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadlineTimer deadline,
                               const QStringList& candidates) {
     QList<OpenWindow> open;
@@ -973,7 +971,6 @@ QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadli
              windows && it != windows->end(); ++it) {
             OpenWindow window;
             window.window.fileManager = FileManager::Nautilus;
-            window.window.gtkObjectPath = it.key();
             window.window.gtkBusName = QStringLiteral("org.gnome.Nautilus");
             for (const QString& uri : it.value())
                 addFolder(window.folders, localPath(uri));

@@ -7,6 +7,7 @@
 
 #include <QDBusConnection>
 #include <QDeadlineTimer>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -69,6 +70,10 @@ QList<OpenWindow> openWindows(qint64 ownPid, const QDBusConnection& bus, QDeadli
 
 // The file-manager windows on the X display named by DISPLAY: see openWindows.
 QList<Window> fileManagerWindows(qint64 ownPid);
+
+// The files and folders a process watches with inotify, as (device, inode): the GTK file managers
+// watch every folder one of their windows shows. Only the user's own processes can be asked.
+QSet<QPair<quint64, quint64>> watchedByProcess(qint64 pid);
 
 // The session bus when one is known to exist; a disconnected connection otherwise, so that a
 // machine without a bus never starts one just to be asked.

@@ -66,7 +66,7 @@ target_include_directories(brindlemark_command_line PUBLIC ${CMAKE_CURRENT_SOURC
 add_executable(brindlemark ${linux}/launcher/main.cpp)
 target_link_libraries(brindlemark PRIVATE brindlemark_channel brindlemark_command_line)
 target_compile_definitions(brindlemark PRIVATE BRINDLEMARK_LIBEXEC_FROM_BIN="${libexec_from_bin}")
-add_dependencies(brindlemark brindlemark-app brindlemark-pluginkit)
+add_dependencies(brindlemark brindlemark-app brindlemark-pluginkit brindlemark-killall)
 install(TARGETS brindlemark RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 add_executable(brindlemark-pluginkit ${linux}/tools/pluginkit/main.cpp)
@@ -82,10 +82,17 @@ endif()
 install(TARGETS brindlemark-pluginkit RUNTIME DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 
 # The tools the application runs: beside it in the build tree, in libexec once installed.
-foreach(tool brindlemark-open brindlemark-killall brindlemark-doctor)
+foreach(tool brindlemark-open brindlemark-doctor)
   configure_file(${linux}/tools/${tool} ${CMAKE_CURRENT_BINARY_DIR}/${tool} COPYONLY)
   install(PROGRAMS ${linux}/tools/${tool} DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 endforeach()
+
+# Restarts the file managers that must load the menu extension, and opens their windows again.
+add_executable(brindlemark-killall ${linux}/tools/killall/main.cpp)
+target_link_libraries(brindlemark-killall PRIVATE brindlemark_front_folder brindlemark_xdg
+                      Qt6::Core)
+target_include_directories(brindlemark-killall PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/generated)
+install(TARGETS brindlemark-killall RUNTIME DESTINATION ${BRINDLEMARK_TOOLS_DIR})
 
 # The file-manager extension's bundle, in the application's plug-ins folder.
 set(appex ${CMAKE_CURRENT_BINARY_DIR}/PlugIns/BrindlemarkFinderSync.appex)
