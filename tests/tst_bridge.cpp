@@ -377,8 +377,7 @@ private slots:
         // each giving "exit code:output" ("." for "; the registry is left as it was"). A
         // bundle's step has half a second, and nothing it started may outlive it.
         TestHome home;
-        const QString previous = QDir::currentPath();
-        const auto restore = qScopeGuard([&] { QDir::setCurrent(previous); });
+        const auto restore = qScopeGuard([was = QDir::currentPath()] { QDir::setCurrent(was); });
         QDir::setCurrent(home.path());
         makeBundle(home);
         expectEach(

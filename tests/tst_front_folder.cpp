@@ -255,18 +255,17 @@ private slots:
         writeScript(home.file("bin/terminal"), "pwd >> \"$HOME/terminals\"");
         qputenv("PATH", home.file("bin").toUtf8() + ":" + qgetenv("PATH"));
         qputenv("TERMINAL", home.file("bin/terminal").toUtf8());
-        const auto launch = [](const QStringList& a) {
-            return QProcess::execute(BRINDLEMARK_EXECUTABLE, a);
-        };
-        QCOMPARE(launch({"--new-file"}), 0);
+        QCOMPARE(QProcess::execute(BRINDLEMARK_EXECUTABLE, {"--new-file"}), 0);
         QTRY_COMPARE_WITH_TIMEOUT(entries(beta), QStringList{"New Text File.txt"}, 20'000);
-        QCOMPARE(launch({"--new-file=markdown", "--new-file=no such template", "--open-terminal"}),
+        QCOMPARE(QProcess::execute(
+                     BRINDLEMARK_EXECUTABLE,
+                     {"--new-file=markdown", "--new-file=no such template", "--open-terminal"}),
                  0);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(home.file("terminals")), beta.toUtf8() + "\n", 20'000);
         QCOMPARE(entries(beta),
                  QStringList({"MarkdownDocument.md", "New Text File 1.txt", "New Text File.txt"}));
         x.stack({});
-        QCOMPARE(launch({"--new-file"}), 0);
+        QCOMPARE(QProcess::execute(BRINDLEMARK_EXECUTABLE, {"--new-file"}), 0);
         QCOMPARE(entries(desktop), QStringList{"New Text File.txt"});
 
         // A file manager that never answers: the query ends at its deadline.
@@ -366,11 +365,10 @@ private slots:
             },
             {{"n:1,2", "none"}, // no extension: which window is not known
              {"n:1", "alpha"},
-             {"n:3", "none"}, // which tab is in front is not known
-             {"n:1,2 shell:2,2", "Beta Folder"},
-             {"n:2,1 shell:1,1", "alpha"},
-             {"n:1,2 shell:0,1", "alpha"}, // another application in front
-             {"n:1,2 shell:5,1", "none"},  // a window Nautilus does not list
+             {"n:3", "none"},                    // which tab is in front is not known
+             {"n:1,2 shell:2,1", "Beta Folder"}, // the focused one, not the last used
+             {"n:1,2 shell:0,1", "alpha"},       // another application in front
+             {"n:1,2 shell:5,1", "none"},        // a window Nautilus does not list
              {"n:1,3 shell:3,3", "none"},
              {"d:1,2 active:2", "Beta Folder"},
              {"d:1,2 active:1 kwin:2", "Größe"}, // Dolphin's own answer first
@@ -491,12 +489,11 @@ private slots:
 
     void quietWithoutXOrBus() {
         // No X server where DISPLAY points: nothing.
-        const QByteArray display = qgetenv("DISPLAY"),
-                         address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-        const auto restore = qScopeGuard([&] {
-            qputenv("DISPLAY", display);
-            qputenv("DBUS_SESSION_BUS_ADDRESS", address);
-        });
+        const auto restore = qScopeGuard(
+            [display = qgetenv("DISPLAY"), address = qgetenv("DBUS_SESSION_BUS_ADDRESS")] {
+                qputenv("DISPLAY", display);
+                qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+            });
         qputenv("DISPLAY", ":4093");
         QCOMPARE(frontFileManagerWindow(OwnPid), std::nullopt);
         // No bus named and none in the runtime folder: not connected, and none started.
