@@ -12,8 +12,6 @@
 #include "platform/linux/PluginRegistry.h"
 #include "platform/linux/launcher/CommandLine.h"
 
-#include <QProcess>
-
 #include <sys/stat.h>
 
 using namespace brindlemark;

@@ -7,13 +7,7 @@
 #include "templates/TemplateContent.h"
 #include "templates/TemplateTableModel.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QContextMenuEvent>
-#include <QLabel>
-#include <QMenu>
-#include <QMimeData>
-#include <QTableView>
+#include <QtWidgets>
 
 #include <sys/stat.h>
 #include <unistd.h>
