@@ -88,13 +88,6 @@ struct FakeFileManager : Child {
     }
 };
 
-// A log's lines, sorted: the order of things shown or started at once is not fixed.
-QStringList lines(const QString& path) {
-    QStringList all = QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
-    all.sort();
-    return all;
-}
-
 // Nautilus's window `n`, as it marks its windows for its D-Bus objects.
 xcb_window_t nautilusWindow(Windows& x, const FakeFileManager& nautilus, int n,
                             const QString& title) {
@@ -425,9 +418,10 @@ private slots:
             uris.sort();
             return uris;
         };
-        QTRY_COMPARE_WITH_TIMEOUT(lines(log("desktop")), shown({nested, none, unwatched}), 20'000);
-        QTRY_COMPARE_WITH_TIMEOUT(lines(log("nautilus")), shown({front, tab}), 20'000);
-        QTRY_COMPARE_WITH_TIMEOUT(lines(log("dolphin")), shown({inDolphin}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(log("desktop")), shown({nested, none, unwatched}),
+                                  20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(log("nautilus")), shown({front, tab}), 20'000);
+        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(log("dolphin")), shown({inDolphin}), 20'000);
         QVERIFY(!QFile::exists(home.file("xdg-open.log")));
         for (const QString& folder : order)
             QCOMPARE(entries(folder), QStringList{"New Text File.txt"});
@@ -475,8 +469,8 @@ private slots:
              x.make("nemo", nemo.processId(), "gamma"), x.make("caja", caja.processId(), alpha)});
         QCOMPARE(run({"Finder"}), "0 ");
         QVERIFY(nautilus.waitForFinished(5'000) && thunar.waitForFinished(5'000));
-        QTRY_COMPARE_WITH_TIMEOUT(lines(home.file("started.log")).size(), 3, 10'000);
-        QCOMPARE(lines(home.file("started.log")),
+        QTRY_COMPARE_WITH_TIMEOUT(sortedLines(home.file("started.log")).size(), 3, 10'000);
+        QCOMPARE(sortedLines(home.file("started.log")),
                  (QStringList{"nautilus --new-window " + beta, "nautilus --new-window " + alpha,
                               "thunar " + gamma}));
         QCOMPARE(nemo.state(), QProcess::Running);

@@ -60,9 +60,7 @@ QByteArray output(QProcess& process, int milliseconds = 10'000) {
 
 // What the stand-in file managers were asked to show, in order of the text.
 QStringList shown(const TestHome& home) {
-    QStringList lines = QString(readFile(home.file("shown.log"))).split('\n', Qt::SkipEmptyParts);
-    lines.sort();
-    return lines;
+    return sortedLines(home.file("shown.log"));
 }
 
 } // namespace
