@@ -65,6 +65,13 @@ inline auto instanceStopper() {
     return qScopeGuard([] { instancePid() > 0 && ::kill(instancePid(), SIGKILL); });
 }
 
+// A log's lines, sorted: the order of things done at once is not fixed.
+inline QStringList sortedLines(const QString& path) {
+    QStringList all = QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
+    all.sort();
+    return all;
+}
+
 // Every name in the folder, hidden ones too: a save's temporary files are hidden.
 inline QStringList entries(const QString& folder) {
     return QDir(folder).entryList(

@@ -12,8 +12,6 @@
 #include "platform/linux/PluginRegistry.h"
 #include "platform/linux/launcher/CommandLine.h"
 
-#include <QProcess>
-
 #include <sys/stat.h>
 
 using namespace brindlemark;
@@ -377,8 +375,7 @@ private slots:
         // each giving "exit code:output" ("." for "; the registry is left as it was"). A
         // bundle's step has half a second, and nothing it started may outlive it.
         TestHome home;
-        const QString previous = QDir::currentPath();
-        const auto restore = qScopeGuard([&] { QDir::setCurrent(previous); });
+        const auto restore = qScopeGuard([was = QDir::currentPath()] { QDir::setCurrent(was); });
         QDir::setCurrent(home.path());
         makeBundle(home);
         expectEach(

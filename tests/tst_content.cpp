@@ -7,13 +7,7 @@
 #include "templates/TemplateContent.h"
 #include "templates/TemplateTableModel.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QContextMenuEvent>
-#include <QLabel>
-#include <QMenu>
-#include <QMimeData>
-#include <QTableView>
+#include <QtWidgets>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,17 +20,6 @@ mode_t modeOf(const QString& path) {
     struct stat info {};
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
 }
-
-// Files with content: their bytes, whether executable, the name they get, and what appears at the
-// free name just before they are named.
-const struct {
-    QByteArray bytes;
-    bool executable;
-    const char *name, *meanwhile;
-} wholeFiles[] = {{"Hi\n", false, "Note.txt", ""},
-                  {QByteArray("\x7f\x45LF\0\xff", 6), true, "Note.txt", ""},
-                  {"#!/bin/sh\n", true, "Note 1.txt", "file"},
-                  {"x", false, "Note 1.txt", "link"}};
 
 } // namespace
 
@@ -67,48 +50,52 @@ private slots:
         app = start(*platform);
     }
 
-    void aFileHoldsTheContentAndAppearsOnlyWhole_data() {
-        QTest::addColumn<int>("row");
-        QTest::addColumn<bool>("unnamed"); // written as a file without a name first
-        for (const bool unnamed : {true, false})
-            for (int row = 0; row < 4; ++row)
-                QTest::addRow("%d %s, unnamed %d", row, wholeFiles[row].meanwhile, unnamed)
-                    << row << unnamed;
-    }
     void aFileHoldsTheContentAndAppearsOnlyWhole() {
-        QFETCH(int, row);
-        QFETCH(bool, unnamed);
-        const auto& [bytes, executable, file, then] = wholeFiles[row];
-        const QString name = file;
-        QString meanwhile = then;
-        testing::withoutUnnamedFiles = !unnamed;
-        const QString folder = home->file("f");
-        QDir().mkpath(folder);
-        testing::beforeNamingWholeFile = [&](const QString& path) {
-            if (meanwhile == "file")
-                writeFile(path, "theirs");
-            else if (meanwhile == "link")
-                QFile::link(home->file("nowhere"), path);
-            meanwhile.clear();
-        };
+        // Files with content, written as a file without a name first or not: their bytes, whether
+        // executable, the name they get, and what appears at the free name just before they are
+        // named.
+        const struct {
+            QByteArray bytes;
+            bool executable;
+            const char *name, *meanwhile;
+        } files[] = {{"Hi\n", false, "Note.txt", ""},
+                     {QByteArray("\x7f\x45LF\0\xff", 6), true, "Note.txt", ""},
+                     {"#!/bin/sh\n", true, "Note 1.txt", "file"},
+                     {"x", false, "Note 1.txt", "link"}};
         const auto guard = qScopeGuard([] {
             testing::beforeNamingWholeFile = nullptr;
             testing::withoutUnnamedFiles = false;
         });
-        const FileCreation made = createFileFromTemplate(
-            {{"prefix", "Note"}, {"suffix", "txt"}, {"executable", executable}}, folder, nullptr,
-            &bytes);
-        QCOMPARE(made.filePath, folder + "/" + name);
-        QCOMPARE(readFile(made.filePath), bytes);
-        // Else the mode of any new file.
-        QVERIFY(writeFile(home->file("mode"), "x"));
-        QCOMPARE(modeOf(made.filePath), executable ? mode_t(0755) : modeOf(home->file("mode")));
-        // Nothing else is left, and what was there first is as it was: no temporary file, the
-        // link still leads nowhere.
-        QCOMPARE(entries(folder).size(), name == "Note.txt" ? 1 : 2);
-        QVERIFY(!QFileInfo::exists(home->file("nowhere")));
-        if (QFileInfo(folder + "/Note.txt").isFile() && name != "Note.txt")
-            QCOMPARE(readFile(folder + "/Note.txt"), QByteArray("theirs"));
+        int n = 0;
+        for (const bool unnamed : {true, false})
+            for (const auto& [bytes, executable, name, then] : files) {
+                const QString folder = home->file("f" + QString::number(n++));
+                QVERIFY(QDir().mkpath(folder));
+                testing::withoutUnnamedFiles = !unnamed;
+                testing::beforeNamingWholeFile =
+                    [&, meanwhile = QString(then)](const QString& path) mutable {
+                        if (meanwhile == "file")
+                            writeFile(path, "theirs");
+                        else if (meanwhile == "link")
+                            QFile::link(home->file("nowhere"), path);
+                        meanwhile.clear();
+                    };
+                const FileCreation made = createFileFromTemplate(
+                    {{"prefix", "Note"}, {"suffix", "txt"}, {"executable", executable}}, folder,
+                    nullptr, &bytes);
+                QCOMPARE(made.filePath, folder + "/" + name);
+                QCOMPARE(readFile(made.filePath), bytes);
+                // Else the mode of any new file.
+                QVERIFY(writeFile(home->file("mode"), "x"));
+                QCOMPARE(modeOf(made.filePath),
+                         executable ? mode_t(0755) : modeOf(home->file("mode")));
+                // Nothing else is left, and what was there first is as it was: no temporary file,
+                // the link still leads nowhere.
+                QCOMPARE(entries(folder).size(), QString(name) == "Note.txt" ? 1 : 2);
+                QVERIFY(!QFileInfo::exists(home->file("nowhere")));
+                if (QFileInfo(folder + "/Note.txt").isFile() && QString(name) != "Note.txt")
+                    QCOMPARE(readFile(folder + "/Note.txt"), QByteArray("theirs"));
+            }
     }
 
     void anyIdHasAPlaceOfItsOwn() {
