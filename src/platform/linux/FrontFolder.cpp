@@ -528,24 +528,23 @@ QString dolphinService(const Window& window) {
     return QStringLiteral("org.kde.dolphin-%1").arg(window.pid);
 }
 
-std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window,
-                                           QDeadlineTimer deadline) {
-    if (window.pid <= 0)
-        return std::nullopt;
-    const QString service = dolphinService(window);
-    const std::optional<QString> objectPath = dolphinWindowObject(bus, service, window, deadline);
-    if (!objectPath)
-        return std::nullopt;
-    auto isOpen = [&](const QString& folder) {
-        return dolphinHasOpen(bus, service, *objectPath, folder, deadline);
-    };
+struct DolphinWindow {
+    QString service, path, title;
+    qint64 pid = 0;
+    bool active = false;
+};
 
-    // A full path in the title is the folder, once the window confirms it has it open.
+// The folder a Dolphin window shows, by its title: a full path, or a folder name when exactly one
+// folder of that name is open there; either only once the window confirms it has it open.
+std::optional<QString> dolphinFolderOf(const QDBusConnection& bus, const DolphinWindow& window,
+                                       QDeadlineTimer deadline) {
+    auto isOpen = [&](const QString& folder) {
+        return dolphinHasOpen(bus, window.service, window.path, folder, deadline);
+    };
     if (const std::optional<QString> titled = folderFromFullPathTitle(window.title)) {
         const std::optional<bool> open = isOpen(*titled);
         return open && *open ? titled : std::nullopt;
     }
-    // A folder name: certain when exactly one folder of that name is open in the window.
     std::optional<QString> found;
     for (const QString& candidate : dolphinCandidates(window.title)) {
         const std::optional<bool> open = isOpen(candidate);
@@ -558,6 +557,17 @@ std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Win
         found = candidate;
     }
     return found;
+}
+
+std::optional<QString> dolphinWindowFolder(const QDBusConnection& bus, const Window& window,
+                                           QDeadlineTimer deadline) {
+    if (window.pid <= 0)
+        return std::nullopt;
+    const QString service = dolphinService(window);
+    const std::optional<QString> objectPath = dolphinWindowObject(bus, service, window, deadline);
+    if (!objectPath)
+        return std::nullopt;
+    return dolphinFolderOf(bus, {service, *objectPath, window.title}, deadline);
 }
 
 bool onWayland() {
@@ -610,11 +620,6 @@ std::optional<ShellAnswer> askShell(const QDBusConnection& bus, QDeadlineTimer d
 }
 
 // A Dolphin window as its own D-Bus object tells it.
-struct DolphinWindow {
-    QString service, path, title;
-    qint64 pid = 0;
-    bool active = false;
-};
 
 // Every window of every Dolphin on the bus, each asked whether it is the active one.
 std::optional<QList<DolphinWindow>> dolphinWindows(const QDBusConnection& bus,
@@ -668,30 +673,6 @@ std::optional<QList<DolphinWindow>> dolphinWindows(const QDBusConnection& bus,
         }
     }
     return windows;
-}
-
-// The folder a Dolphin window shows, by its title, when the window confirms it has it open.
-std::optional<QString> dolphinFolderOf(const QDBusConnection& bus, const DolphinWindow& window,
-                                       QDeadlineTimer deadline) {
-    auto isOpen = [&](const QString& folder) {
-        return dolphinHasOpen(bus, window.service, window.path, folder, deadline);
-    };
-    if (const std::optional<QString> titled = folderFromFullPathTitle(window.title)) {
-        const std::optional<bool> open = isOpen(*titled);
-        return open && *open ? titled : std::nullopt;
-    }
-    std::optional<QString> found;
-    for (const QString& candidate : dolphinCandidates(window.title)) {
-        const std::optional<bool> open = isOpen(candidate);
-        if (!open)
-            return std::nullopt;
-        if (!*open)
-            continue;
-        if (found)
-            return std::nullopt;
-        found = candidate;
-    }
-    return found;
 }
 
 // KWin's answer to the script below: the active window's class, process and caption, and the
