@@ -18,9 +18,14 @@ import urllib.parse
 EXTENSION_ID = "org.brindlemark.Brindlemark.BrindlemarkFinderSync"
 
 
+def _xdg_home(variable, *default):
+    """An XDG home folder: the variable when it holds an absolute path, else its default below ~."""
+    value = os.environ.get(variable) or ""
+    return value if os.path.isabs(value) else os.path.join(os.path.expanduser("~"), *default)
+
+
 def data_home():
-    data = os.environ.get("XDG_DATA_HOME") or ""
-    return data if os.path.isabs(data) else os.path.join(os.path.expanduser("~"), ".local", "share")
+    return _xdg_home("XDG_DATA_HOME", ".local", "share")
 
 
 def templates_file():
@@ -55,11 +60,12 @@ def default_templates_file():
     return os.path.join(data_home(), "brindlemark", "default-templates.json")
 
 
-def enabled_templates():
-    """The enabled templates in list order: from the stored list, or from the built-in ones while
-    Brindlemark has stored none; [] when the stored list is empty or broken."""
+def enabled_templates(built_in=None):
+    """The enabled templates in list order: from the stored list, or from the built-in ones
+    (`built_in`, else the copy "install" made) while Brindlemark has stored none; [] when the
+    stored list is empty or broken."""
     records = None
-    for path in (templates_file(), default_templates_file()):
+    for path in (templates_file(), built_in or default_templates_file()):
         try:
             with open(path, "rb") as stream:
                 records = json.loads(stream.read().decode("utf-8"))
@@ -210,9 +216,7 @@ def _menu_item(module, name, label, tip):
 
 def config_folders():
     """$XDG_CONFIG_HOME, then $XDG_CONFIG_DIRS: where a desktop's settings are looked up, in order."""
-    home = os.environ.get("XDG_CONFIG_HOME") or ""
-    home = home if os.path.isabs(home) else os.path.join(os.path.expanduser("~"), ".config")
-    return [home] + [d for d in (os.environ.get("XDG_CONFIG_DIRS") or "/etc/xdg").split(":") if os.path.isabs(d)]
+    return [_xdg_home("XDG_CONFIG_HOME", ".config")] + [d for d in (os.environ.get("XDG_CONFIG_DIRS") or "/etc/xdg").split(":") if os.path.isabs(d)]
 
 
 def _data_folders():
