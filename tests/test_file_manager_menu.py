@@ -64,7 +64,7 @@ PACKAGE_FILES = {  # a package that passes the content check: path -> (text, mod
     f"etc/xdg/autostart/{APP}.desktop": ("[Desktop Entry]\nType=Application\nTryExec=/usr/bin/brindlemark\nExec=/usr/bin/brindlemark --background\n", 0o644),
     "DEBIAN/conffiles": (f"/etc/xdg/autostart/{APP}.desktop\n", 0o644),
     "DEBIAN/control": ("Package: brindlemark\nVersion: 0.1.0\nArchitecture: all\nMaintainer: B <b@example.org>\nDescription: b\n"
-                       "Depends: qt6-qpa-plugins, python3, xdg-utils, procps, desktop-file-utils, libqt6widgets6 (>= 6.3.0)\n", 0o644),
+                       "Depends: qt6-qpa-plugins, python3, xdg-utils, desktop-file-utils, libqt6widgets6 (>= 6.3.0)\n", 0o644),
 }
 BROKEN_PACKAGES = [  # what is changed in that package ({path: text, or None: removed; "mode": {path: mode}}), what the check says
     ({f"usr/share/applications/{APP}.desktop": "[Desktop Entry]\nExec=/usr/bin/brindlemark %U\nTryExec=/usr/bin/brindlemark\n"},

@@ -29,11 +29,11 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # The libraries the programs link (Qt, the C++ runtime, xcb) as dpkg-shlibdeps finds them, and
 # what runs without being linked: Qt's X11 platform plug-in; python3 for the file managers' menus,
 # Dolphin's menu helper and --doctor; xdg-open, which shows a folder where no file manager answers
-# on D-Bus; pgrep for "Restart Finder"; and desktop-file-utils, whose trigger adds the desktop
+# on D-Bus; and desktop-file-utils, whose trigger adds the desktop
 # entry's URL scheme to the MIME cache that xdg-open reads, so that brindlemark:// URLs reach
 # Brindlemark without an xdg-mime step.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, python3, xdg-utils, procps, desktop-file-utils")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, python3, xdg-utils, desktop-file-utils")
 # The symbolic icons the window and menus draw. No session bus is required: every desktop that
 # has a file manager runs one, and without one a new file's folder is opened with xdg-open.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "adwaita-icon-theme")

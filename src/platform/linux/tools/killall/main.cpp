@@ -43,7 +43,7 @@ constexpr Manager restartable[] = {{"nautilus", "org.gnome.Nautilus", FileManage
                                    {"caja", "org.mate.Caja", FileManager::Caja},
                                    {"thunar", "org.xfce.Thunar", FileManager::Thunar}};
 
-// Whether the user runs a process of this command name (as pgrep -x sees it), without Qt.
+// Whether the user runs a process of this command name, as pgrep -x would tell, without running it.
 bool anyProcessNamed(const char* name) {
     const uid_t user = ::getuid();
     for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
